@@ -1,0 +1,25 @@
+// Marks of the library's declarations: what a shared build exports, and what a compiler can check of a call.
+//
+// A shared build (BUILD_SHARED_LIBS=ON) compiles everything hidden and exports only what QZSTRING_EXPORT marks.
+// The header needs no configure step: a program that links the shared library need define nothing either, as
+// default visibility serves both sides of an ELF or Mach-O library.
+#ifndef QZSTRING_COMMON_EXPORT_H
+#define QZSTRING_COMMON_EXPORT_H
+
+#if defined(__GNUC__) || defined(__clang__)
+#define QZSTRING_EXPORT __attribute__((visibility("default")))
+// Checks the arguments of a printf-like function; positions count from 1, `this` included, 0 for a va_list.
+#define QZSTRING_PRINTF(formatAt, argumentsAt) __attribute__((format(printf, formatAt, argumentsAt)))
+#else
+#define QZSTRING_EXPORT
+#define QZSTRING_PRINTF(formatAt, argumentsAt)
+#endif
+
+// A result that borrows from the object: lets the compiler warn when the object is a temporary.
+#if defined(__clang__)
+#define QZSTRING_LIFETIMEBOUND [[clang::lifetimebound]]
+#else
+#define QZSTRING_LIFETIMEBOUND
+#endif
+
+#endif

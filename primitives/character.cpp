@@ -1,0 +1,64 @@
+#include "primitives/character.h"
+
+#include "primitives/characterLoops.h"
+#include "primitives/characterTables.h"
+#include "primitives/kernels.h"
+
+namespace qzString {
+
+namespace detail {
+
+bool isWideSpace(wchar_t c) noexcept {
+    const auto u = static_cast<char32_t>(c);
+    for (const auto& range : tables::kSpaceRanges) {
+        if (u < range[0])
+            return false;
+        if (u <= range[1])
+            return true;
+    }
+    return false;
+}
+
+wchar_t toWideLower(wchar_t c) noexcept {
+    return loops::mapWide<loops::Lower>(c);
+}
+
+wchar_t toWideUpper(wchar_t c) noexcept {
+    return loops::mapWide<loops::Upper>(c);
+}
+
+}  // namespace detail
+
+bool isAscii(const char* text, std::size_t count) noexcept {
+    return kernels::active().isAsciiNarrow(text, count);
+}
+
+bool isAscii(const wchar_t* text, std::size_t count) noexcept {
+    return kernels::active().isAsciiWide(text, count);
+}
+
+void toLower(char* text, std::size_t count) noexcept {
+    kernels::active().toLowerNarrow(text, count);
+}
+
+void toLower(wchar_t* text, std::size_t count) noexcept {
+    kernels::active().toLowerWide(text, count);
+}
+
+void toUpper(char* text, std::size_t count) noexcept {
+    kernels::active().toUpperNarrow(text, count);
+}
+
+void toUpper(wchar_t* text, std::size_t count) noexcept {
+    kernels::active().toUpperWide(text, count);
+}
+
+std::size_t findCaseDifference(const char* a, const char* b, std::size_t count) noexcept {
+    return kernels::active().findCaseDifferenceNarrow(a, b, count);
+}
+
+std::size_t findCaseDifference(const wchar_t* a, const wchar_t* b, std::size_t count) noexcept {
+    return kernels::active().findCaseDifferenceWide(a, b, count);
+}
+
+}  // namespace qzString

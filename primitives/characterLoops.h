@@ -1,0 +1,127 @@
+// The run forms of the character primitives as plain loops, for every kernel without a better one: each is compiled
+// once per instruction set and left to the compiler to vectorise. Internal, not installed.
+//
+// The loops work a block at a time, with one decision per block, so that the inner loops have a fixed length and no
+// exit: that is what vectorises. What is left after the last whole block goes character by character.
+#ifndef QZSTRING_PRIMITIVES_CHARACTERLOOPS_H
+#define QZSTRING_PRIMITIVES_CHARACTERLOOPS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+#include "primitives/character.h"
+#include "primitives/characterTables.h"
+#include "primitives/inline.h"
+
+namespace qzString::loops {
+
+template <class Char>
+inline constexpr std::size_t kBlock = 128 / sizeof(Char);
+
+struct Lower {
+    static constexpr char kFirstLetter = 'A';
+    static constexpr char32_t kLimit = tables::kLowerLimit;
+    static constexpr const std::uint16_t* kOffsets = tables::kLowerOffsets;
+    static constexpr const std::uint16_t* kDeltas = tables::kLowerDeltas;
+};
+
+struct Upper {
+    static constexpr char kFirstLetter = 'a';
+    static constexpr char32_t kLimit = tables::kUpperLimit;
+    static constexpr const std::uint16_t* kOffsets = tables::kUpperOffsets;
+    static constexpr const std::uint16_t* kDeltas = tables::kUpperDeltas;
+};
+
+template <class Case>
+QZSTRING_INLINE wchar_t mapWide(wchar_t c) {
+    const auto u = static_cast<char32_t>(c);
+    if (u >= Case::kLimit)
+        return c;
+    const unsigned inBlock = u & ((1U << tables::kBlockBits) - 1);
+    const std::uint16_t delta = Case::kDeltas[Case::kOffsets[u >> tables::kBlockBits] + inBlock];
+    return static_cast<wchar_t>((u & ~char32_t{0xFFFF}) | ((u + delta) & 0xFFFF));
+}
+
+template <class Case, class Char>
+QZSTRING_INLINE Char mapAscii(Char c) {
+    return detail::flipAsciiCase<Char, Case::kFirstLetter>(c);
+}
+
+template <class Char>
+QZSTRING_INLINE bool isAsciiBlock(const Char* text) {
+    std::make_unsigned_t<Char> all = 0;
+    for (std::size_t i = 0; i < kBlock<Char>; ++i)
+        all |= static_cast<std::make_unsigned_t<Char>>(text[i]);
+    return all < 0x80;
+}
+
+template <class Char>
+QZSTRING_INLINE bool isAsciiRun(const Char* text, std::size_t count) {
+    std::size_t at = 0;
+    for (; count - at >= kBlock<Char>; at += kBlock<Char>) {
+        if (!isAsciiBlock(text + at))
+            return false;
+    }
+    std::make_unsigned_t<Char> all = 0;
+    for (; at < count; ++at)
+        all |= static_cast<std::make_unsigned_t<Char>>(text[at]);
+    return all < 0x80;
+}
+
+template <class Case>
+QZSTRING_INLINE void mapRun(char* text, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i)
+        text[i] = mapAscii<Case>(text[i]);
+}
+
+template <class Case>
+QZSTRING_INLINE void mapRun(wchar_t* text, std::size_t count) {
+    constexpr std::size_t kLength = kBlock<wchar_t>;
+    std::size_t at = 0;
+    for (; count - at >= kLength; at += kLength) {
+        if (isAsciiBlock(text + at)) {
+            for (std::size_t i = 0; i < kLength; ++i)
+                text[at + i] = mapAscii<Case>(text[at + i]);
+        } else {
+            for (std::size_t i = 0; i < kLength; ++i)
+                text[at + i] = mapWide<Case>(text[at + i]);
+        }
+    }
+    for (; at < count; ++at)
+        text[at] = mapWide<Case>(text[at]);
+}
+
+QZSTRING_INLINE char foldCharacter(char c) {
+    return mapAscii<Lower>(c);
+}
+QZSTRING_INLINE wchar_t foldCharacter(wchar_t c) {
+    return mapWide<Lower>(c);
+}
+
+template <class Char>
+QZSTRING_INLINE std::size_t findCaseDifferenceRun(const Char* a, const Char* b, std::size_t count) {
+    using Unsigned = std::make_unsigned_t<Char>;
+    std::size_t at = 0;
+    for (; count - at >= kBlock<Char>; at += kBlock<Char>) {
+        // Both folded as if ASCII; beyond ASCII that changes nothing, so that equal results are equal in truth.
+        Unsigned difference = 0;
+        for (std::size_t i = at; i < at + kBlock<Char>; ++i)
+            difference |= static_cast<Unsigned>(mapAscii<Lower>(a[i]) ^ mapAscii<Lower>(b[i]));
+        if (difference == 0)
+            continue;
+        for (std::size_t i = at; i < at + kBlock<Char>; ++i) {
+            if (foldCharacter(a[i]) != foldCharacter(b[i]))
+                return i;
+        }
+    }
+    for (; at < count; ++at) {
+        if (foldCharacter(a[at]) != foldCharacter(b[at]))
+            return at;
+    }
+    return count;
+}
+
+}  // namespace qzString::loops
+
+#endif

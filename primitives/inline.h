@@ -1,0 +1,12 @@
+// Forced inlining, for loops that are compiled once per instruction set: a function inlined into a kernel is compiled
+// with the kernel's instructions, one that is not stays with the base set. Internal, not installed.
+#ifndef QZSTRING_PRIMITIVES_INLINE_H
+#define QZSTRING_PRIMITIVES_INLINE_H
+
+#if defined(__GNUC__) || defined(__clang__)
+#define QZSTRING_INLINE __attribute__((always_inline)) inline
+#else
+#define QZSTRING_INLINE inline
+#endif
+
+#endif

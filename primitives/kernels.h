@@ -1,0 +1,84 @@
+// The kernels: the loops over text that are worth a version of their own per instruction set. Internal, not installed.
+//
+// Each version is one row of a table, best first, the portable one last and always usable. active() picks the first
+// row that the processor can run, at the first call and for good; there is no static initialiser. Tests and benchmarks
+// iterate over allKernels() and may pin one with useKernels().
+//
+// Contract of every kernel: nothing is read past the source nor written past the count returned, whatever the
+// alignment; on return the upper halves of the vector registers are clean (the caller's scalar and SSE code would
+// otherwise pay for them).
+#ifndef QZSTRING_PRIMITIVES_KERNELS_H
+#define QZSTRING_PRIMITIVES_KERNELS_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+namespace qzString::kernels {
+
+// How far a conversion came. It stops before the first character that is ill-formed, or earlier where the next one
+// does not fit; read == length means that the whole text converted.
+struct Progress {
+    std::size_t read;     // source elements
+    std::size_t written;  // destination elements, or those it would take
+};
+
+struct Kernels {
+    const char* name;
+    bool (*usable)();
+
+    // UTF-8 to wide text. `capacity` may be anything; the length forms stop only where the text is ill-formed.
+    Progress (*decode)(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity);
+    Progress (*decodedLength)(const char* source, std::size_t length);
+    // Wide text to UTF-8.
+    Progress (*encode)(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity);
+    Progress (*encodedLength)(const wchar_t* source, std::size_t length);
+
+    // The run forms of primitives/character.h.
+    bool (*isAsciiNarrow)(const char* text, std::size_t count);
+    bool (*isAsciiWide)(const wchar_t* text, std::size_t count);
+    void (*toLowerNarrow)(char* text, std::size_t count);
+    void (*toUpperNarrow)(char* text, std::size_t count);
+    void (*toLowerWide)(wchar_t* text, std::size_t count);
+    void (*toUpperWide)(wchar_t* text, std::size_t count);
+    std::size_t (*findCaseDifferenceNarrow)(const char* a, const char* b, std::size_t count);
+    std::size_t (*findCaseDifferenceWide)(const wchar_t* a, const wchar_t* b, std::size_t count);
+
+    // The part of the long-text hash that reads the text: hashLoops.h has the algorithm. `length` is above 64.
+    void (*hashLanes)(std::uint64_t lanes[8], const unsigned char* input, std::size_t length);
+};
+
+// Every version compiled in, usable here or not.
+struct KernelRange {
+    const Kernels* const* first;
+    const Kernels* const* last;
+    [[nodiscard]] const Kernels* const* begin() const { return first; }
+    [[nodiscard]] const Kernels* const* end() const { return last; }
+};
+KernelRange allKernels();
+
+// Pins a usable version; null chooses anew. For tests and benchmarks: not while other threads are in the library.
+void useKernels(const Kernels* pinned);
+
+// The version in use.
+inline std::atomic<const Kernels*> chosenKernels{nullptr};
+const Kernels& chooseKernels();
+inline const Kernels& active() {
+    const Kernels* chosen = chosenKernels.load(std::memory_order_relaxed);
+    return chosen != nullptr ? *chosen : chooseKernels();
+}
+
+// The rows, each in the file of its name; compiled in where the architecture has the instructions.
+extern const Kernels kPortable;
+#if 0 && defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#define QZSTRING_KERNELS_X86 1
+extern const Kernels kAvx2;
+extern const Kernels kAvx512;
+#elif 0 && defined(__aarch64__) && (defined(__GNUC__) || defined(__clang__))
+#define QZSTRING_KERNELS_NEON 1
+extern const Kernels kNeon;
+#endif
+
+}  // namespace qzString::kernels
+
+#endif

@@ -1,0 +1,1 @@
+#include "primitives/kernels.h"

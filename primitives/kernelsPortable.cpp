@@ -1,0 +1,56 @@
+// The portable kernels: standard C++ only, right everywhere, and the reference for the others.
+#include "primitives/characterLoops.h"
+#include "primitives/hashLoops.h"
+#include "primitives/kernels.h"
+#include "primitives/utf8Portable.h"
+
+namespace qzString::kernels {
+namespace {
+
+bool alwaysUsable() {
+    return true;
+}
+
+struct PortableLanes {
+    std::uint64_t* lanes;
+
+    void add(const unsigned char* stripe, const unsigned char* secret) {
+        for (std::size_t i = 0; i < 8; ++i) {
+            const std::uint64_t word = hashing::read64(stripe + 8 * i);
+            const std::uint64_t keyed = word ^ hashing::read64(secret + 8 * i);
+            lanes[i ^ 1] += word;
+            lanes[i] += (keyed & 0xFFFFFFFF) * (keyed >> 32);
+        }
+    }
+    void scramble(const unsigned char* secret) {
+        for (std::size_t i = 0; i < 8; ++i)
+            lanes[i] = (lanes[i] ^ lanes[i] >> 47 ^ hashing::read64(secret + 8 * i)) * hashing::kPrime32[0];
+    }
+};
+
+void hashLanes(std::uint64_t lanes[8], const unsigned char* input, std::size_t length) {
+    PortableLanes portable{lanes};
+    hashing::feed(portable, input, length);
+}
+
+}  // namespace
+
+const Kernels kPortable = {
+    "portable",
+    alwaysUsable,
+    utf8::decode<wchar_t>,
+    utf8::decodedLength<wchar_t>,
+    utf8::encode<wchar_t>,
+    utf8::encodedLength<wchar_t>,
+    loops::isAsciiRun<char>,
+    loops::isAsciiRun<wchar_t>,
+    loops::mapRun<loops::Lower>,
+    loops::mapRun<loops::Upper>,
+    loops::mapRun<loops::Lower>,
+    loops::mapRun<loops::Upper>,
+    loops::findCaseDifferenceRun<char>,
+    loops::findCaseDifferenceRun<wchar_t>,
+    hashLanes,
+};
+
+}  // namespace qzString::kernels

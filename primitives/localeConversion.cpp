@@ -1,0 +1,168 @@
+// Conversion in the locale's encoding, by mbrtowc and wcrtomb with a shift state of the call's own.
+//
+// Three things make this more than a loop over them:
+// - A multibyte character can stand for two wide ones, and two wide characters can share one multibyte character
+//   (BIG5-HKSCS 88 62 is U+00CA U+0304). The C functions then report 0 elements for one of the two and keep it in the
+//   state. So 0 means NUL only where the character is NUL, and the end of the text has to be flushed.
+// - The C functions cost a call per character. Where the code set is UTF-8 the text takes the library's own road,
+//   which is also stricter; elsewhere runs of ASCII are copied, once ASCII has been seen to mean itself.
+// - Some platforms turn bytes they cannot decode into surrogates, or accept code points above U+10FFFF. Those are no
+//   characters: the text does not convert.
+#include <langinfo.h>
+
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <cwchar>
+
+#include "primitives/character.h"
+#include "primitives/conversion.h"
+#include "primitives/output.h"
+
+namespace qzString {
+namespace {
+
+using output::Counter;
+using output::Writer;
+
+constexpr std::size_t kFailed = static_cast<std::size_t>(-1);
+constexpr std::size_t kIncomplete = static_cast<std::size_t>(-2);
+
+bool localeIsUtf8() {
+    return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+}
+
+// Whether text this long is worth finding out if each ASCII byte stands for itself, and does.
+bool copiesAscii(std::size_t length) {
+    constexpr std::size_t kWorthwhile = 256;
+    if (length < kWorthwhile)
+        return false;
+    for (int byte = 0; byte < 0x80; ++byte) {
+        if (std::btowc(byte) != static_cast<std::wint_t>(byte))
+            return false;
+    }
+    return true;
+}
+
+bool isCharacter(wchar_t c) {
+    if (sizeof(wchar_t) == 2)
+        return true;  // halves of pairs are what the platform makes of them
+    const auto value = static_cast<char32_t>(c);
+    return value <= 0x10FFFF && value - 0xD800 >= 0x800;
+}
+
+template <class Element>
+std::size_t asciiRun(const Element* text, std::size_t length) {
+    constexpr std::size_t kBlock = 64;
+    std::size_t run = 0;
+    while (length - run >= kBlock && isAscii(text + run, kBlock))
+        run += kBlock;
+    while (run < length && isAscii(text[run]))
+        ++run;
+    return run;
+}
+
+// Copies the ASCII characters from `at` on, as far as there is room, and returns how many there were.
+template <class Element, class Output>
+std::size_t copyAsciiRun(const Element* text, std::size_t length, Output& output) {
+    const std::size_t run = asciiRun(text, length);
+    if (!output.hasRoom(run))
+        return 0;
+    output.putAscii(text, run);
+    return run;
+}
+
+// Each converts the whole text into the output and says whether it could.
+template <class Output>
+bool decodeInto(const char* source, std::size_t length, Output& output) {
+    const bool copies = copiesAscii(length);
+    std::mbstate_t state{};
+    std::size_t at = 0;
+    while (at < length || std::mbsinit(&state) == 0) {
+        if (copies && std::mbsinit(&state) != 0) {
+            at += copyAsciiRun(source + at, length - at, output);
+            if (at == length)
+                return true;
+        }
+        // Past the end a NUL draws out what the state still holds.
+        const bool flushes = at == length;
+        wchar_t c = 0;
+        std::size_t read = flushes ? std::mbrtowc(&c, "", 1, &state)
+                                   : std::mbrtowc(&c, source + at, length - at, &state);
+        if (read == kFailed || read == kIncomplete || !isCharacter(c) || !output.hasRoom(1))
+            return false;
+        if (flushes && (read != 0 || c == 0))
+            return false;  // the text ended inside a character or in a shift state
+        if (read == 0 && c == 0) {
+            // Shift sequences before the NUL are read with it, and no other character holds a zero byte.
+            const void* const nul = std::memchr(source + at, 0, length - at);
+            read = static_cast<std::size_t>(static_cast<const char*>(nul) - (source + at)) + 1;
+        }
+        output.put(c);
+        at += read;
+    }
+    return true;
+}
+
+template <class Output>
+bool encodeInto(const wchar_t* source, std::size_t length, Output& output) {
+    const bool copies = copiesAscii(length);
+    std::mbstate_t state{};
+    char bytes[MB_LEN_MAX * 2];
+    std::size_t at = 0;
+    while (at < length || std::mbsinit(&state) == 0) {
+        if (copies && std::mbsinit(&state) != 0) {
+            at += copyAsciiRun(source + at, length - at, output);
+            if (at == length)
+                return true;
+        }
+        // Past the end a NUL, itself dropped, brings out what the state still holds.
+        const bool flushes = at == length;
+        if (!flushes && !isCharacter(source[at]))
+            return false;
+        std::size_t written = std::wcrtomb(bytes, flushes ? L'\0' : source[at], &state);
+        if (written == kFailed)
+            return false;
+        if (flushes)
+            --written;
+        if (!output.hasRoom(written))
+            return false;
+        for (std::size_t i = 0; i < written; ++i)
+            output.put(bytes[i]);
+        at += flushes ? 0 : 1;
+    }
+    return true;
+}
+
+}  // namespace
+
+unsigned int MBStoWCS(const char* source, unsigned int sourceLength, wchar_t* destination, unsigned int capacity,
+                      bool* ok) {
+    if (localeIsUtf8())
+        return UTF8toWCS(source, sourceLength, destination, capacity, false, ok);
+    if (destination == nullptr) {
+        Counter<wchar_t> output;
+        const bool converted = decodeInto(source, sourceLength, output);
+        return output::report(converted, output.count, ok);
+    }
+    Writer<wchar_t> output{destination, capacity};
+    const bool converted = decodeInto(source, sourceLength, output);
+    return output::report(converted, output.count, ok);
+}
+
+unsigned int WCStoMBS(const wchar_t* source, unsigned int sourceLength, char* destination, unsigned int capacity,
+                      bool* ok) {
+    if (localeIsUtf8())
+        return WCStoUTF8(source, sourceLength, destination, capacity, ok);
+    if (destination == nullptr) {
+        Counter<char> output;
+        const bool converted = encodeInto(source, sourceLength, output);
+        return output::report(converted, output.count, ok);
+    }
+    Writer<char> output{destination, capacity};
+    const bool converted = encodeInto(source, sourceLength, output);
+    return output::report(converted, output.count, ok);
+}
+
+}  // namespace qzString

@@ -1,0 +1,153 @@
+// UTF-8 in portable code, for any width of wide element: the reference for the kernels, and where they turn to for
+// ill-formed text. Internal, not installed.
+//
+// Counting and converting are one template over an output: a Counter adds up, a Writer stores as far as its room goes.
+// Runs of ASCII go eight bytes at a time; every other character is checked against the Unicode Standard's table 3-7.
+#ifndef QZSTRING_PRIMITIVES_UTF8PORTABLE_H
+#define QZSTRING_PRIMITIVES_UTF8PORTABLE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "primitives/kernels.h"
+#include "primitives/output.h"
+
+namespace qzString::utf8 {
+
+using kernels::Progress;
+using output::Counter;
+using output::Writer;
+
+// One character of UTF-8. Where it is ill-formed, `length` is that of the maximal part to be replaced by one U+FFFD.
+struct Decoded {
+    char32_t value;
+    unsigned length;
+    bool valid;
+};
+
+inline Decoded decodeCharacter(const char* text, std::size_t available) {
+    const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned char lead = byte(0);
+    if (lead < 0x80)
+        return {lead, 1, true};
+    if (lead < 0xC2 || lead > 0xF4)
+        return {0, 1, false};
+    const unsigned length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    // Only the second byte's range depends on the lead.
+    const unsigned char lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+    const unsigned char highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+    if (available < 2 || byte(1) < lowest || byte(1) > highest)
+        return {0, 1, false};
+    char32_t value = lead & (0x7FU >> length);
+    value = value << 6 | (byte(1) & 0x3FU);
+    for (unsigned i = 2; i < length; ++i) {
+        if (i >= available || (byte(i) & 0xC0) != 0x80)
+            return {0, i, false};
+        value = value << 6 | (byte(i) & 0x3FU);
+    }
+    return {value, length, true};
+}
+
+template <class Element, class Output>
+Progress decodeInto(const char* source, std::size_t length, Output& output) {
+    std::size_t at = 0;
+    while (at < length) {
+        while (length - at >= 8 && output.hasRoom(8)) {
+            std::uint64_t eight;
+            std::memcpy(&eight, source + at, 8);
+            if ((eight & 0x8080808080808080U) != 0)
+                break;
+            output.putAscii(source + at, 8);
+            at += 8;
+        }
+        // At the end, out of room, or less than eight characters before one that is not ASCII.
+        if (at == length)
+            break;
+        const Decoded character = decodeCharacter(source + at, length - at);
+        const bool takesPair = sizeof(Element) == 2 && character.value > 0xFFFF;
+        if (!character.valid || !output.hasRoom(takesPair ? 2 : 1))
+            break;
+        if (takesPair) {
+            output.put(static_cast<Element>(0xD7C0 + (character.value >> 10)));
+            output.put(static_cast<Element>(0xDC00 + (character.value & 0x3FF)));
+        } else {
+            output.put(static_cast<Element>(character.value));
+        }
+        at += character.length;
+    }
+    return {at, output.count};
+}
+
+template <class Element>
+Progress decode(const char* source, std::size_t length, Element* destination, std::size_t capacity) {
+    Writer<Element> output{destination, capacity};
+    return decodeInto<Element>(source, length, output);
+}
+
+template <class Element>
+Progress decodedLength(const char* source, std::size_t length) {
+    Counter<Element> output;
+    return decodeInto<Element>(source, length, output);
+}
+
+template <class Element, class Output>
+Progress encodeInto(const Element* source, std::size_t length, Output& output) {
+    const auto unit = [source](std::size_t i) -> char32_t {
+        if constexpr (sizeof(Element) == 2)
+            return static_cast<std::uint16_t>(source[i]);
+        else
+            return static_cast<char32_t>(source[i]);
+    };
+    std::size_t at = 0;
+    while (at < length) {
+        while (length - at >= 8 && output.hasRoom(8)) {
+            char32_t all = 0;
+            for (std::size_t i = 0; i < 8; ++i)
+                all |= unit(at + i);
+            if (all >= 0x80)
+                break;
+            output.putAscii(source + at, 8);
+            at += 8;
+        }
+        if (at == length)
+            break;
+        char32_t c = unit(at);
+        std::size_t units = 1;
+        if (sizeof(Element) == 2 && c - 0xD800 < 0x400 && length - at > 1 && unit(at + 1) - 0xDC00 < 0x400) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (unit(at + 1) - 0xDC00);
+            units = 2;
+        }
+        if (c - 0xD800 < 0x800 || c > 0x10FFFF)
+            break;
+        const unsigned bytes = c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+        if (!output.hasRoom(bytes))
+            break;
+        if (bytes == 1) {
+            output.put(static_cast<char>(c));
+        } else {
+            // 110xxxxx, 1110xxxx or 11110xxx, then six bits a byte.
+            output.put(static_cast<char>((0xF00U >> bytes & 0xFF) | c >> 6 * (bytes - 1)));
+            for (unsigned shift = 6 * (bytes - 1); shift != 0; shift -= 6)
+                output.put(static_cast<char>(0x80 | (c >> (shift - 6) & 0x3F)));
+        }
+        at += units;
+    }
+    return {at, output.count};
+}
+
+template <class Element>
+Progress encode(const Element* source, std::size_t length, char* destination, std::size_t capacity) {
+    Writer<char> output{destination, capacity};
+    return encodeInto<Element>(source, length, output);
+}
+
+template <class Element>
+Progress encodedLength(const Element* source, std::size_t length) {
+    Counter<char> output;
+    return encodeInto<Element>(source, length, output);
+}
+
+}  // namespace qzString::utf8
+
+#endif
