@@ -1,0 +1,23 @@
+// A variable argument list that ends with its scope, also when an exception leaves it. Internal, not installed.
+#ifndef QZSTRING_STRING_ARGUMENTLIST_H
+#define QZSTRING_STRING_ARGUMENTLIST_H
+
+#include <cstdarg>
+
+namespace qzString {
+
+// Made right after va_start or va_copy of `list`, in the same function.
+class EndsList {
+  public:
+    explicit EndsList(va_list& started) : list(started) {}
+    ~EndsList() { va_end(list); }
+    EndsList(const EndsList&) = delete;
+    EndsList& operator=(const EndsList&) = delete;
+
+  private:
+    va_list& list;
+};
+
+}  // namespace qzString
+
+#endif

@@ -1,0 +1,134 @@
+#include <algorithm>
+#include <cstring>
+#include <cwchar>
+#include <string>
+#include <string_view>
+
+#include "primitives/character.h"
+#include "primitives/hash.h"
+#include "string/CString.h"
+#include "string/IString.h"
+
+namespace qzString {
+namespace {
+
+int compareElements(const char* a, const char* b, std::size_t count) {
+    return std::memcmp(a, b, count);
+}
+
+int compareElements(const wchar_t* a, const wchar_t* b, std::size_t count) {
+    return std::wmemcmp(a, b, count);
+}
+
+int collateElements(const char* a, const char* b) {
+    return std::strcoll(a, b);
+}
+
+int collateElements(const wchar_t* a, const wchar_t* b) {
+    return std::wcscoll(a, b);
+}
+
+template <class Char>
+std::basic_string<Char> lowered(std::basic_string<Char> text) {
+    toLower(text.data(), text.size());
+    return text;
+}
+
+int compareLengths(std::size_t a, std::size_t b) {
+    return a < b ? -1 : a > b ? 1 : 0;
+}
+
+// The exact order: the first difference decides, as the C library values it; without one the lengths do.
+template <class Char>
+int exactOrder(std::basic_string_view<Char> a, std::basic_string_view<Char> b) {
+    const std::size_t common = std::min(a.size(), b.size());
+    const int difference = common == 0 ? 0 : compareElements(a.data(), b.data(), common);
+    return difference != 0 ? difference : compareLengths(a.size(), b.size());
+}
+
+// The exact order of the lower-cased texts: theirs is that of the first characters whose lower-case forms differ.
+template <class Char>
+int foldedOrder(std::basic_string_view<Char> a, std::basic_string_view<Char> b) {
+    const std::size_t common = std::min(a.size(), b.size());
+    const std::size_t at = findCaseDifference(a.data(), b.data(), common);
+    if (at == common)
+        return compareLengths(a.size(), b.size());
+    const Char lowerA = toLower(a[at]);
+    const Char lowerB = toLower(b[at]);
+    return compareElements(&lowerA, &lowerB, 1);
+}
+
+}  // namespace
+
+// ---- CString ----
+
+int CString::compare(const CString& other) const noexcept {
+    return exactOrder<char>(text, other.text);
+}
+
+int CString::compare(const char* other) const noexcept {
+    return exactOrder<char>(text, other == nullptr ? std::string_view() : std::string_view(other));
+}
+
+int CString::compareNoCase(const CString& other) const noexcept {
+    return foldedOrder<char>(text, other.text);
+}
+
+int CString::collate(const CString& other) const {
+    return collateElements(asChar(), other.asChar());
+}
+
+int CString::collateNoCase(const CString& other) const {
+    return collateElements(lowered(text).c_str(), lowered(other.text).c_str());
+}
+
+// ---- IString ----
+
+int IString::compare(const IString& other) const noexcept {
+    return exactOrder<wchar_t>(wideText, other.wideText);
+}
+
+int IString::compareNoCase(const IString& other) const noexcept {
+    return foldedOrder<wchar_t>(wideText, other.wideText);
+}
+
+int IString::collate(const IString& other) const {
+    return collateElements(asWChar(), other.asWChar());
+}
+
+int IString::collateNoCase(const IString& other) const {
+    return collateElements(lowered(wideText).c_str(), lowered(other.wideText).c_str());
+}
+
+// ---- Relations and hashing, of both classes ----
+
+bool equal(const CString& a, const char* b) noexcept {
+    return a.compare(b) == 0;
+}
+
+std::uint64_t hashfunction(const CString& s) noexcept {
+    return qz::hashfunction(reinterpret_cast<const unsigned char*>(s.asChar()), static_cast<int>(s.length()));
+}
+
+std::uint64_t hashfunction(const IString& s) noexcept {
+    return qz::hashfunction(s.asWChar(), static_cast<int>(s.length()));
+}
+
+#define QZSTRING_RELATION(name, relation)                       \
+    bool name(const CString& a, const CString& b) noexcept {    \
+        return a.compare(b) relation 0;                         \
+    }                                                           \
+    bool name(const IString& a, const IString& b) noexcept {    \
+        return a.compare(b) relation 0;                         \
+    }
+
+QZSTRING_RELATION(equal, ==)
+QZSTRING_RELATION(notEqual, !=)
+QZSTRING_RELATION(less, <)
+QZSTRING_RELATION(greater, >)
+QZSTRING_RELATION(lessEqual, <=)
+QZSTRING_RELATION(greaterEqual, >=)
+
+#undef QZSTRING_RELATION
+
+}  // namespace qzString

@@ -1,0 +1,184 @@
+#include "primitives/conversion.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "string/IString.h"
+#include "string/scratch.h"
+
+namespace qzString {
+namespace {
+
+// Elements that scratch buffers may take on the stack, terminator included: 1 MiB each where `wchar_t` has 4 bytes.
+constexpr std::size_t kWideOnStack = 262144;
+constexpr std::size_t kBytesOnStack = 1048576;
+
+struct Free {
+    void operator()(char* memory) const { std::free(memory); }
+};
+
+void report(bool* ok, bool converted) {
+    if (ok != nullptr)
+        *ok = converted;
+}
+
+unsigned int toWide(Encoding encoding, const char* source, unsigned int length, wchar_t* destination,
+                    unsigned int capacity, bool* ok) {
+    return encoding == kUTF8 ? UTF8toWCS(source, length, destination, capacity, false, ok)
+                             : MBStoWCS(source, length, destination, capacity, ok);
+}
+
+unsigned int fromWide(Encoding encoding, const wchar_t* source, unsigned int length, char* destination,
+                      unsigned int capacity, bool* ok) {
+    return encoding == kUTF8 ? WCStoUTF8(source, length, destination, capacity, ok)
+                             : WCStoMBS(source, length, destination, capacity, ok);
+}
+
+}  // namespace
+
+// ---- Decoding ----
+
+// Makes wideText the decoded text, which is not empty. Returns false where it does not convert, with everything as it
+// was. The caller's flag goes to the converter itself; it is false should memory run out.
+bool IString::decode(const char* s, std::size_t length, Encoding encoding, bool* ok) {
+    report(ok, false);
+    if (length > UINT32_MAX)
+        return false;
+    const auto sourceLength = static_cast<unsigned int>(length);
+    const unsigned int needed = toWide(encoding, s, sourceLength, nullptr, 0, nullptr);
+    if (needed == 0)
+        return false;
+    const std::size_t room = std::size_t{needed} + 1;
+    const Scratch<wchar_t> scratch(QZSTRING_STACK_SCRATCH(room * sizeof(wchar_t), kWideOnStack * sizeof(wchar_t)),
+                                   room);
+    const unsigned int written =
+        toWide(encoding, s, sourceLength, scratch.get(), static_cast<unsigned int>(room), ok);
+    if (written == 0)
+        return false;
+    try {
+        wideText.assign(scratch.get(), written);
+    } catch (...) {
+        report(ok, false);
+        throw;
+    }
+    return true;
+}
+
+void IString::convertFromMultibyte(const char* s, Encoding encoding, bool* ok) {
+    const std::size_t length = std::strlen(s);
+    if (length == 0) {
+        wideText.clear();
+        changed();
+        report(ok, true);
+        return;
+    }
+    // Text decoded from the string's own cache leaves the cache as its multibyte form, unless a NUL ended it early.
+    const bool isWholeCache = s == multibyteCache.data() && length == multibyteCache.size();
+    if (decode(s, length, encoding, ok))
+        cacheEncoding = isWholeCache ? encoding : kNoEncoding;
+}
+
+IString& IString::assign(const char* s, Encoding encoding, bool* ok) {
+    const std::size_t length = s == nullptr ? 0 : std::strlen(s);
+    if (length == 0)
+        report(ok, true);
+    if (length == 0 || !decode(s, length, encoding, ok))
+        wideText.clear();
+    multibyteCache.clear();
+    return changed();
+}
+
+IString& IString::assign(const CString& s, Encoding encoding, bool* ok) {
+    return assign(s.asChar(), encoding, ok);
+}
+
+IString::IString(const char* s, Encoding encoding, bool* ok) {
+    assign(s, encoding, ok);
+}
+
+IString::IString(const CString& s, Encoding encoding, bool* ok) {
+    assign(s, encoding, ok);
+}
+
+IString::IString(char c, Encoding encoding, bool* ok) {
+    const char text[] = {c, '\0'};
+    assign(text, encoding, ok);
+}
+
+IString::IString(unsigned int count, char c, Encoding encoding, bool* ok) {
+    assign(std::string(count, c).c_str(), encoding, ok);
+}
+
+// ---- Encoding ----
+
+void IString::convertToMultibyte(Encoding encoding, bool* ok) const {
+    if (cacheEncoding == encoding && encoding != kNoEncoding) {
+        report(ok, true);
+        return;
+    }
+    if (wideText.empty()) {
+        multibyteCache.clear();
+        cacheEncoding = encoding;
+        report(ok, true);
+        return;
+    }
+    report(ok, false);
+    const unsigned int needed = wideText.size() > UINT32_MAX
+                                    ? 0
+                                    : fromWide(encoding, wideText.data(), length(), nullptr, 0, nullptr);
+    if (needed == 0) {
+        multibyteCache.clear();
+        cacheEncoding = kNoEncoding;
+        return;
+    }
+    const std::size_t room = std::size_t{needed} + 1;
+    const Scratch<char> scratch(QZSTRING_STACK_SCRATCH(room, kBytesOnStack), room);
+    bool converted = false;
+    const unsigned int written =
+        fromWide(encoding, wideText.data(), length(), scratch.get(), static_cast<unsigned int>(room), &converted);
+    if (written == 0)
+        return;
+    multibyteCache.assign(scratch.get(), written);
+    cacheEncoding = converted ? encoding : kNoEncoding;
+    report(ok, converted);
+}
+
+const char* IString::asMultibyte(Encoding encoding, bool* ok) const {
+    convertToMultibyte(encoding, ok);
+    return multibyteCache.c_str();
+}
+
+const char* IString::asUTF8(bool* ok) const {
+    return asMultibyte(kUTF8, ok);
+}
+
+unsigned int IString::asMultibyteStoreSize(Encoding encoding) const {
+    convertToMultibyte(encoding);
+    return static_cast<unsigned int>(multibyteCache.size()) + 1U;
+}
+
+unsigned int IString::asUTF8StoreSize() const {
+    return asMultibyteStoreSize(kUTF8);
+}
+
+char* IString::copyAsMultibyte(Encoding encoding, bool* ok) const {
+    convertToMultibyte(encoding);
+    const std::size_t size = multibyteCache.size();
+    std::unique_ptr<char, Free> copy(static_cast<char*>(std::malloc(size + 1)));
+    convertToMultibyte(encoding, ok);
+    if (copy) {
+        // A conversion that failed has run again, and could have yielded another length.
+        const std::size_t length = multibyteCache.size() < size ? multibyteCache.size() : size;
+        std::memcpy(copy.get(), multibyteCache.data(), length);
+        copy.get()[length] = '\0';
+    }
+    return copy.release();
+}
+
+CString IString::convertToCString() const {
+    return CString(asMultibyte(kMultibyte));
+}
+
+}  // namespace qzString

@@ -1,0 +1,167 @@
+#include <algorithm>
+#include <cstdint>
+#include <cwchar>
+#include <string>
+#include <string_view>
+
+#include "primitives/character.h"
+#include "string/CString.h"
+#include "string/IString.h"
+#include "string/search.h"
+
+namespace qzString {
+namespace {
+
+constexpr unsigned int kNone = CString::npos;
+
+unsigned int position(std::size_t found) {
+    return found == search::kNotFound ? kNone : static_cast<unsigned int>(found);
+}
+
+template <class Char>
+std::basic_string_view<Char> terminated(const Char* s) {
+    return s == nullptr ? std::basic_string_view<Char>() : std::basic_string_view<Char>(s);
+}
+
+// An empty needle is found nowhere.
+template <class Char>
+unsigned int findText(std::basic_string_view<Char> text, std::basic_string_view<Char> needle, unsigned int pos) {
+    if (needle.empty() || pos >= text.size())
+        return kNone;
+    return position(search::findFirst(text.data(), text.size(), needle.data(), needle.size(), pos));
+}
+
+template <class Char>
+unsigned int rfindText(std::basic_string_view<Char> text, std::basic_string_view<Char> needle, unsigned int pos) {
+    if (needle.empty() || text.empty())
+        return kNone;
+    return position(search::findLast(text.data(), text.size(), needle.data(), needle.size(), pos));
+}
+
+template <class Char, class Test>
+unsigned int findAccepted(std::basic_string_view<Char> text, Test accepts, unsigned int pos) {
+    for (std::size_t i = pos; i < text.size(); ++i) {
+        if (accepts(text[i]))
+            return static_cast<unsigned int>(i);
+    }
+    return kNone;
+}
+
+template <class Char, class Test>
+unsigned int rfindAccepted(std::basic_string_view<Char> text, Test accepts, unsigned int pos) {
+    for (std::size_t i = std::min<std::size_t>(std::size_t{pos} + 1, text.size()); i > 0; --i) {
+        if (accepts(text[i - 1]))
+            return static_cast<unsigned int>(i - 1);
+    }
+    return kNone;
+}
+
+// A set of characters that answers for most without looking through its members: ASCII members have a table of their
+// own, the others a filter by their lowest eight bits, and only what the filter lets pass is compared with the members.
+class CharacterSet {
+  public:
+    explicit CharacterSet(std::wstring_view set) : members(set) {
+        for (const wchar_t c : set)
+            (isAscii(c) ? ascii : others)[static_cast<unsigned char>(c)] = true;
+    }
+
+    bool operator()(wchar_t c) const {
+        const auto low = static_cast<unsigned char>(c);
+        if (isAscii(c))
+            return ascii[low];
+        return others[low] && std::wmemchr(members.data(), c, members.size()) != nullptr;
+    }
+
+  private:
+    std::wstring_view members;
+    bool ascii[256] = {};
+    bool others[256] = {};
+};
+
+}  // namespace
+
+// ---- CString ----
+
+unsigned int CString::find(const CString& needle, unsigned int pos) const noexcept {
+    return findText<char>(text, needle.text, pos);
+}
+
+unsigned int CString::find(const char* needle, unsigned int pos) const noexcept {
+    return findText<char>(text, terminated(needle), pos);
+}
+
+unsigned int CString::find(char needle, unsigned int pos) const noexcept {
+    return findText<char>(text, {&needle, 1}, pos);
+}
+
+unsigned int CString::rfind(const CString& needle, unsigned int pos) const noexcept {
+    return rfindText<char>(text, needle.text, pos);
+}
+
+unsigned int CString::rfind(const char* needle, unsigned int pos) const noexcept {
+    return rfindText<char>(text, terminated(needle), pos);
+}
+
+unsigned int CString::rfind(char needle, unsigned int pos) const noexcept {
+    return rfindText<char>(text, {&needle, 1}, pos);
+}
+
+unsigned int CString::find(bool (*accepts)(char), unsigned int pos) const {
+    return findAccepted<char>(text, accepts, pos);
+}
+
+unsigned int CString::rfind(bool (*accepts)(char), unsigned int pos) const {
+    return rfindAccepted<char>(text, accepts, pos);
+}
+
+bool CString::isAscii() const noexcept {
+    return qzString::isAscii(text.data(), text.size());
+}
+
+// ---- IString ----
+
+unsigned int IString::find(const IString& needle, unsigned int pos) const noexcept {
+    return findText<wchar_t>(wideText, needle.wideText, pos);
+}
+
+unsigned int IString::find(const wchar_t* needle, unsigned int pos) const noexcept {
+    return findText<wchar_t>(wideText, terminated(needle), pos);
+}
+
+unsigned int IString::find(wchar_t needle, unsigned int pos) const noexcept {
+    return findText<wchar_t>(wideText, {&needle, 1}, pos);
+}
+
+unsigned int IString::rfind(const IString& needle, unsigned int pos) const noexcept {
+    return rfindText<wchar_t>(wideText, needle.wideText, pos);
+}
+
+unsigned int IString::rfind(const wchar_t* needle, unsigned int pos) const noexcept {
+    return rfindText<wchar_t>(wideText, terminated(needle), pos);
+}
+
+unsigned int IString::rfind(wchar_t needle, unsigned int pos) const noexcept {
+    return rfindText<wchar_t>(wideText, {&needle, 1}, pos);
+}
+
+unsigned int IString::find(bool (*accepts)(wchar_t), unsigned int pos) const {
+    return findAccepted<wchar_t>(wideText, accepts, pos);
+}
+
+unsigned int IString::rfind(bool (*accepts)(wchar_t), unsigned int pos) const {
+    return rfindAccepted<wchar_t>(wideText, accepts, pos);
+}
+
+unsigned int IString::findAny(const IString& set, unsigned int pos) const noexcept {
+    return findAccepted<wchar_t>(wideText, CharacterSet(set.wideText), pos);
+}
+
+unsigned int IString::rfindAny(const IString& set, unsigned int pos) const noexcept {
+    return rfindAccepted<wchar_t>(wideText, CharacterSet(set.wideText), pos);
+}
+
+bool IString::isAscii() const noexcept {
+    return qzString::isAscii(wideText.data(), wideText.size());
+}
+
+}  // namespace qzString

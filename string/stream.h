@@ -1,0 +1,76 @@
+// Output of the strings to streams, and how GoogleTest prints them.
+//
+// The whole text is written, NULs included, with the stream's width and fill. An IString goes to a wide stream as it is
+// and to a narrow one as UTF-8; one that cannot be encoded sets the stream's failbit and writes nothing. The cache of
+// the string is not touched.
+#ifndef QZSTRING_STRING_STREAM_H
+#define QZSTRING_STRING_STREAM_H
+
+#include <cstdint>
+#include <ostream>
+#include <string_view>
+#include <type_traits>
+
+#include "string/view.h"
+
+namespace qzString {
+
+inline std::ostream& operator<<(std::ostream& out, const CString& s) {
+    return out << asView(s);
+}
+
+inline std::wostream& operator<<(std::wostream& out, const IString& s) {
+    return out << asView(s);
+}
+
+inline std::ostream& operator<<(std::ostream& out, const IString& s) {
+    const IString copy(s);
+    bool ok = false;
+    const char* const bytes = copy.asUTF8(&ok);
+    if (ok)
+        out << std::string_view(bytes, copy.asUTF8StoreSize() - 1);
+    else
+        out.setstate(std::ios_base::failbit);
+    return out;
+}
+
+namespace detail {
+
+// Quoted; what is not printable ASCII as \x{hexadecimal}, so that no two texts look alike.
+template <class Char>
+void printQuoted(std::basic_string_view<Char> text, std::ostream& out) {
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    out << '"';
+    for (const Char c : text) {
+        const auto value = static_cast<std::uint32_t>(static_cast<std::make_unsigned_t<Char>>(c));
+        if (value == '"' || value == '\\') {
+            out << '\\' << static_cast<char>(value);
+        } else if (value >= 0x20 && value < 0x7F) {
+            out << static_cast<char>(value);
+        } else {
+            out << "\\x{";
+            int shift = 28;
+            while (shift > 0 && value >> shift == 0)
+                shift -= 4;
+            for (; shift >= 0; shift -= 4)
+                out << kDigits[value >> shift & 0xF];
+            out << '}';
+        }
+    }
+    out << '"';
+}
+
+}  // namespace detail
+
+// Found by GoogleTest.
+inline void PrintTo(const CString& s, std::ostream* out) {
+    detail::printQuoted(asView(s), *out);
+}
+inline void PrintTo(const IString& s, std::ostream* out) {
+    *out << 'L';
+    detail::printQuoted(asView(s), *out);
+}
+
+}  // namespace qzString
+
+#endif
