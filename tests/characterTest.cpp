@@ -1,0 +1,169 @@
+// Character classes and case mapping: rules of the Unicode Character Database over all code points, and the run forms
+// of every kernel against the one-character forms.
+#include "primitives/character.h"
+
+#include <random>
+
+#include "primitives/kernels.h"
+#include "support.h"
+
+using qzString::kernels::Kernels;
+
+namespace {
+
+constexpr std::uint32_t kEnd = 0x110000;
+
+template <class Function>
+void forEveryKernel(Function function) {
+    for (const Kernels* kernels : qzString::kernels::allKernels()) {
+        if (!kernels->usable())
+            continue;
+        SCOPED_TRACE(kernels->name);
+        function(*kernels);
+    }
+}
+
+}  // namespace
+
+TEST(Character, NarrowRulesAreThoseOfAscii) {
+    static_assert(qzString::isSpace('\t') && qzString::toLower('A') == 'a' && qzString::isAscii('\x7F'));
+    for (int byte = 0; byte < 256; ++byte) {
+        const char c = static_cast<char>(byte);
+        EXPECT_EQ(qzString::isAscii(c), byte < 128);
+        EXPECT_EQ(qzString::isSpace(c), byte == ' ' || (byte >= 9 && byte <= 13));
+        EXPECT_EQ(qzString::toLower(c), byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + 32) : c);
+        EXPECT_EQ(qzString::toUpper(c), byte >= 'a' && byte <= 'z' ? static_cast<char>(byte - 32) : c);
+    }
+}
+
+TEST(Character, WhiteSpaceIsThePropertyAndNothingElse) {
+    std::wstring spaces;
+    for (std::uint32_t c = 0; c < kEnd; ++c) {
+        EXPECT_EQ(qzString::isAscii(static_cast<wchar_t>(c)), c < 128);
+        if (qzString::isSpace(static_cast<wchar_t>(c)))
+            spaces += static_cast<wchar_t>(c);
+    }
+    EXPECT_EQ(spaces, L"\t\n\v\f\r \x85\xA0\x1680\x2000\x2001\x2002\x2003\x2004\x2005\x2006\x2007\x2008\x2009\x200A"
+                      L"\x2028\x2029\x202F\x205F\x3000");
+    EXPECT_FALSE(qzString::isSpace(static_cast<wchar_t>(-1)));
+}
+
+// Counts and a checksum over all mappings catch a table that was cut or shifted; the pairs say what they mean.
+TEST(Character, CaseMappingIsUnicodes) {
+    const struct {
+        std::uint32_t upper, lower;
+    } pairs[] = {{'A', 'a'},       {0xC9, 0xE9},     {0x178, 0xFF},    {0x3A3, 0x3C3},     {0x410, 0x430},
+                 {0x531, 0x561},   {0x10A0, 0x2D00}, {0x13A0, 0xAB70}, {0x1E9E, 0xDF},     {0x1F08, 0x1F00},
+                 {0x2160, 0x2170}, {0xA64A, 0xA64B}, {0xFF21, 0xFF41}, {0x10400, 0x10428}, {0x1E921, 0x1E943}};
+    for (const auto& pair : pairs) {
+        EXPECT_EQ(qzString::toLower(static_cast<wchar_t>(pair.upper)), static_cast<wchar_t>(pair.lower));
+        EXPECT_EQ(qzString::toLower(static_cast<wchar_t>(pair.lower)), static_cast<wchar_t>(pair.lower));
+        if (pair.upper != 0x1E9E) {  // U+00DF has no simple upper-case form
+            EXPECT_EQ(qzString::toUpper(static_cast<wchar_t>(pair.lower)), static_cast<wchar_t>(pair.upper));
+        }
+    }
+    EXPECT_EQ(qzString::toLower(L'\x130'), L'i');
+    EXPECT_EQ(qzString::toUpper(L'\xDF'), L'\xDF');
+    EXPECT_EQ(qzString::toUpper(L'\x3C2'), L'\x3A3');
+    EXPECT_EQ(qzString::toUpper(L'\x1C5'), L'\x1C4');
+
+    std::uint32_t lowered = 0;
+    std::uint32_t raised = 0;
+    for (std::uint32_t c = 0; c < kEnd; ++c) {
+        const wchar_t lower = qzString::toLower(static_cast<wchar_t>(c));
+        const wchar_t upper = qzString::toUpper(static_cast<wchar_t>(c));
+        lowered += lower != static_cast<wchar_t>(c);
+        raised += upper != static_cast<wchar_t>(c);
+        EXPECT_EQ(qzString::toLower(lower), lower) << c;
+        EXPECT_EQ(qzString::toUpper(upper), upper) << c;
+    }
+    EXPECT_EQ(lowered, 1508U);
+    EXPECT_EQ(raised, 1525U);
+    for (const std::uint32_t beyond : {kEnd, 0x7FFFFFFFU, 0xFFFFFFFFU})
+        EXPECT_EQ(qzString::toLower(static_cast<wchar_t>(beyond)), static_cast<wchar_t>(beyond));
+}
+
+// All code points in runs that shift against the blocks, and mixtures of scripts; in exact-size blocks.
+TEST(Character, RunsMapAsCharactersDo) {
+    std::vector<std::wstring> texts;
+    for (std::uint32_t first = 0; first < 0x30000; first += 997) {
+        std::wstring text;
+        for (std::uint32_t c = first; c < first + 997; ++c)
+            text += static_cast<wchar_t>(c);
+        texts.push_back(text);
+    }
+    std::mt19937 random(3);
+    for (int round = 0; round < 500; ++round) {
+        static constexpr std::uint32_t kFirst[] = {0, 0, 0x400, 0xC0, 0x3040, 0x1E000, 0xA640, 0x7FFFFF00, 0xFFFFFF00};
+        const std::uint32_t script = kFirst[random() % 9];
+        std::wstring text;
+        for (std::size_t length = random() % 200; length > 0; --length)
+            text += static_cast<wchar_t>(random() % 5 == 0 ? random() % 0x300 : script + random() % 0x100);
+        texts.push_back(text);
+    }
+    forEveryKernel([&](const Kernels& kernels) {
+        for (const std::wstring& text : texts) {
+            std::wstring lower;
+            std::wstring upper;
+            for (const wchar_t c : text) {
+                lower += qzString::toLower(c);
+                upper += qzString::toUpper(c);
+            }
+            const support::Exact<wchar_t> lowered{std::wstring_view(text)};
+            kernels.toLowerWide(lowered.data(), lowered.size());
+            ASSERT_EQ(lowered.view(text.size()), lower);
+            const support::Exact<wchar_t> raised{std::wstring_view(text)};
+            kernels.toUpperWide(raised.data(), raised.size());
+            ASSERT_EQ(raised.view(text.size()), upper);
+            ASSERT_EQ(kernels.findCaseDifferenceWide(lowered.data(), text.data(), text.size()), text.size());
+            ASSERT_EQ(kernels.isAsciiWide(text.data(), text.size()),
+                      text.find_first_not_of(texts[0].substr(0, 128)) == std::wstring::npos);
+        }
+    });
+}
+
+TEST(Character, NarrowRunsMapAsCharactersDo) {
+    forEveryKernel([](const Kernels& kernels) {
+        for (std::size_t length = 0; length < 400; ++length) {
+            std::string text;
+            std::string lower;
+            std::string upper;
+            for (std::size_t i = 0; i < length; ++i) {
+                text += static_cast<char>(i * 7 + length);
+                lower += qzString::toLower(text.back());
+                upper += qzString::toUpper(text.back());
+            }
+            const support::Exact<char> lowered{std::string_view(text)};
+            kernels.toLowerNarrow(lowered.data(), lowered.size());
+            ASSERT_EQ(lowered.view(length), lower);
+            const support::Exact<char> raised{std::string_view(text)};
+            kernels.toUpperNarrow(raised.data(), raised.size());
+            ASSERT_EQ(raised.view(length), upper);
+            ASSERT_EQ(kernels.findCaseDifferenceNarrow(lowered.data(), raised.data(), length), length);
+            if (length > 0) {
+                const std::size_t at = length * 5 % 7 * length / 7;
+                lowered.data()[at] = static_cast<char>(lowered.data()[at] ^ 0x81);
+                ASSERT_EQ(kernels.findCaseDifferenceNarrow(raised.data(), lowered.data(), length), at);
+            }
+        }
+    });
+}
+
+TEST(Character, AsciiTestSeesEveryPlace) {
+    forEveryKernel([](const Kernels& kernels) {
+        for (std::size_t length = 0; length < 600; length += 1 + length / 50) {
+            const support::Exact<char> narrow(length);
+            const support::Exact<wchar_t> wide(length);
+            ASSERT_TRUE(kernels.isAsciiNarrow(narrow.data(), length));
+            ASSERT_TRUE(kernels.isAsciiWide(wide.data(), length));
+            for (std::size_t at = 0; at < length; ++at) {
+                narrow.data()[at] = '\x80';
+                wide.data()[at] = at % 2 == 0 ? 0x80 : static_cast<wchar_t>(0x80000000U);
+                ASSERT_FALSE(kernels.isAsciiNarrow(narrow.data(), length)) << length << ' ' << at;
+                ASSERT_FALSE(kernels.isAsciiWide(wide.data(), length)) << length << ' ' << at;
+                narrow.data()[at] = '\x7F';
+                wide.data()[at] = 0x7F;
+            }
+        }
+    });
+}

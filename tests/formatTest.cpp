@@ -1,0 +1,71 @@
+// The bounded formatters: what they say of output that fits, does not fit, and never can.
+#include "primitives/format.h"
+
+#include <climits>
+#include <clocale>
+
+#include "support.h"
+
+namespace {
+
+int formatInto(char* buffer, unsigned int size, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int result = KT_vsnprintf(buffer, size, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+int formatInto(wchar_t* buffer, unsigned int size, const wchar_t* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int result = KT_vswprintf(buffer, size, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+template <class Char>
+class Format : public ::testing::Test {};
+using BothWidths = ::testing::Types<char, wchar_t>;
+TYPED_TEST_SUITE(Format, BothWidths);
+
+}  // namespace
+
+TYPED_TEST(Format, SaysHowMuchRoomIsNeeded) {
+    const TypeParam five[] = {'%', '5', 'd', 0};
+    const TypeParam nothing[] = {0};
+    for (unsigned int size = 0; size < 9; ++size) {
+        const support::Exact<TypeParam> buffer(size);
+        ASSERT_EQ(formatInto(buffer.data(), size, five, 7), size > 5 ? 5 : -5) << size;
+        if (size > 5) {
+            EXPECT_EQ(buffer.view(6), (std::basic_string<TypeParam>{' ', ' ', ' ', ' ', '7', 0}));
+        }
+        ASSERT_EQ(formatInto(buffer.data(), size, nothing), size > 0 ? 0 : -1) << size;
+    }
+    EXPECT_EQ(formatInto(static_cast<TypeParam*>(nullptr), 0, five, 7), -5);
+}
+
+TYPED_TEST(Format, TellsWhatCanNeverSucceed) {
+    TypeParam buffer[100];
+    const TypeParam unfinished[] = {'x', '%', 0};
+    EXPECT_EQ(formatInto(buffer, 100, unfinished), INT_MIN);
+    EXPECT_EQ(formatInto(buffer, 100, static_cast<const TypeParam*>(nullptr)), INT_MIN);
+    const TypeParam huge[] = {'%', '*', 'd', '%', '*', 'd', 0};
+    EXPECT_EQ(formatInto(buffer, 100, huge, INT_MAX, 1, INT_MAX, 1), INT_MIN);
+    std::setlocale(LC_ALL, "C");
+    for (const unsigned int size : {0U, 1U, 100U}) {
+        if constexpr (sizeof(TypeParam) == 1) {
+            EXPECT_EQ(formatInto(buffer, size, "%ls", L"\x416"), INT_MIN);
+        } else {
+            EXPECT_EQ(formatInto(buffer, size, L"%s", "\xFF"), INT_MIN);
+        }
+    }
+}
+
+TYPED_TEST(Format, RaisesBadAllocWithoutMemory) {
+    // Where the platform's formatter itself needs memory: a precision beyond its own buffers.
+    const TypeParam precise[] = {'%', '.', '*', 'f', 0};
+    support::Allocations::failAt(0);
+    TypeParam buffer[10];
+    EXPECT_EQ(formatInto(buffer, 10, precise, 20000, 1.0), -20002);
+}

@@ -1,0 +1,97 @@
+// The headers for interoperation: containers, views, streams and test output.
+#include <map>
+#include <sstream>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "string/containers.h"
+#include "string/stream.h"
+#include "string/view.h"
+#include "support.h"
+
+using namespace support;
+
+template <class String>
+class Interop : public ::testing::Test {};
+TYPED_TEST_SUITE(Interop, BothClasses);
+
+TYPED_TEST(Interop, KeysContainers) {
+    std::unordered_map<TypeParam, int, qzString::Hash, qzString::Equal> exact;
+    std::unordered_map<TypeParam, int, qzString::HashNoCase, qzString::EqualNoCase> folded;
+    std::map<TypeParam, int, qzString::Less> ordered;
+    std::map<TypeParam, int, qzString::LessNoCase> orderedNoCase;
+    for (const char* const key : {"Key", "key", "KEY", "other"}) {
+        const TypeParam k = make<TypeParam>(key);
+        ++exact[k];
+        ++folded[k];
+        ++ordered[k];
+        ++orderedNoCase[k];
+    }
+    EXPECT_EQ(exact.size(), 4U);
+    EXPECT_EQ(folded.size(), 2U);
+    EXPECT_EQ(folded[make<TypeParam>("kEy")], 3);
+    EXPECT_EQ(ordered.size(), 4U);
+    EXPECT_EQ(value(ordered.begin()->first), wide<TypeParam>("KEY"));
+    EXPECT_EQ(orderedNoCase.size(), 2U);
+    const auto text = wide<TypeParam>("keY");
+    EXPECT_EQ(orderedNoCase.find(text.c_str())->second, 3);  // no temporary string
+    EXPECT_EQ(orderedNoCase.count(std::basic_string_view<Char<TypeParam>>(text)), 1U);
+    EXPECT_EQ(ordered.count(text), 0U);
+}
+
+TYPED_TEST(Interop, FunctionObjectsAgreeWithTheMembers) {
+    const char* const texts[] = {"", "a", "A", "ab", "B", "_"};
+    for (const char* const x : texts) {
+        for (const char* const y : texts) {
+            const TypeParam a = make<TypeParam>(x);
+            const TypeParam b = make<TypeParam>(y);
+            EXPECT_EQ(qzString::Equal()(a, b), equal(a, b));
+            EXPECT_EQ(qzString::Less()(a, b), less(a, b));
+            EXPECT_EQ(qzString::EqualNoCase()(a, b), a.compareNoCase(b) == 0);
+            EXPECT_EQ(qzString::LessNoCase()(a, b), a.compareNoCase(b) < 0);
+            if (qzString::EqualNoCase()(a, b)) {
+                EXPECT_EQ(qzString::HashNoCase()(a), qzString::HashNoCase()(b));
+            }
+        }
+        EXPECT_EQ(qzString::Hash()(make<TypeParam>(x)), hashfunction(make<TypeParam>(x)));
+    }
+    // The blocks of a long text count in their order.
+    const TypeParam ab = make<TypeParam>(std::string(256, 'a') + std::string(256, 'b'));
+    const TypeParam ba = make<TypeParam>(std::string(256, 'b') + std::string(256, 'a'));
+    TypeParam upper = ab;
+    upper.toUpperCase();
+    EXPECT_NE(qzString::HashNoCase()(ab), qzString::HashNoCase()(ba));
+    EXPECT_EQ(qzString::HashNoCase()(ab), qzString::HashNoCase()(upper));
+    const Char<TypeParam>* const null = nullptr;
+    EXPECT_TRUE(qzString::Equal()(null, TypeParam()));
+    EXPECT_EQ(qzString::Hash()(null), qzString::Hash()(TypeParam()));
+}
+
+TEST(Interop, LessRanksNarrowTextByUnsignedBytes) {
+    EXPECT_TRUE(qzString::Less()(CString("z"), CString("\xE9")));
+    EXPECT_TRUE(qzString::LessNoCase()(CString("Z"), CString("\xE9")));
+}
+
+TEST(Interop, WritesToStreams) {
+    const CString narrow("a\0b", 3);
+    std::ostringstream out;
+    out.width(5);
+    out << narrow << '|' << fromUtf8("\xD0\x96\xF0\x9F\x98\x80");
+    EXPECT_EQ(out.str(), std::string("  a\0b|\xD0\x96\xF0\x9F\x98\x80", 12));
+    std::wostringstream wideOut;
+    wideOut << IString(L"a\0\x416", 3);
+    EXPECT_EQ(wideOut.str(), std::wstring(L"a\0\x416", 3));
+    std::ostringstream failing;
+    failing << IString(L"x\xD800");
+    EXPECT_TRUE(failing.fail());
+    EXPECT_EQ(failing.str(), "");
+    const IString cached = fromUtf8("x");
+    const char* const pointer = cached.asMultibyte(qzString::kMultibyte);
+    out << cached;
+    EXPECT_EQ(cached.asMultibyte(qzString::kMultibyte), pointer);
+}
+
+TEST(Interop, PrintsInTests) {
+    EXPECT_EQ(::testing::PrintToString(CString("a\"\\\0\xE9", 5)), "\"a\\\"\\\\\\x{0}\\x{E9}\"");
+    EXPECT_EQ(::testing::PrintToString(IString(L"a\x416\x1F600")), "L\"a\\x{416}\\x{1F600}\"");
+}

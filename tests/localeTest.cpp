@@ -1,0 +1,149 @@
+// Conversion in the locale's encoding, in locales built for the tests.
+#include <clocale>
+#include <thread>
+
+#include "primitives/conversion.h"
+#include "string/IString.h"
+#include "support.h"
+
+using namespace support;
+
+namespace {
+
+class Locale : public ::testing::Test {
+  protected:
+    void TearDown() override { std::setlocale(LC_ALL, "C"); }
+};
+
+void expectBothWays(const std::string& bytes, const std::wstring& text) {
+    const Exact<char> source{std::string_view(bytes)};
+    const Exact<wchar_t> wide(text.size());
+    bool ok = false;
+    EXPECT_EQ(qzString::MBStoWCS(source.data(), source.size(), nullptr, 0, nullptr), text.size());
+    EXPECT_EQ(qzString::MBStoWCS(source.data(), source.size(), wide.data(), wide.size(), &ok), text.size());
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(wide.view(text.size()), text);
+    const Exact<wchar_t> wideSource{std::wstring_view(text)};
+    const Exact<char> narrow(bytes.size());
+    EXPECT_EQ(qzString::WCStoMBS(wideSource.data(), wideSource.size(), nullptr, 0, nullptr), bytes.size());
+    EXPECT_EQ(qzString::WCStoMBS(wideSource.data(), wideSource.size(), narrow.data(), narrow.size(), &(ok = false)),
+              bytes.size());
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(narrow.view(bytes.size()), bytes);
+    if (!text.empty()) {
+        EXPECT_EQ(qzString::MBStoWCS(source.data(), source.size(), wide.data(), wide.size() - 1, &ok), 0U);
+        EXPECT_FALSE(ok);
+        EXPECT_EQ(qzString::WCStoMBS(wideSource.data(), wideSource.size(), narrow.data(), narrow.size() - 1, &ok), 0U);
+        EXPECT_FALSE(ok);
+    }
+}
+
+void expectNoText(const std::string& bytes) {
+    bool ok = true;
+    EXPECT_EQ(qzString::MBStoWCS(bytes.data(), static_cast<unsigned int>(bytes.size()), nullptr, 0, &ok), 0U) << bytes;
+    EXPECT_FALSE(ok);
+    wchar_t room[600];
+    ASSERT_LT(bytes.size(), 600U);
+    EXPECT_EQ(qzString::MBStoWCS(bytes.data(), static_cast<unsigned int>(bytes.size()), room, 600, &(ok = true)), 0U);
+    EXPECT_FALSE(ok);
+}
+
+void expectNoBytes(const std::wstring& text) {
+    bool ok = true;
+    EXPECT_EQ(qzString::WCStoMBS(text.data(), static_cast<unsigned int>(text.size()), nullptr, 0, &ok), 0U);
+    EXPECT_FALSE(ok);
+}
+
+TEST_F(Locale, ConvertsInEveryCodeSet) {
+    const struct {
+        const char* locale;
+        std::string bytes;
+        std::wstring text;
+        std::vector<std::string> noText;
+        std::vector<std::wstring> noBytes;
+    } cases[] = {
+        {"C", "plain", L"plain", {"\x80", "a\xFF"}, {L"\xE9", L"\x416", L"\xDF80"}},
+        {"en_US.ISO-8859-1", "\xE9t\xE9 \xFF", L"\xE9t\xE9 \xFF", {}, {L"\x20AC", L"\x100", L"a\x416"}},
+        {"ru_RU.KOI8-R", "\xD6\xCF\xD0\xC1", L"\x436\x43E\x43F\x430", {}, {L"\xE9", L"\x4E00"}},
+        {"ja_JP.EUC-JP", "\xC6\xFC\xCB\xDC a \x8E\xB1\x8F\xB0\xA1", L"\x65E5\x672C a \xFF71\x4E02",
+         {"\xC6", "a\xC6\xFC\xCB", "\xC6\x41", "\xFF"}, {L"\x20AC", L"\x1F600"}},
+        {"zh_CN.GB18030", "\xD6\xD0\xCE\xC4\x81\x30\x84\x36 x", L"\x4E2D\x6587\xA5 x",
+         {"\xD6", "\x81\x30", "\xFF"}, {}},
+        {"zh_HK.BIG5-HKSCS", "\xA4\xA4\xA4\xE5 x", L"\x4E2D\x6587 x", {"\xA4", "\xFF"}, {L"\x20AC\x304"}},
+        {"en_US.UTF-8", "\xC3\xA9\xE4\xB8\x80\xF0\x9F\x98\x80", L"\xE9\x4E00\x1F600",
+         {"\xC3", "\xF4\x90\x80\x80", "\xED\xA0\x80", "\xC0\x80"}, {L"\xD800", std::wstring(1, 0x110000)}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.locale);
+        ASSERT_NE(std::setlocale(LC_ALL, c.locale), nullptr);
+        expectBothWays("", L"");
+        expectBothWays(c.bytes, c.text);
+        // NUL is a character; long runs of ASCII take another way.
+        const std::string run(300, 'r');
+        const std::wstring wideRun(300, L'r');
+        expectBothWays(c.bytes + '\0' + c.bytes, c.text + L'\0' + c.text);
+        expectBothWays(run + c.bytes + run + '\0' + c.bytes, wideRun + c.text + wideRun + L'\0' + c.text);
+        for (const std::string& bad : c.noText) {
+            expectNoText(bad);
+            expectNoText(c.bytes + bad);
+            expectNoText(run + bad);
+        }
+        for (const std::wstring& bad : c.noBytes) {
+            expectNoBytes(bad);
+            expectNoBytes(wideRun + bad);
+        }
+        expectNoBytes(L"a" + std::wstring(1, 0xD800));
+    }
+}
+
+// One multibyte character for two wide ones, which the C functions deliver in two steps.
+TEST_F(Locale, ConvertsCharactersThatStandForTwo) {
+    ASSERT_NE(std::setlocale(LC_ALL, "zh_HK.BIG5-HKSCS"), nullptr);
+    for (const std::string& padding : {std::string(), std::string(300, 'r')}) {
+        const std::wstring widePadding(padding.begin(), padding.end());
+        expectBothWays(padding + "\x88\x62", widePadding + L"\xCA\x304");
+        expectBothWays(padding + "\x88\x62\x88\x64z", widePadding + L"\xCA\x304\xCA\x30Cz");
+        expectBothWays(padding + "\x88\x66", widePadding + L"\xCA");
+        expectBothWays(padding + "\x88\x66z", widePadding + L"\xCAz");
+        expectBothWays(padding + std::string("\x88\x62\0\x88\x66\0", 6), widePadding + std::wstring(L"\xCA\x304\0\xCA\0", 5));
+    }
+}
+
+TEST_F(Locale, LeavesNoStateBehind) {
+    ASSERT_NE(std::setlocale(LC_ALL, "ja_JP.EUC-JP"), nullptr);
+    expectNoText("a\xC6");
+    expectBothWays("\xC6\xFC", L"\x65E5");
+    ASSERT_NE(std::setlocale(LC_ALL, "zh_HK.BIG5-HKSCS"), nullptr);
+    expectNoBytes(L"\xCA\x20AC\x304");
+    expectBothWays("z", L"z");
+}
+
+TEST_F(Locale, FollowsTheThreadsLocale) {
+    const locale_t own = newlocale(LC_ALL_MASK, "ru_RU.KOI8-R", nullptr);
+    ASSERT_NE(own, nullptr);
+    std::thread([own] {
+        uselocale(own);
+        expectBothWays("\xD6", L"\x436");
+    }).join();
+    expectNoText("\xD6");
+    freelocale(own);
+}
+
+// The cache remembers that its form was the locale's, not which locale it was.
+TEST_F(Locale, StringsConvertThroughTheLocale) {
+    ASSERT_NE(std::setlocale(LC_ALL, "ru_RU.KOI8-R"), nullptr);
+    bool ok = false;
+    const IString s("\xD6", qzString::kMultibyte, &ok);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(value(s), L"\x436");
+    EXPECT_STREQ(s.asUTF8(), "\xD0\xB6");
+    EXPECT_EQ(value(s.convertToCString()), "\xD6");
+    std::setlocale(LC_ALL, "C");
+    EXPECT_STREQ(s.asMultibyte(qzString::kMultibyte, &ok), "\xD6");
+    EXPECT_TRUE(ok);
+    IString other(L"\x436");
+    EXPECT_STREQ(other.asMultibyte(qzString::kMultibyte, &ok), "");
+    EXPECT_FALSE(ok);
+}
+
+}  // namespace
