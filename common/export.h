@@ -1,8 +1,8 @@
 // Marks of the library's declarations: what a shared build exports, and what a compiler can check of a call.
 //
-// A shared build (BUILD_SHARED_LIBS=ON) compiles everything hidden and exports only what QZSTRING_EXPORT marks.
-// The header needs no configure step: a program that links the shared library need define nothing either, as
-// default visibility serves both sides of an ELF or Mach-O library.
+// A shared build (BUILD_SHARED_LIBS=ON) compiles everything hidden and exports only what QZSTRING_EXPORT
+// marks. The header needs no configure step: a program that links the shared library need define nothing
+// either, as default visibility serves both sides of an ELF or Mach-O library.
 #ifndef QZSTRING_COMMON_EXPORT_H
 #define QZSTRING_COMMON_EXPORT_H
 

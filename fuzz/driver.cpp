@@ -15,12 +15,12 @@ using qzString::IString;
 namespace fuzz {
 namespace {
 
-#define QZSTRING_EXPECT(condition)                                                        \
-    do {                                                                                  \
-        if (!(condition)) {                                                               \
-            std::fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition);  \
-            std::abort();                                                                 \
-        }                                                                                 \
+#define QZSTRING_EXPECT(condition)                                                       \
+    do {                                                                                 \
+        if (!(condition)) {                                                              \
+            std::fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition); \
+            std::abort();                                                                \
+        }                                                                                \
     } while (false)
 
 // The bytes still to be interpreted; zeros when they have run out.
@@ -106,10 +106,12 @@ void search(const Pair<String>& text, const Pair<String>& needle, unsigned pos) 
     const auto& t = text.model;
     const auto& n = needle.model;
     const auto none = String::npos;
-    QZSTRING_EXPECT(text.string.find(needle.string, pos) == (n.empty() ? none : static_cast<unsigned>(t.find(n, pos))));
+    QZSTRING_EXPECT(text.string.find(needle.string, pos) ==
+                    (n.empty() ? none : static_cast<unsigned>(t.find(n, pos))));
     QZSTRING_EXPECT(text.string.rfind(needle.string, pos) ==
                     (n.empty() ? none : static_cast<unsigned>(t.rfind(n, pos))));
-    QZSTRING_EXPECT(text.string.find(isA<typename Pair<String>::Char>, pos) == static_cast<unsigned>(t.find('a', pos)));
+    QZSTRING_EXPECT(text.string.find(isA<typename Pair<String>::Char>, pos) ==
+                    static_cast<unsigned>(t.find('a', pos)));
     QZSTRING_EXPECT(text.string.rfind(isA<typename Pair<String>::Char>, pos) ==
                     static_cast<unsigned>(t.rfind('a', pos)));
     const int order = text.string.compare(needle.string);
@@ -122,10 +124,13 @@ void search(const Pair<String>& text, const Pair<String>& needle, unsigned pos) 
     for (auto& c : foldedNeedle)
         c = qzString::toLower(c);
     const int folded = text.string.compareNoCase(needle.string);
-    QZSTRING_EXPECT((folded < 0) == (foldedText < foldedNeedle) && (folded == 0) == (foldedText == foldedNeedle));
+    QZSTRING_EXPECT((folded < 0) == (foldedText < foldedNeedle) &&
+                    (folded == 0) == (foldedText == foldedNeedle));
     if constexpr (std::is_same_v<String, IString>) {
-        QZSTRING_EXPECT(text.string.findAny(needle.string, pos) == static_cast<unsigned>(t.find_first_of(n, pos)));
-        QZSTRING_EXPECT(text.string.rfindAny(needle.string, pos) == static_cast<unsigned>(t.find_last_of(n, pos)));
+        QZSTRING_EXPECT(text.string.findAny(needle.string, pos) ==
+                        static_cast<unsigned>(t.find_first_of(n, pos)));
+        QZSTRING_EXPECT(text.string.rfindAny(needle.string, pos) ==
+                        static_cast<unsigned>(t.find_last_of(n, pos)));
     }
 }
 
@@ -146,22 +151,49 @@ void edit(Pair<String>& a, Pair<String>& b, Input& input) {
     const auto text = untilNul(copy);
     const Char* const pointer = asView(b.string).data();
     switch (input.next() % 17) {
-        case 0: a.string.append(b.string), a.model += copy; break;
-        case 1: a.string.append(pointer), a.model += text; break;
-        case 2: a.string.append(c).prepend(c), a.model = c + a.model + c; break;
-        case 3: a.string.prepend(b.string), a.model = copy + a.model; break;
-        case 4: both([&] { a.string.insert(pos, b.string); }, [&] { a.model.insert(pos, copy); }); break;
-        case 5: both([&] { a.string.insert(pos, pointer); }, [&] { a.model.insert(pos, text); }); break;
-        case 6: both([&] { a.string.insert(pos, c); }, [&] { a.model.insert(pos, 1, c); }); break;
-        case 7:
-            both([&] { a.string.erase(pos, count); }, [&] { a.model.empty() ? a.model : a.model.erase(pos, count); });
+        case 0:
+            a.string.append(b.string), a.model += copy;
             break;
-        case 8: both([&] { a.string.replace(pos, count, b.string); }, [&] { a.model.replace(pos, count, copy); }); break;
-        case 9: both([&] { a.string.replace(pos, count, pointer); }, [&] { a.model.replace(pos, count, text); }); break;
-        case 10: both([&] { a.string.replace(pos, count, c); }, [&] { a.model.replace(pos, count, 1, c); }); break;
-        case 11: a.string.strip(c), trimModel(a.model, true, false, c); break;
-        case 12: a.string.rstripSpaces(), trimModel(a.model, false, true, c); break;
-        case 13: a.string.stripSpaces().rstrip(c), trimModel(a.model, true, true, c), trimModel(a.model, false, false, c);
+        case 1:
+            a.string.append(pointer), a.model += text;
+            break;
+        case 2:
+            a.string.append(c).prepend(c), a.model = c + a.model + c;
+            break;
+        case 3:
+            a.string.prepend(b.string), a.model = copy + a.model;
+            break;
+        case 4:
+            both([&] { a.string.insert(pos, b.string); }, [&] { a.model.insert(pos, copy); });
+            break;
+        case 5:
+            both([&] { a.string.insert(pos, pointer); }, [&] { a.model.insert(pos, text); });
+            break;
+        case 6:
+            both([&] { a.string.insert(pos, c); }, [&] { a.model.insert(pos, 1, c); });
+            break;
+        case 7:
+            both([&] { a.string.erase(pos, count); },
+                 [&] { a.model.empty() ? a.model : a.model.erase(pos, count); });
+            break;
+        case 8:
+            both([&] { a.string.replace(pos, count, b.string); }, [&] { a.model.replace(pos, count, copy); });
+            break;
+        case 9:
+            both([&] { a.string.replace(pos, count, pointer); }, [&] { a.model.replace(pos, count, text); });
+            break;
+        case 10:
+            both([&] { a.string.replace(pos, count, c); }, [&] { a.model.replace(pos, count, 1, c); });
+            break;
+        case 11:
+            a.string.strip(c), trimModel(a.model, true, false, c);
+            break;
+        case 12:
+            a.string.rstripSpaces(), trimModel(a.model, false, true, c);
+            break;
+        case 13:
+            a.string.stripSpaces().rstrip(c), trimModel(a.model, true, true, c),
+                trimModel(a.model, false, false, c);
             break;
         case 14:
             a.string.toLowerCase();
@@ -175,7 +207,9 @@ void edit(Pair<String>& a, Pair<String>& b, Input& input) {
                      b.model = std::is_same_v<String, IString> ? untilNul(piece) : piece;
                  });
             break;
-        default: a.string.swap(b.string), a.model.swap(b.model); break;
+        default:
+            a.string.swap(b.string), a.model.swap(b.model);
+            break;
     }
 }
 
@@ -248,11 +282,19 @@ void drive(const std::uint8_t* data, std::size_t size) {
                 w.model = input.text<wchar_t>();
                 w.string = IString(w.model.data(), static_cast<int>(w.model.size()));
                 break;
-            case 2: edit(n, otherNarrow, input); break;
+            case 2:
+                edit(n, otherNarrow, input);
+                break;
             case 3:
-            case 4: edit(w, otherWide, input); break;
-            case 5: replaceAll(w, otherWide, input); break;
-            case 6: convert(w.string, w.model); break;
+            case 4:
+                edit(w, otherWide, input);
+                break;
+            case 5:
+                replaceAll(w, otherWide, input);
+                break;
+            case 6:
+                convert(w.string, w.model);
+                break;
             default:
                 search(n, otherNarrow, input.position());
                 search(w, otherWide, input.position());

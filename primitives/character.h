@@ -1,11 +1,13 @@
 // Character classes and case mapping: one character a call, or a run of them.
 //
-// None depends on the locale. For `char` they know ASCII only: a byte from 0x80 up is no white space and has no case.
-// For `wchar_t` they follow the Unicode Character Database: the property White_Space and the simple case mappings
-// (one character to one character). Source and version of the tables: primitives/characterTables.h.
+// None depends on the locale. For `char` they know ASCII only: a byte from 0x80 up is no white space and has
+// no case. For `wchar_t` they follow the Unicode Character Database: the property White_Space and the simple
+// case mappings (one character to one character). Source and version of the tables:
+// primitives/characterTables.h.
 //
-// The one-character forms answer for ASCII inline, so that loops over them compile to vector code. The run forms do
-// the same to `count` characters with the processor's widest registers: a few characters per cycle in every script.
+// The one-character forms answer for ASCII inline, so that loops over them compile to vector code. The run
+// forms do the same to `count` characters with the processor's widest registers: a few characters per cycle
+// in every script.
 #ifndef QZSTRING_PRIMITIVES_CHARACTER_H
 #define QZSTRING_PRIMITIVES_CHARACTER_H
 
@@ -23,7 +25,8 @@ namespace detail {
 [[nodiscard]] QZSTRING_EXPORT wchar_t toWideLower(wchar_t c) noexcept;
 [[nodiscard]] QZSTRING_EXPORT wchar_t toWideUpper(wchar_t c) noexcept;
 
-// The ASCII rules, once for both character types. Unsigned differences fold each range test into one comparison.
+// The ASCII rules, once for both character types. Unsigned differences fold each range test into one
+// comparison.
 template <class Char>
 constexpr bool isAsciiCharacter(Char c) noexcept {
     return static_cast<std::make_unsigned_t<Char>>(c) < 0x80;
@@ -53,8 +56,8 @@ constexpr Char flipAsciiCase(Char c) noexcept {
     return detail::isAsciiCharacter(c);
 }
 
-// White space: tab, line feed, vertical tab, form feed, carriage return and space; for `wchar_t` also those beyond
-// ASCII (U+0085, U+00A0, U+1680, U+2000 to U+200A, U+2028, U+2029, U+202F, U+205F, U+3000).
+// White space: tab, line feed, vertical tab, form feed, carriage return and space; for `wchar_t` also those
+// beyond ASCII (U+0085, U+00A0, U+1680, U+2000 to U+200A, U+2028, U+2029, U+202F, U+205F, U+3000).
 [[nodiscard]] constexpr bool isSpace(char c) noexcept {
     return detail::isAsciiSpace(c);
 }
@@ -86,10 +89,12 @@ QZSTRING_EXPORT void toLower(wchar_t* text, std::size_t count) noexcept;
 QZSTRING_EXPORT void toUpper(char* text, std::size_t count) noexcept;
 QZSTRING_EXPORT void toUpper(wchar_t* text, std::size_t count) noexcept;
 
-// The first of `count` positions at which the lower-case forms of `a` and `b` differ; `count` where none does.
-[[nodiscard]] QZSTRING_EXPORT std::size_t findCaseDifference(const char* a, const char* b, std::size_t count) noexcept;
+// The first of `count` positions at which the lower-case forms of `a` and `b` differ; `count` where none
+// does.
+[[nodiscard]] QZSTRING_EXPORT std::size_t findCaseDifference(const char* a, const char* b,
+                                                             std::size_t count) noexcept;
 [[nodiscard]] QZSTRING_EXPORT std::size_t findCaseDifference(const wchar_t* a, const wchar_t* b,
-                                                            std::size_t count) noexcept;
+                                                             std::size_t count) noexcept;
 
 }  // namespace qzString
 

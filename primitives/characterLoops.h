@@ -1,8 +1,8 @@
-// The run forms of the character primitives as plain loops, for every kernel without a better one: each is compiled
-// once per instruction set and left to the compiler to vectorise. Internal, not installed.
+// The run forms of the character primitives as plain loops, for every kernel without a better one: each is
+// compiled once per instruction set and left to the compiler to vectorise. Internal, not installed.
 //
-// The loops work a block at a time, with one decision per block, so that the inner loops have a fixed length and no
-// exit: that is what vectorises. What is left after the last whole block goes character by character.
+// The loops work a block at a time, with one decision per block, so that the inner loops have a fixed length
+// and no exit: that is what vectorises. What is left after the last whole block goes character by character.
 #ifndef QZSTRING_PRIMITIVES_CHARACTERLOOPS_H
 #define QZSTRING_PRIMITIVES_CHARACTERLOOPS_H
 
@@ -104,7 +104,8 @@ QZSTRING_INLINE std::size_t findCaseDifferenceRun(const Char* a, const Char* b, 
     using Unsigned = std::make_unsigned_t<Char>;
     std::size_t at = 0;
     for (; count - at >= kBlock<Char>; at += kBlock<Char>) {
-        // Both folded as if ASCII; beyond ASCII that changes nothing, so that equal results are equal in truth.
+        // Both folded as if ASCII; beyond ASCII that changes nothing, so that equal results are equal in
+        // truth.
         Unsigned difference = 0;
         for (std::size_t i = at; i < at + kBlock<Char>; ++i)
             difference |= static_cast<Unsigned>(mapAscii<Lower>(a[i]) ^ mapAscii<Lower>(b[i]));

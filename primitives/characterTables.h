@@ -3,9 +3,9 @@
 // Unicode 18.0.0, from the npm package @unicode/unicode-18.0.0 2.0.7: Simple_Case_Mapping
 // (Lowercase, Uppercase) and White_Space.
 //
-// For c below the limit, Deltas[Offsets[c >> 6] + (c & 63)] is what to add, modulo 2^16, to the low 16 bits of c; from the
-// limit up nothing changes. Each array has one element more than that needs, so that a 32-bit load of any element
-// stays inside.
+// For c below the limit, Deltas[Offsets[c >> 6] + (c & 63)] is what to add, modulo 2^16, to the low 16 bits
+// of c; from the limit up nothing changes. Each array has one element more than that needs, so that a 32-bit
+// load of any element stays inside.
 #ifndef QZSTRING_PRIMITIVES_CHARACTERTABLES_H
 #define QZSTRING_PRIMITIVES_CHARACTERTABLES_H
 

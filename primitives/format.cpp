@@ -24,8 +24,8 @@ int failed(int error) {
     return kNever;
 }
 
-// The length of the whole wide output, or what failed() says. vswprintf does not tell: it fails alike for want of room
-// and for good. A stream that grows in memory has room for anything.
+// The length of the whole wide output, or what failed() says. vswprintf does not tell: it fails alike for
+// want of room and for good. A stream that grows in memory has room for anything.
 int wideLength(const wchar_t* format, va_list arguments) {
     wchar_t* text = nullptr;
     std::size_t length = 0;

@@ -1,13 +1,15 @@
 // Bounded printf-style formatting that tells output that does not fit from a format that can never succeed.
 //
-// The directives are those of the platform's vsnprintf and vswprintf. `size` counts characters of the buffer, the
-// terminating NUL included; 0 is allowed, then with any pointer. The list is consumed.
+// The directives are those of the platform's vsnprintf and vswprintf. `size` counts characters of the buffer,
+// the terminating NUL included; 0 is allowed, then with any pointer. The list is consumed.
 //
 // Returns
 // - 0 or more: the number of characters written before the terminating NUL;
-// - a negative number but INT_MIN: the output does not fit. It is minus the output's length without the terminator, or
+// - a negative number but INT_MIN: the output does not fit. It is minus the output's length without the
+// terminator, or
 //   -1 where that length is 0. The buffer's content means nothing;
-// - INT_MIN: no buffer would do. The format is null or malformed, a character cannot be converted, or the output has
+// - INT_MIN: no buffer would do. The format is null or malformed, a character cannot be converted, or the
+// output has
 //   more than INT_MAX characters.
 // Raises std::bad_alloc where the platform's formatter runs out of memory.
 //
@@ -21,6 +23,7 @@
 
 QZSTRING_EXPORT int KT_vsnprintf(char* buffer, unsigned int size, const char* format, va_list arguments)
     QZSTRING_PRINTF(3, 0);
-QZSTRING_EXPORT int KT_vswprintf(wchar_t* buffer, unsigned int size, const wchar_t* format, va_list arguments);
+QZSTRING_EXPORT int KT_vswprintf(wchar_t* buffer, unsigned int size, const wchar_t* format,
+                                 va_list arguments);
 
 #endif

@@ -1,6 +1,7 @@
-// Two published functions, chosen by length: short texts take rapidhash (version 3, seed 0), where its few dependent
-// multiplications win; long ones XXH3 (hashLoops.h), where vector lanes do. Both pass SMHasher's and SMHasher3's
-// batteries. The choice depends on the length alone, so that every kernel gives the same value.
+// Two published functions, chosen by length: short texts take rapidhash (version 3, seed 0), where its few
+// dependent multiplications win; long ones XXH3 (hashLoops.h), where vector lanes do. Both pass SMHasher's
+// and SMHasher3's batteries. The choice depends on the length alone, so that every kernel gives the same
+// value.
 #include "primitives/hash.h"
 
 #include <cstddef>
@@ -42,8 +43,9 @@ constexpr std::uint64_t fold(std::uint64_t a, std::uint64_t b) {
     return product.low ^ product.high;
 }
 
-constexpr std::uint64_t kRapid[] = {0x2d358dccaa6c78a5, 0x8bb84b93962eacc9, 0x4b33a62ed433d4a3, 0x4d5a2da51de1aa47,
-                                    0xa0761d6478bd642f, 0xe7037ed1a0b428db, 0x90ed1765281c388c, 0xaaaaaaaaaaaaaaaa};
+constexpr std::uint64_t kRapid[] = {0x2d358dccaa6c78a5, 0x8bb84b93962eacc9, 0x4b33a62ed433d4a3,
+                                    0x4d5a2da51de1aa47, 0xa0761d6478bd642f, 0xe7037ed1a0b428db,
+                                    0x90ed1765281c388c, 0xaaaaaaaaaaaaaaaa};
 constexpr std::uint64_t kRapidSeed = fold(kRapid[2], kRapid[1]);
 
 std::uint64_t read32(const unsigned char* at) {

@@ -1,10 +1,11 @@
-// The long-text hash: the constants of XXH3 (xxHash 0.8, "XXH3 64-bit, long inputs", default secret, seed 0) and its
-// reading loop in portable code. Internal, not installed.
+// The long-text hash: the constants of XXH3 (xxHash 0.8, "XXH3 64-bit, long inputs", default secret, seed 0)
+// and its reading loop in portable code. Internal, not installed.
 //
-// Eight 64-bit lanes take in a stripe of 64 bytes at a time: with the stripe's word w and the secret's word s, lane i
-// adds the product of the two halves of w ^ s, and its neighbour i ^ 1 adds w. The n-th stripe of a block starts at
-// byte 8 n of the secret. After 16 stripes the secret is used up: the lanes are scrambled and a new block begins. The
-// last 64 bytes of the text are one more stripe, which may overlap the one before and is never followed by a scramble.
+// Eight 64-bit lanes take in a stripe of 64 bytes at a time: with the stripe's word w and the secret's word
+// s, lane i adds the product of the two halves of w ^ s, and its neighbour i ^ 1 adds w. The n-th stripe of a
+// block starts at byte 8 n of the secret. After 16 stripes the secret is used up: the lanes are scrambled and
+// a new block begins. The last 64 bytes of the text are one more stripe, which may overlap the one before and
+// is never followed by a scramble.
 #ifndef QZSTRING_PRIMITIVES_HASHLOOPS_H
 #define QZSTRING_PRIMITIVES_HASHLOOPS_H
 
@@ -20,7 +21,7 @@ inline constexpr std::uint64_t kPrime64[] = {0x9E3779B185EBCA87, 0xC2B2AE3D27D4E
 
 inline constexpr std::size_t kStripe = 64;
 inline constexpr std::size_t kStripesPerBlock = 16;
-inline constexpr std::size_t kScrambleSecret = 128;   // where in the secret the scramble begins
+inline constexpr std::size_t kScrambleSecret = 128;    // where in the secret the scramble begins
 inline constexpr std::size_t kLastStripeSecret = 121;  // and the last stripe
 inline constexpr std::size_t kMergeSecret = 11;        // and the final merge
 
@@ -53,14 +54,14 @@ template <class Lanes>
 inline void feed(Lanes& lanes, const unsigned char* input, std::size_t length) {
     constexpr std::size_t kBlock = kStripe * kStripesPerBlock;
     const unsigned char* const lastStripe = input + length - kStripe;
-    while (static_cast<std::size_t>(lastStripe - input) >= kBlock - kStripe + 1) {
+    for (; length > kBlock; length -= kBlock) {
         for (std::size_t n = 0; n < kStripesPerBlock; ++n)
             lanes.add(input + n * kStripe, kSecret + n * 8);
         lanes.scramble(kSecret + kScrambleSecret);
         input += kBlock;
     }
-    for (std::size_t n = 0; input < lastStripe; ++n, input += kStripe)
-        lanes.add(input, kSecret + n * 8);
+    for (std::size_t n = 0; n < (length - 1) / kStripe; ++n)
+        lanes.add(input + n * kStripe, kSecret + n * 8);
     lanes.add(lastStripe, kSecret + kLastStripeSecret);
 }
 

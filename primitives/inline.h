@@ -1,5 +1,5 @@
-// Forced inlining, for loops that are compiled once per instruction set: a function inlined into a kernel is compiled
-// with the kernel's instructions, one that is not stays with the base set. Internal, not installed.
+// Forced inlining, for loops that are compiled once per instruction set: a function inlined into a kernel is
+// compiled with the kernel's instructions, one that is not stays with the base set. Internal, not installed.
 #ifndef QZSTRING_PRIMITIVES_INLINE_H
 #define QZSTRING_PRIMITIVES_INLINE_H
 

@@ -1,12 +1,13 @@
-// The kernels: the loops over text that are worth a version of their own per instruction set. Internal, not installed.
+// The kernels: the loops over text that are worth a version of their own per instruction set. Internal, not
+// installed.
 //
-// Each version is one row of a table, best first, the portable one last and always usable. active() picks the first
-// row that the processor can run, at the first call and for good; there is no static initialiser. Tests and benchmarks
-// iterate over allKernels() and may pin one with useKernels().
+// Each version is one row of a table, best first, the portable one last and always usable. active() picks the
+// first row that the processor can run, at the first call and for good; there is no static initialiser. Tests
+// and benchmarks iterate over allKernels() and may pin one with useKernels().
 //
 // Contract of every kernel: nothing is read past the source nor written past the count returned, whatever the
-// alignment; on return the upper halves of the vector registers are clean (the caller's scalar and SSE code would
-// otherwise pay for them).
+// alignment; on return the upper halves of the vector registers are clean (the caller's scalar and SSE code
+// would otherwise pay for them).
 #ifndef QZSTRING_PRIMITIVES_KERNELS_H
 #define QZSTRING_PRIMITIVES_KERNELS_H
 
@@ -16,8 +17,8 @@
 
 namespace qzString::kernels {
 
-// How far a conversion came. It stops before the first character that is ill-formed, or earlier where the next one
-// does not fit; read == length means that the whole text converted.
+// How far a conversion came. It stops before the first character that is ill-formed, or earlier where the
+// next one does not fit; read == length means that the whole text converted.
 struct Progress {
     std::size_t read;     // source elements
     std::size_t written;  // destination elements, or those it would take
@@ -27,7 +28,8 @@ struct Kernels {
     const char* name;
     bool (*usable)();
 
-    // UTF-8 to wide text. `capacity` may be anything; the length forms stop only where the text is ill-formed.
+    // UTF-8 to wide text. `capacity` may be anything; the length forms stop only where the text is
+    // ill-formed.
     Progress (*decode)(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity);
     Progress (*decodedLength)(const char* source, std::size_t length);
     // Wide text to UTF-8.
@@ -44,7 +46,8 @@ struct Kernels {
     std::size_t (*findCaseDifferenceNarrow)(const char* a, const char* b, std::size_t count);
     std::size_t (*findCaseDifferenceWide)(const wchar_t* a, const wchar_t* b, std::size_t count);
 
-    // The part of the long-text hash that reads the text: hashLoops.h has the algorithm. `length` is above 64.
+    // The part of the long-text hash that reads the text: hashLoops.h has the algorithm. `length` is
+    // above 64.
     void (*hashLanes)(std::uint64_t lanes[8], const unsigned char* input, std::size_t length);
 };
 
@@ -57,7 +60,8 @@ struct KernelRange {
 };
 KernelRange allKernels();
 
-// Pins a usable version; null chooses anew. For tests and benchmarks: not while other threads are in the library.
+// Pins a usable version; null chooses anew. For tests and benchmarks: not while other threads are in the
+// library.
 void useKernels(const Kernels* pinned);
 
 // The version in use.

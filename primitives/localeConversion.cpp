@@ -1,12 +1,16 @@
 // Conversion in the locale's encoding, by mbrtowc and wcrtomb with a shift state of the call's own.
 //
 // Three things make this more than a loop over them:
-// - A multibyte character can stand for two wide ones, and two wide characters can share one multibyte character
-//   (BIG5-HKSCS 88 62 is U+00CA U+0304). The C functions then report 0 elements for one of the two and keep it in the
-//   state. So 0 means NUL only where the character is NUL, and the end of the text has to be flushed.
-// - The C functions cost a call per character. Where the code set is UTF-8 the text takes the library's own road,
+// - A multibyte character can stand for two wide ones, and two wide characters can share one multibyte
+// character
+//   (BIG5-HKSCS 88 62 is U+00CA U+0304). The C functions then report 0 elements for one of the two and keep
+//   it in the state. So 0 means NUL only where the character is NUL, and the end of the text has to be
+//   flushed.
+// - The C functions cost a call per character. Where the code set is UTF-8 the text takes the library's own
+// road,
 //   which is also stricter; elsewhere runs of ASCII are copied, once ASCII has been seen to mean itself.
-// - Some platforms turn bytes they cannot decode into surrogates, or accept code points above U+10FFFF. Those are no
+// - Some platforms turn bytes they cannot decode into surrogates, or accept code points above U+10FFFF. Those
+// are no
 //   characters: the text does not convert.
 #include <langinfo.h>
 
@@ -88,8 +92,8 @@ bool decodeInto(const char* source, std::size_t length, Output& output) {
         // Past the end a NUL draws out what the state still holds.
         const bool flushes = at == length;
         wchar_t c = 0;
-        std::size_t read = flushes ? std::mbrtowc(&c, "", 1, &state)
-                                   : std::mbrtowc(&c, source + at, length - at, &state);
+        std::size_t read =
+            flushes ? std::mbrtowc(&c, "", 1, &state) : std::mbrtowc(&c, source + at, length - at, &state);
         if (read == kFailed || read == kIncomplete || !isCharacter(c) || !output.hasRoom(1))
             return false;
         if (flushes && (read != 0 || c == 0))
@@ -137,8 +141,8 @@ bool encodeInto(const wchar_t* source, std::size_t length, Output& output) {
 
 }  // namespace
 
-unsigned int MBStoWCS(const char* source, unsigned int sourceLength, wchar_t* destination, unsigned int capacity,
-                      bool* ok) {
+unsigned int MBStoWCS(const char* source, unsigned int sourceLength, wchar_t* destination,
+                      unsigned int capacity, bool* ok) {
     if (localeIsUtf8())
         return UTF8toWCS(source, sourceLength, destination, capacity, false, ok);
     if (destination == nullptr) {
@@ -151,8 +155,8 @@ unsigned int MBStoWCS(const char* source, unsigned int sourceLength, wchar_t* de
     return output::report(converted, output.count, ok);
 }
 
-unsigned int WCStoMBS(const wchar_t* source, unsigned int sourceLength, char* destination, unsigned int capacity,
-                      bool* ok) {
+unsigned int WCStoMBS(const wchar_t* source, unsigned int sourceLength, char* destination,
+                      unsigned int capacity, bool* ok) {
     if (localeIsUtf8())
         return WCStoUTF8(source, sourceLength, destination, capacity, ok);
     if (destination == nullptr) {

@@ -1,5 +1,5 @@
-// Where converted elements go: counted only, or stored into bounded memory. A converter written as a template over its
-// output is size query and conversion in one. Internal, not installed.
+// Where converted elements go: counted only, or stored into bounded memory. A converter written as a template
+// over its output is size query and conversion in one. Internal, not installed.
 #ifndef QZSTRING_PRIMITIVES_OUTPUT_H
 #define QZSTRING_PRIMITIVES_OUTPUT_H
 

@@ -16,17 +16,17 @@ unsigned int whole(const Progress& progress, std::size_t length, bool* ok) {
 }
 
 // Decodes with U+FFFD in the place of every maximal ill-formed part; `replaced` says whether there was any.
-Progress decodeSubstituting(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity,
-                            bool& replaced) {
+Progress decodeSubstituting(const char* source, std::size_t length, wchar_t* destination,
+                            std::size_t capacity, bool& replaced) {
     const kernels::Kernels& kernel = kernels::active();
     const bool counts = destination == nullptr;
     Progress total{0, 0};
     for (;;) {
         const char* const rest = source + total.read;
         const std::size_t restLength = length - total.read;
-        const Progress progress = counts ? kernel.decodedLength(rest, restLength)
-                                         : kernel.decode(rest, restLength, destination + total.written,
-                                                         capacity - total.written);
+        const Progress progress =
+            counts ? kernel.decodedLength(rest, restLength)
+                   : kernel.decode(rest, restLength, destination + total.written, capacity - total.written);
         total.read += progress.read;
         total.written += progress.written;
         if (total.read == length)
@@ -44,8 +44,8 @@ Progress decodeSubstituting(const char* source, std::size_t length, wchar_t* des
 
 }  // namespace
 
-unsigned int UTF8toWCS(const char* source, unsigned int sourceLength, wchar_t* destination, unsigned int capacity,
-                       bool substitute, bool* ok) {
+unsigned int UTF8toWCS(const char* source, unsigned int sourceLength, wchar_t* destination,
+                       unsigned int capacity, bool substitute, bool* ok) {
     if (substitute) {
         bool replaced = false;
         const Progress progress = decodeSubstituting(source, sourceLength, destination, capacity, replaced);
@@ -60,8 +60,8 @@ unsigned int UTF8toWCS(const char* source, unsigned int sourceLength, wchar_t* d
                  sourceLength, ok);
 }
 
-unsigned int WCStoUTF8(const wchar_t* source, unsigned int sourceLength, char* destination, unsigned int capacity,
-                       bool* ok) {
+unsigned int WCStoUTF8(const wchar_t* source, unsigned int sourceLength, char* destination,
+                       unsigned int capacity, bool* ok) {
     const kernels::Kernels& kernel = kernels::active();
     return whole(destination == nullptr ? kernel.encodedLength(source, sourceLength)
                                         : kernel.encode(source, sourceLength, destination, capacity),

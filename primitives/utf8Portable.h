@@ -1,8 +1,9 @@
-// UTF-8 in portable code, for any width of wide element: the reference for the kernels, and where they turn to for
-// ill-formed text. Internal, not installed.
+// UTF-8 in portable code, for any width of wide element: the reference for the kernels, and where they turn
+// to for ill-formed text. Internal, not installed.
 //
-// Counting and converting are one template over an output: a Counter adds up, a Writer stores as far as its room goes.
-// Runs of ASCII go eight bytes at a time; every other character is checked against the Unicode Standard's table 3-7.
+// Counting and converting are one template over an output: a Counter adds up, a Writer stores as far as its
+// room goes. Runs of ASCII go eight bytes at a time; every other character is checked against the Unicode
+// Standard's table 3-7.
 #ifndef QZSTRING_PRIMITIVES_UTF8PORTABLE_H
 #define QZSTRING_PRIMITIVES_UTF8PORTABLE_H
 
@@ -19,7 +20,8 @@ using kernels::Progress;
 using output::Counter;
 using output::Writer;
 
-// One character of UTF-8. Where it is ill-formed, `length` is that of the maximal part to be replaced by one U+FFFD.
+// One character of UTF-8. Where it is ill-formed, `length` is that of the maximal part to be replaced by one
+// U+FFFD.
 struct Decoded {
     char32_t value;
     unsigned length;

@@ -9,7 +9,8 @@
 //     if (name.find("page") == 0) std::puts(name.asChar());
 //
 // What holds for every member, unless its comment says otherwise:
-// - Positions, counts and lengths are `unsigned int` and count characters. `npos` as a count means up to the end,
+// - Positions, counts and lengths are `unsigned int` and count characters. `npos` as a count means up to the
+// end,
 //   as a result not found. A count that reaches past the end is cut there.
 // - A position equal to the length is valid where text is edited or extracted; a greater one raises
 //   std::out_of_range. Nothing else is checked: at() and operator[] trust their position.
@@ -36,8 +37,8 @@ class QZSTRING_EXPORT CString {
 
     CString() = default;
     CString(const char* s);  // NUL-terminated
-    // Exactly `count` characters, NULs included. A null `s` gives an empty string whatever the count; a negative
-    // count otherwise raises std::length_error.
+    // Exactly `count` characters, NULs included. A null `s` gives an empty string whatever the count; a
+    // negative count otherwise raises std::length_error.
     CString(const char* s, int count);
     explicit CString(char c);
     CString(unsigned int count, char c);
@@ -49,7 +50,9 @@ class QZSTRING_EXPORT CString {
     // ---- Length and capacity ----
 
     [[nodiscard]] unsigned int length() const noexcept { return static_cast<unsigned int>(text.size()); }
-    [[nodiscard]] unsigned int capacity() const noexcept { return static_cast<unsigned int>(text.capacity()); }
+    [[nodiscard]] unsigned int capacity() const noexcept {
+        return static_cast<unsigned int>(text.capacity());
+    }
     // Makes room for at least `n` characters and returns the new capacity.
     unsigned int reserve(unsigned int n);
 
@@ -62,7 +65,8 @@ class QZSTRING_EXPORT CString {
 
     // ---- Borrowed text and heap copies ----
 
-    // The string's own characters, NUL-terminated. Narrow text is its own multibyte form: nothing is converted.
+    // The string's own characters, NUL-terminated. Narrow text is its own multibyte form: nothing is
+    // converted.
     [[nodiscard]] const char* asChar() const noexcept QZSTRING_LIFETIMEBOUND { return text.c_str(); }
     [[nodiscard]] const char* asMultibyte() const noexcept QZSTRING_LIFETIMEBOUND { return text.c_str(); }
     // Bytes needed to store the text with its terminator: length() + 1.
@@ -79,7 +83,8 @@ class QZSTRING_EXPORT CString {
     void swap(CString& other) noexcept { text.swap(other.text); }
     // True when `pos` is below the length.
     [[nodiscard]] bool doBoundsCheck(unsigned int pos) const noexcept { return pos < length(); }
-    // True when `pos` is below the length and `count` is npos or at most the whole length (not the rest after `pos`).
+    // True when `pos` is below the length and `count` is npos or at most the whole length (not the rest after
+    // `pos`).
     [[nodiscard]] bool doBoundsCheck(unsigned int pos, unsigned int count) const noexcept;
 
     // ---- Editing ----
@@ -94,7 +99,8 @@ class QZSTRING_EXPORT CString {
     CString& insert(unsigned int pos, const CString& x);
     CString& insert(unsigned int pos, const char* x);
     CString& insert(unsigned int pos, char x);
-    // Removes up to `count` characters from `pos` on. On an empty string nothing is done, whatever the position.
+    // Removes up to `count` characters from `pos` on. On an empty string nothing is done, whatever the
+    // position.
     void erase(unsigned int pos, unsigned int count = npos);
     CString& remove(unsigned int pos, unsigned int count = npos);
     // Replaces up to `count` characters from `pos` on; a count of 0 inserts, an empty `x` removes.
@@ -106,8 +112,8 @@ class QZSTRING_EXPORT CString {
 
     // ---- Trimming and case: in place, no allocation, one pass ----
 
-    // Each removes one run: of `c`, or of the six ASCII white-space characters, at the front (strip, stripSpaces)
-    // or at the end (rstrip, rstripSpaces).
+    // Each removes one run: of `c`, or of the six ASCII white-space characters, at the front (strip,
+    // stripSpaces) or at the end (rstrip, rstripSpaces).
     CString& strip(char c) noexcept;
     CString& rstrip(char c) noexcept;
     CString& stripSpaces() noexcept;
@@ -118,17 +124,18 @@ class QZSTRING_EXPORT CString {
 
     // ---- Searching ----
 
-    // find: the lowest match that begins at `pos` or later. rfind: the highest that begins at `pos` or earlier.
-    // npos when there is none. An empty needle (or a null pointer) is never found. No search allocates; the time is
-    // linear in the text, whatever text and needle.
+    // find: the lowest match that begins at `pos` or later. rfind: the highest that begins at `pos` or
+    // earlier. npos when there is none. An empty needle (or a null pointer) is never found. No search
+    // allocates; the time is linear in the text, whatever text and needle.
     [[nodiscard]] unsigned int find(const CString& needle, unsigned int pos = 0) const noexcept;
     [[nodiscard]] unsigned int find(const char* needle, unsigned int pos = 0) const noexcept;
     [[nodiscard]] unsigned int find(char needle, unsigned int pos = 0) const noexcept;
     [[nodiscard]] unsigned int rfind(const CString& needle, unsigned int pos = npos) const noexcept;
     [[nodiscard]] unsigned int rfind(const char* needle, unsigned int pos = npos) const noexcept;
     [[nodiscard]] unsigned int rfind(char needle, unsigned int pos = npos) const noexcept;
-    // The nearest character that `accepts`, which is called once for each character examined, in the order of the
-    // search, and never after its first true. rfind from a position at or beyond the length starts at the last one.
+    // The nearest character that `accepts`, which is called once for each character examined, in the order of
+    // the search, and never after its first true. rfind from a position at or beyond the length starts at the
+    // last one.
     [[nodiscard]] unsigned int find(bool (*accepts)(char), unsigned int pos = 0) const;
     [[nodiscard]] unsigned int rfind(bool (*accepts)(char), unsigned int pos = npos) const;
     // True when every character is below 0x80.
@@ -136,7 +143,8 @@ class QZSTRING_EXPORT CString {
 
     // ---- Comparison: negative, 0 or positive as this string ranks before, with or after the other ----
 
-    // By unsigned bytes as memcmp ranks them; where one text begins the other exactly -1 or 1, the shorter first.
+    // By unsigned bytes as memcmp ranks them; where one text begins the other exactly -1 or 1, the shorter
+    // first.
     [[nodiscard]] int compare(const CString& other) const noexcept;
     [[nodiscard]] int compare(const char* other) const noexcept;
     // As compare() on lower-cased copies, without making any.
@@ -148,11 +156,11 @@ class QZSTRING_EXPORT CString {
 
     // ---- Formatting ----
 
-    // Replaces the text by printf-style output and returns the new length. Output of any length is formatted whole;
-    // it ends at its first NUL. Where nothing can be formatted (a null or malformed format, a character that cannot
-    // be converted, empty output) the string is unchanged and the result is npos. The format may be this string's
-    // own text; vformat leaves the caller's list where it was.
-    // `sizeHint`: characters to make room for at first, the terminator included; 256 where none is given.
+    // Replaces the text by printf-style output and returns the new length. Output of any length is formatted
+    // whole; it ends at its first NUL. Where nothing can be formatted (a null or malformed format, a
+    // character that cannot be converted, empty output) the string is unchanged and the result is npos. The
+    // format may be this string's own text; vformat leaves the caller's list where it was. `sizeHint`:
+    // characters to make room for at first, the terminator included; 256 where none is given.
     unsigned int format(const char* format, ...) QZSTRING_PRINTF(2, 3);
     unsigned int vformat(const char* format, va_list arguments) QZSTRING_PRINTF(2, 0);
     unsigned int format(const CString* format, ...);  // not null
@@ -160,7 +168,8 @@ class QZSTRING_EXPORT CString {
     unsigned int format(unsigned int sizeHint, const CString* format, ...);
 
   private:
-    unsigned int formatText(const char* format, va_list arguments, unsigned int sizeHint) QZSTRING_PRINTF(2, 0);
+    unsigned int formatText(const char* format, va_list arguments, unsigned int sizeHint)
+        QZSTRING_PRINTF(2, 0);
 
     std::string text;
 };

@@ -1,8 +1,10 @@
-// IString: a wide string with value semantics that converts from and to multibyte text, and its free functions.
+// IString: a wide string with value semantics that converts from and to multibyte text, and its free
+// functions.
 //
-// The value is a sequence of `wchar_t` with an explicit length; a NUL is a character like any other. It is taken from
-// and given back as multibyte text in UTF-8 or in the encoding of the current locale. The last multibyte form made is
-// kept beside the text: asking for it again converts nothing. Every change of the text marks that cache invalid.
+// The value is a sequence of `wchar_t` with an explicit length; a NUL is a character like any other. It is
+// taken from and given back as multibyte text in UTF-8 or in the encoding of the current locale. The last
+// multibyte form made is kept beside the text: asking for it again converts nothing. Every change of the text
+// marks that cache invalid.
 //
 //     bool ok = false;
 //     qzString::IString title("Привет, мир", qzString::kUTF8, &ok);     // ok: the text was valid UTF-8
@@ -10,9 +12,10 @@
 //     std::puts(title.asUTF8());                                         // converts
 //     std::fwrite(title.asUTF8(), 1, title.asUTF8StoreSize() - 1, f);    // does not convert again
 //
-// Positions, counts, errors, null pointers, aliasing and borrowed pointers are as CString.h describes, counted in
-// `wchar_t` elements. What differs: there is no writable element access, and the multibyte members, though const,
-// write the cache: an IString may be read from several threads only while none of them asks for a multibyte form.
+// Positions, counts, errors, null pointers, aliasing and borrowed pointers are as CString.h describes,
+// counted in `wchar_t` elements. What differs: there is no writable element access, and the multibyte
+// members, though const, write the cache: an IString may be read from several threads only while none of them
+// asks for a multibyte form.
 #ifndef QZSTRING_STRING_ISTRING_H
 #define QZSTRING_STRING_ISTRING_H
 
@@ -26,8 +29,8 @@
 
 namespace qzString {
 
-// The encodings of multibyte text. Any value but kUTF8 asks for that of the current locale; kNoEncoding is no request:
-// it marks a cache that holds nothing valid.
+// The encodings of multibyte text. Any value but kUTF8 asks for that of the current locale; kNoEncoding is no
+// request: it marks a cache that holds nothing valid.
 enum Encoding : std::uint32_t { kMultibyte = 0, kUTF8 = 1, kNoEncoding = 3 };
 
 class QZSTRING_EXPORT IString {
@@ -38,14 +41,14 @@ class QZSTRING_EXPORT IString {
 
     IString() = default;
     IString(const wchar_t* s);  // NUL-terminated
-    // Exactly `count` characters, NULs included. A null `s` gives an empty string whatever the count; a negative
-    // count otherwise raises std::length_error.
+    // Exactly `count` characters, NULs included. A null `s` gives an empty string whatever the count; a
+    // negative count otherwise raises std::length_error.
     IString(const wchar_t* s, int count);
     explicit IString(wchar_t c);
     IString(unsigned int count, wchar_t c);
 
-    // Copies carry the cache along. Copy assignment succeeds or leaves the string as it was, and reuses its storage.
-    // A string moved from is empty, its cache invalid.
+    // Copies carry the cache along. Copy assignment succeeds or leaves the string as it was, and reuses its
+    // storage. A string moved from is empty, its cache invalid.
     IString(const IString& other) = default;
     IString(IString&& other) noexcept;
     IString& operator=(const IString& other);
@@ -56,17 +59,18 @@ class QZSTRING_EXPORT IString {
 
     // ---- Construction and assignment from multibyte text ----
 
-    // The text decoded, up to its first NUL. Text that is not well-formed in the encoding gives an empty string: never
-    // part of it, never the old value. `*ok`, where given, says whether the text converted (empty text and a null
-    // pointer do). After assign the cache is empty and invalid. The text may be what asMultibyte() returned.
+    // The text decoded, up to its first NUL. Text that is not well-formed in the encoding gives an empty
+    // string: never part of it, never the old value. `*ok`, where given, says whether the text converted
+    // (empty text and a null pointer do). After assign the cache is empty and invalid. The text may be what
+    // asMultibyte() returned.
     IString(const char* s, Encoding encoding, bool* ok = nullptr);
     IString(const CString& s, Encoding encoding, bool* ok = nullptr);
     IString(char c, Encoding encoding, bool* ok = nullptr);
     IString(unsigned int count, char c, Encoding encoding, bool* ok = nullptr);
     IString& assign(const char* s, Encoding encoding, bool* ok = nullptr);
     IString& assign(const CString& s, Encoding encoding, bool* ok = nullptr);
-    // As assign, but text that does not convert leaves the string and its cache as they were. `s` is not null. Where
-    // it is the string's own cached text, whole, the cache stays and is valid for `encoding`.
+    // As assign, but text that does not convert leaves the string and its cache as they were. `s` is not
+    // null. Where it is the string's own cached text, whole, the cache stays and is valid for `encoding`.
     void convertFromMultibyte(const char* s, Encoding encoding, bool* ok = nullptr);
 
     // ---- Multibyte text, through the cache ----
@@ -74,15 +78,15 @@ class QZSTRING_EXPORT IString {
     // Makes the cache hold the text, NULs included, in the encoding; converts only where it does not already.
     // `*ok` says whether the text could be encoded whole; a failure is not cached.
     void convertToMultibyte(Encoding encoding, bool* ok = nullptr) const;
-    // The cached form, NUL-terminated and never null; after a failure usually empty. Valid until the string changes
-    // or another encoding is asked for; asking again for the same one returns the same pointer.
+    // The cached form, NUL-terminated and never null; after a failure usually empty. Valid until the string
+    // changes or another encoding is asked for; asking again for the same one returns the same pointer.
     const char* asMultibyte(Encoding encoding, bool* ok = nullptr) const QZSTRING_LIFETIMEBOUND;
     const char* asUTF8(bool* ok = nullptr) const QZSTRING_LIFETIMEBOUND;
     // Bytes needed to store that form with its terminator; 1 after a failure.
     unsigned int asMultibyteStoreSize(Encoding encoding) const;
     unsigned int asUTF8StoreSize() const;
-    // A copy of that form and its terminator in memory from malloc, which the caller releases with free. A null
-    // pointer when malloc has no room.
+    // A copy of that form and its terminator in memory from malloc, which the caller releases with free. A
+    // null pointer when malloc has no room.
     [[nodiscard]] char* copyAsMultibyte(Encoding encoding, bool* ok = nullptr) const;
     // The locale's form up to its first NUL.
     [[nodiscard]] CString convertToCString() const;
@@ -136,18 +140,18 @@ class QZSTRING_EXPORT IString {
 
     // ---- Replacement by content: where nothing is found, text and cache stay as they are ----
 
-    // Every occurrence of `pattern`, from left to right and without overlap; inserted text is not searched again. In
-    // place and linear in the text. Should memory run out, what was replaced before stays. Either argument may be
-    // this string.
+    // Every occurrence of `pattern`, from left to right and without overlap; inserted text is not searched
+    // again. In place and linear in the text. Should memory run out, what was replaced before stays. Either
+    // argument may be this string.
     IString& replace(const IString& pattern, const IString& replacement);
     IString& replaceFirst(const IString& pattern, const IString& replacement);
-    // Every occurrence of a character. Narrow ones are decoded in the locale first; where either is not a whole
-    // character there, nothing changes.
+    // Every occurrence of a character. Narrow ones are decoded in the locale first; where either is not a
+    // whole character there, nothing changes.
     IString& replace(wchar_t from, wchar_t to) noexcept;
     IString& replace(char from, char to);
 
-    // ---- Trimming and case: as CString. White space is Unicode's White_Space, case its simple case mapping, in every
-    // locale. Trimming that removes nothing keeps the cache valid; case mapping never does ----
+    // ---- Trimming and case: as CString. White space is Unicode's White_Space, case its simple case mapping,
+    // in every locale. Trimming that removes nothing keeps the cache valid; case mapping never does ----
 
     IString& strip(wchar_t c) noexcept;
     IString& rstrip(wchar_t c) noexcept;
@@ -166,8 +170,8 @@ class QZSTRING_EXPORT IString {
     [[nodiscard]] unsigned int rfind(wchar_t needle, unsigned int pos = npos) const noexcept;
     [[nodiscard]] unsigned int find(bool (*accepts)(wchar_t), unsigned int pos = 0) const;
     [[nodiscard]] unsigned int rfind(bool (*accepts)(wchar_t), unsigned int pos = npos) const;
-    // The nearest character that is a member of `set`, at `pos` or later (findAny), at `pos` or earlier (rfindAny, from
-    // the last character where `pos` is beyond it). npos when there is none.
+    // The nearest character that is a member of `set`, at `pos` or later (findAny), at `pos` or earlier
+    // (rfindAny, from the last character where `pos` is beyond it). npos when there is none.
     [[nodiscard]] unsigned int findAny(const IString& set, unsigned int pos = 0) const noexcept;
     [[nodiscard]] unsigned int rfindAny(const IString& set, unsigned int pos = npos) const noexcept;
     [[nodiscard]] bool isAscii() const noexcept;
@@ -179,8 +183,8 @@ class QZSTRING_EXPORT IString {
     [[nodiscard]] int collate(const IString& other) const;
     [[nodiscard]] int collateNoCase(const IString& other) const;
 
-    // ---- Formatting: as CString. Narrow output is decoded in the locale: where that fails the string becomes empty
-    // and the result is 0 ----
+    // ---- Formatting: as CString. Narrow output is decoded in the locale: where that fails the string
+    // becomes empty and the result is 0 ----
 
     unsigned int format(const wchar_t* format, ...);
     unsigned int vformat(const wchar_t* format, va_list arguments);
@@ -198,7 +202,8 @@ class QZSTRING_EXPORT IString {
     }
     bool decode(const char* s, std::size_t length, Encoding encoding, bool* ok);
     unsigned int formatText(const wchar_t* format, va_list arguments, unsigned int sizeHint);
-    unsigned int formatText(const char* format, va_list arguments, unsigned int sizeHint) QZSTRING_PRINTF(2, 0);
+    unsigned int formatText(const char* format, va_list arguments, unsigned int sizeHint)
+        QZSTRING_PRINTF(2, 0);
 
     std::wstring wideText;
     // The multibyte form of wideText in cacheEncoding; means nothing while that is kNoEncoding.

@@ -1,4 +1,5 @@
-// A variable argument list that ends with its scope, also when an exception leaves it. Internal, not installed.
+// A variable argument list that ends with its scope, also when an exception leaves it. Internal, not
+// installed.
 #ifndef QZSTRING_STRING_ARGUMENTLIST_H
 #define QZSTRING_STRING_ARGUMENTLIST_H
 

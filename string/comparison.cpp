@@ -46,7 +46,8 @@ int exactOrder(std::basic_string_view<Char> a, std::basic_string_view<Char> b) {
     return difference != 0 ? difference : compareLengths(a.size(), b.size());
 }
 
-// The exact order of the lower-cased texts: theirs is that of the first characters whose lower-case forms differ.
+// The exact order of the lower-cased texts: theirs is that of the first characters whose lower-case forms
+// differ.
 template <class Char>
 int foldedOrder(std::basic_string_view<Char> a, std::basic_string_view<Char> b) {
     const std::size_t common = std::min(a.size(), b.size());
@@ -114,12 +115,12 @@ std::uint64_t hashfunction(const IString& s) noexcept {
     return qz::hashfunction(s.asWChar(), static_cast<int>(s.length()));
 }
 
-#define QZSTRING_RELATION(name, relation)                       \
-    bool name(const CString& a, const CString& b) noexcept {    \
-        return a.compare(b) relation 0;                         \
-    }                                                           \
-    bool name(const IString& a, const IString& b) noexcept {    \
-        return a.compare(b) relation 0;                         \
+#define QZSTRING_RELATION(name, relation)                    \
+    bool name(const CString& a, const CString& b) noexcept { \
+        return a.compare(b) relation 0;                      \
+    }                                                        \
+    bool name(const IString& a, const IString& b) noexcept { \
+        return a.compare(b) relation 0;                      \
     }
 
 QZSTRING_RELATION(equal, ==)

@@ -4,8 +4,9 @@
 //     std::map<qzString::CString, int, qzString::LessNoCase> headers;
 //     headers.find("content-type");                   // no temporary string
 //
-// All are transparent: they take either class, a standard string or view of the same character type, or a pointer to
-// NUL-terminated text (null stands for empty text), and compare narrow with narrow, wide with wide. None allocates.
+// All are transparent: they take either class, a standard string or view of the same character type, or a
+// pointer to NUL-terminated text (null stands for empty text), and compare narrow with narrow, wide with
+// wide. None allocates.
 //
 // - Hash, Equal, Less: by exact elements; Less is the order of compare(), Hash the value of hashfunction().
 // - HashNoCase, EqualNoCase, LessNoCase: by lower-case forms; LessNoCase is the order of compareNoCase().

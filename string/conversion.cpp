@@ -11,7 +11,8 @@
 namespace qzString {
 namespace {
 
-// Elements that scratch buffers may take on the stack, terminator included: 1 MiB each where `wchar_t` has 4 bytes.
+// Elements that scratch buffers may take on the stack, terminator included: 1 MiB each where `wchar_t` has 4
+// bytes.
 constexpr std::size_t kWideOnStack = 262144;
 constexpr std::size_t kBytesOnStack = 1048576;
 
@@ -40,8 +41,8 @@ unsigned int fromWide(Encoding encoding, const wchar_t* source, unsigned int len
 
 // ---- Decoding ----
 
-// Makes wideText the decoded text, which is not empty. Returns false where it does not convert, with everything as it
-// was. The caller's flag goes to the converter itself; it is false should memory run out.
+// Makes wideText the decoded text, which is not empty. Returns false where it does not convert, with
+// everything as it was. The caller's flag goes to the converter itself; it is false should memory run out.
 bool IString::decode(const char* s, std::size_t length, Encoding encoding, bool* ok) {
     report(ok, false);
     if (length > UINT32_MAX)
@@ -51,8 +52,8 @@ bool IString::decode(const char* s, std::size_t length, Encoding encoding, bool*
     if (needed == 0)
         return false;
     const std::size_t room = std::size_t{needed} + 1;
-    const Scratch<wchar_t> scratch(QZSTRING_STACK_SCRATCH(room * sizeof(wchar_t), kWideOnStack * sizeof(wchar_t)),
-                                   room);
+    const Scratch<wchar_t> scratch(
+        QZSTRING_STACK_SCRATCH(room * sizeof(wchar_t), kWideOnStack * sizeof(wchar_t)), room);
     const unsigned int written =
         toWide(encoding, s, sourceLength, scratch.get(), static_cast<unsigned int>(room), ok);
     if (written == 0)
@@ -74,7 +75,8 @@ void IString::convertFromMultibyte(const char* s, Encoding encoding, bool* ok) {
         report(ok, true);
         return;
     }
-    // Text decoded from the string's own cache leaves the cache as its multibyte form, unless a NUL ended it early.
+    // Text decoded from the string's own cache leaves the cache as its multibyte form, unless a NUL ended it
+    // early.
     const bool isWholeCache = s == multibyteCache.data() && length == multibyteCache.size();
     if (decode(s, length, encoding, ok))
         cacheEncoding = isWholeCache ? encoding : kNoEncoding;
@@ -125,9 +127,8 @@ void IString::convertToMultibyte(Encoding encoding, bool* ok) const {
         return;
     }
     report(ok, false);
-    const unsigned int needed = wideText.size() > UINT32_MAX
-                                    ? 0
-                                    : fromWide(encoding, wideText.data(), length(), nullptr, 0, nullptr);
+    const unsigned int needed =
+        wideText.size() > UINT32_MAX ? 0 : fromWide(encoding, wideText.data(), length(), nullptr, 0, nullptr);
     if (needed == 0) {
         multibyteCache.clear();
         cacheEncoding = kNoEncoding;
@@ -136,8 +137,8 @@ void IString::convertToMultibyte(Encoding encoding, bool* ok) const {
     const std::size_t room = std::size_t{needed} + 1;
     const Scratch<char> scratch(QZSTRING_STACK_SCRATCH(room, kBytesOnStack), room);
     bool converted = false;
-    const unsigned int written =
-        fromWide(encoding, wideText.data(), length(), scratch.get(), static_cast<unsigned int>(room), &converted);
+    const unsigned int written = fromWide(encoding, wideText.data(), length(), scratch.get(),
+                                          static_cast<unsigned int>(room), &converted);
     if (written == 0)
         return;
     multibyteCache.assign(scratch.get(), written);

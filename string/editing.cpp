@@ -7,9 +7,9 @@
 namespace qzString {
 namespace {
 
-// The standard strings' own range operations do the edits: they check the position, cut the count, leave the string as
-// it was where they fail, and accept characters of the string itself. What is added here: a null pointer contributes
-// nothing, and erasing from an empty string is never an error.
+// The standard strings' own range operations do the edits: they check the position, cut the count, leave the
+// string as it was where they fail, and accept characters of the string itself. What is added here: a null
+// pointer contributes nothing, and erasing from an empty string is never an error.
 
 template <class Char>
 const Char* orEmpty(const Char* s) {

@@ -19,9 +19,9 @@ struct Substitution {
     }
 };
 
-// Copies the text from `read` on to `write`, which is at or before it, with every occurrence replaced; `found` is the
-// first. Returns where the result ends. What has not been read yet is never written over: the caller has seen to it
-// that the growth of all the occurrences to come fits between the two.
+// Copies the text from `read` on to `write`, which is at or before it, with every occurrence replaced;
+// `found` is the first. Returns where the result ends. What has not been read yet is never written over: the
+// caller has seen to it that the growth of all the occurrences to come fits between the two.
 std::size_t rewrite(std::wstring& text, const Substitution& what, std::size_t read, std::size_t write,
                     std::size_t found) {
     wchar_t* const data = text.data();
@@ -47,8 +47,8 @@ std::size_t countFrom(const std::wstring& text, const Substitution& what, std::s
     return count;
 }
 
-// Makes room at the end for the growth of every occurrence from `found` on. Returns false where that cannot be had,
-// the text as it was.
+// Makes room at the end for the growth of every occurrence from `found` on. Returns false where that cannot
+// be had, the text as it was.
 bool growForAll(std::wstring& text, const Substitution& what, std::size_t found) {
     const std::size_t growth = what.replacement.size() - what.pattern.size();
     const std::size_t count = countFrom(text, what, found);

@@ -22,8 +22,8 @@ constexpr StackBounds kUnknown{0, 0};
 
 #if defined(__linux__)
 
-// The main thread's stack grows down from the program's arguments as far as the resource limit lets it. (The C library
-// could tell, but by reading /proc, which takes a file and memory.)
+// The main thread's stack grows down from the program's arguments as far as the resource limit lets it. (The
+// C library could tell, but by reading /proc, which takes a file and memory.)
 StackBounds mainThreadBounds() {
     constexpr std::uintptr_t kMost = std::uintptr_t{64} << 20;  // what an unlimited stack surely has
     const auto high = static_cast<std::uintptr_t>(getauxval(AT_EXECFN));

@@ -1,4 +1,5 @@
-// Scratch memory for one call: the caller's stack where that has room, else the heap. Internal, not installed.
+// Scratch memory for one call: the caller's stack where that has room, else the heap. Internal, not
+// installed.
 #ifndef QZSTRING_STRING_SCRATCH_H
 #define QZSTRING_STRING_SCRATCH_H
 
@@ -8,8 +9,8 @@
 
 namespace qzString {
 
-// Whether the calling thread's stack has room for that many bytes and a fair margin. False where the platform does not
-// tell, or where the thread runs on a stack that is not its own.
+// Whether the calling thread's stack has room for that many bytes and a fair margin. False where the platform
+// does not tell, or where the thread runs on a stack that is not its own.
 bool stackHasRoom(std::size_t bytes);
 
 // Room for `count` elements: at `onStack`, or from malloc where that is null. Raises std::bad_alloc.
@@ -35,7 +36,8 @@ class Scratch {
 
 }  // namespace qzString
 
-// Bytes on the stack of the function that this stands in, or null where they exceed `limit` or the stack's room.
+// Bytes on the stack of the function that this stands in, or null where they exceed `limit` or the stack's
+// room.
 #define QZSTRING_STACK_SCRATCH(bytes, limit) \
     ((bytes) <= (limit) && ::qzString::stackHasRoom(bytes) ? __builtin_alloca(bytes) : nullptr)
 

@@ -15,8 +15,8 @@ std::size_t findFirst(const char* text, std::size_t length, const char* needle, 
     return View<char>(text, length).find(needle, from, needleLength);
 }
 
-std::size_t findFirst(const wchar_t* text, std::size_t length, const wchar_t* needle, std::size_t needleLength,
-                      std::size_t from) {
+std::size_t findFirst(const wchar_t* text, std::size_t length, const wchar_t* needle,
+                      std::size_t needleLength, std::size_t from) {
     return View<wchar_t>(text, length).find(needle, from, needleLength);
 }
 

@@ -25,14 +25,16 @@ std::basic_string_view<Char> terminated(const Char* s) {
 
 // An empty needle is found nowhere.
 template <class Char>
-unsigned int findText(std::basic_string_view<Char> text, std::basic_string_view<Char> needle, unsigned int pos) {
+unsigned int findText(std::basic_string_view<Char> text, std::basic_string_view<Char> needle,
+                      unsigned int pos) {
     if (needle.empty() || pos >= text.size())
         return kNone;
     return position(search::findFirst(text.data(), text.size(), needle.data(), needle.size(), pos));
 }
 
 template <class Char>
-unsigned int rfindText(std::basic_string_view<Char> text, std::basic_string_view<Char> needle, unsigned int pos) {
+unsigned int rfindText(std::basic_string_view<Char> text, std::basic_string_view<Char> needle,
+                       unsigned int pos) {
     if (needle.empty() || text.empty())
         return kNone;
     return position(search::findLast(text.data(), text.size(), needle.data(), needle.size(), pos));
@@ -56,8 +58,9 @@ unsigned int rfindAccepted(std::basic_string_view<Char> text, Test accepts, unsi
     return kNone;
 }
 
-// A set of characters that answers for most without looking through its members: ASCII members have a table of their
-// own, the others a filter by their lowest eight bits, and only what the filter lets pass is compared with the members.
+// A set of characters that answers for most without looking through its members: ASCII members have a table
+// of their own, the others a filter by their lowest eight bits, and only what the filter lets pass is
+// compared with the members.
 class CharacterSet {
   public:
     explicit CharacterSet(std::wstring_view set) : members(set) {

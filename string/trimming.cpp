@@ -8,7 +8,8 @@
 namespace qzString {
 namespace {
 
-// Each measures the run whose characters pass the test, then removes it at once. Returns whether there was one.
+// Each measures the run whose characters pass the test, then removes it at once. Returns whether there was
+// one.
 
 template <class Char, class Test>
 bool trimFront(std::basic_string<Char>& text, Test isTrimmed) {

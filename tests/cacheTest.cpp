@@ -1,5 +1,5 @@
-// The multibyte cache, row by row: the sources of string/ linked against converters of the test's own, which record
-// every call and answer as they are told.
+// The multibyte cache, row by row: the sources of string/ linked against converters of the test's own, which
+// record every call and answer as they are told.
 #include <pthread.h>
 
 #include <clocale>
@@ -26,13 +26,14 @@ struct Call {
     bool hasFlag;
 };
 
-// How the converters answer. By default they convert byte by byte, UTF-8 to lower-case and the locale to the letter.
+// How the converters answer. By default they convert byte by byte, UTF-8 to lower-case and the locale to the
+// letter.
 struct Converters {
     std::vector<Call> calls;
     bool querySucceeds = true;
-    bool conversionSucceeds = true;   // what the flag reports
-    bool conversionWrites = true;     // whether anything comes out
-    unsigned int announced = 0;       // a size to announce instead of the true one
+    bool conversionSucceeds = true;  // what the flag reports
+    bool conversionWrites = true;    // whether anything comes out
+    unsigned int announced = 0;      // a size to announce instead of the true one
     bool touchesFlag = true;
 
     static Converters& now() {
@@ -61,21 +62,21 @@ unsigned int convert(const char* name, const From* source, unsigned int length, 
 
 }  // namespace
 
-unsigned int qzString::UTF8toWCS(const char* source, unsigned int length, wchar_t* destination, unsigned int capacity,
-                                 bool substitute, bool* ok) {
+unsigned int qzString::UTF8toWCS(const char* source, unsigned int length, wchar_t* destination,
+                                 unsigned int capacity, bool substitute, bool* ok) {
     EXPECT_FALSE(substitute);
     return convert("UTF8toWCS", source, length, destination, capacity, ok);
 }
-unsigned int qzString::MBStoWCS(const char* source, unsigned int length, wchar_t* destination, unsigned int capacity,
-                                bool* ok) {
+unsigned int qzString::MBStoWCS(const char* source, unsigned int length, wchar_t* destination,
+                                unsigned int capacity, bool* ok) {
     return convert("MBStoWCS", source, length, destination, capacity, ok);
 }
-unsigned int qzString::WCStoUTF8(const wchar_t* source, unsigned int length, char* destination, unsigned int capacity,
-                                 bool* ok) {
+unsigned int qzString::WCStoUTF8(const wchar_t* source, unsigned int length, char* destination,
+                                 unsigned int capacity, bool* ok) {
     return convert("WCStoUTF8", source, length, destination, capacity, ok);
 }
-unsigned int qzString::WCStoMBS(const wchar_t* source, unsigned int length, char* destination, unsigned int capacity,
-                                bool* ok) {
+unsigned int qzString::WCStoMBS(const wchar_t* source, unsigned int length, char* destination,
+                                unsigned int capacity, bool* ok) {
     return convert("WCStoMBS", source, length, destination, capacity, ok);
 }
 
@@ -90,7 +91,8 @@ class Cache : public ::testing::Test {
         converters().calls.clear();
         return calls;
     }
-    // Whether the cache is valid for the encoding: then asking converts nothing.
+    // Whether the cache is valid for the encoding: then asking converts nothing. (Of an empty text that says
+    // nothing.)
     static bool isValid(const IString& s, Encoding encoding) {
         takeCalls();
         s.asMultibyte(encoding);
@@ -224,7 +226,9 @@ TEST_F(Cache, DecodesInPlace) {
         s.convertFromMultibyte(c.text, kUTF8, nullptr);
         EXPECT_EQ(converters().calls.size(), c.text[0] == 0 ? 0U : c.query ? 2U : 1U);
         SetUp();
-        EXPECT_EQ(isValid(s, kUTF8), c.keepsCache);
+        if (s.length() > 0) {
+            EXPECT_EQ(isValid(s, kUTF8), c.keepsCache);
+        }
     }
 }
 
@@ -252,13 +256,14 @@ TEST_F(Cache, DecodesItsOwnCachedText) {
     EXPECT_FALSE(isValid(s, kUTF8));
 }
 
-// Every row of what a request for a form does, from an invalid cache and from one valid for the other encoding.
+// Every row of what a request for a form does, from an invalid cache and from one valid for the other
+// encoding.
 TEST_F(Cache, Encodes) {
     const struct {
         const char* name;
         const wchar_t* text;
         bool query, conversion, writes;
-        const char* shown;     // by asMultibyte; null stands for what the cache held before
+        const char* shown;  // by asMultibyte; null stands for what the cache held before
         bool valid, ok;
         std::size_t calls;
     } cases[] = {
@@ -367,7 +372,8 @@ TEST_F(Cache, CopiesTheForm) {
     Allocations::failAt(0);
 }
 
-// Up to the limits scratch memory is the stack's, above them the heap's; and on a thread whose stack has no room.
+// Up to the limits scratch memory is the stack's, above them the heap's; and on a thread whose stack has no
+// room.
 TEST_F(Cache, TakesScratchMemoryFromTheStackUpToItsLimits) {
     constexpr unsigned int kWideLimit = 262144;
     constexpr unsigned int kByteLimit = 1048576;
@@ -474,7 +480,13 @@ TEST_F(Cache, FollowsEveryOperation) {
         {"reserve", [](IString& s) { s.reserve(1000); }, true},
         {"assign wide", [](IString& s) { s.assign(L"new"); }, false},
         {"assign null", [](IString& s) { s.assign(static_cast<const wchar_t*>(nullptr)); }, false},
-        {"swap", [](IString& s) { IString other; s.swap(other); s.swap(other); }, false},
+        {"swap",
+         [](IString& s) {
+             IString other;
+             s.swap(other);
+             s.swap(other);
+         },
+         false},
         {"swap itself", [](IString& s) { s.swap(s); }, false},
         {"append nothing", [](IString& s) { s.append(L""); }, false},
         {"append string", [](IString& s) { s.append(IString()); }, false},
@@ -494,9 +506,10 @@ TEST_F(Cache, FollowsEveryOperation) {
         {"substr into itself", [](IString& s) { s.substr(s, 0); }, false},
         {"insert out of range", [](IString& s) { EXPECT_THROW(s.insert(4, L""), std::out_of_range); }, true},
         {"erase out of range", [](IString& s) { EXPECT_THROW(s.erase(4), std::out_of_range); }, true},
-        {"replace out of range", [](IString& s) { EXPECT_THROW(s.replace(4, 0, L""), std::out_of_range); }, true},
-        {"substr out of range",
-         [](IString& s) { EXPECT_THROW(IString().substr(s, 1), std::out_of_range); }, true},
+        {"replace out of range", [](IString& s) { EXPECT_THROW(s.replace(4, 0, L""), std::out_of_range); },
+         true},
+        {"substr out of range", [](IString& s) { EXPECT_THROW(IString().substr(s, 1), std::out_of_range); },
+         true},
         {"strip nothing", [](IString& s) { s.strip(L'x').rstrip(L'x').stripSpaces().rstripSpaces(); }, true},
         {"strip", [](IString& s) { s.strip(L'a'); }, false},
         {"rstrip", [](IString& s) { s.rstrip(L'c'); }, false},
@@ -518,8 +531,10 @@ TEST_F(Cache, FollowsEveryOperation) {
          [](IString& s) {
              const IString set(L"c");
              (void)(s.find(set) + s.rfind(L"b") + s.find(acceptsNone) + s.findAny(set) + s.rfindAny(set));
-             (void)(s.isAscii() && s.compare(set) && s.compareNoCase(set) && s.collate(set) && s.collateNoCase(set));
-             (void)(equal(s, set) || hashfunction(s) == 0 || s.substr(1).length() == 0 || plus(s, s).length() == 0);
+             (void)(s.isAscii() && s.compare(set) && s.compareNoCase(set) && s.collate(set) &&
+                    s.collateNoCase(set));
+             (void)(equal(s, set) || hashfunction(s) == 0 || s.substr(1).length() == 0 ||
+                    plus(s, s).length() == 0);
              std::free(s.copyAsWChar());
          },
          true},
@@ -527,7 +542,9 @@ TEST_F(Cache, FollowsEveryOperation) {
     for (const auto& c : cases) {
         IString s = cached(kUTF8);
         c.operation(s);
-        EXPECT_EQ(isValid(s, kUTF8), c.keeps) << c.name;
+        if (s.length() > 0) {
+            EXPECT_EQ(isValid(s, kUTF8), c.keeps) << c.name;
+        }
         EXPECT_EQ(std::wstring(s.asUTF8(), s.asUTF8() + s.asUTF8StoreSize() - 1), value(s)) << c.name;
     }
     // On an empty string erasing and trimming are no changes, case mapping is.
@@ -547,7 +564,8 @@ TEST_F(Cache, TravelsWithCopies) {
     assigned = source;
     IString copy(source);
     IString moved(std::move(copy));
-    for (const IString* s : {&source, static_cast<const IString*>(&assigned), static_cast<const IString*>(&moved)}) {
+    for (const IString* s :
+         {&source, static_cast<const IString*>(&assigned), static_cast<const IString*>(&moved)}) {
         EXPECT_TRUE(isValid(*s, kUTF8));
         EXPECT_STREQ(s->asUTF8(), "abc");
     }

@@ -1,5 +1,5 @@
-// Character classes and case mapping: rules of the Unicode Character Database over all code points, and the run forms
-// of every kernel against the one-character forms.
+// Character classes and case mapping: rules of the Unicode Character Database over all code points, and the
+// run forms of every kernel against the one-character forms.
 #include "primitives/character.h"
 
 #include <random>
@@ -43,18 +43,21 @@ TEST(Character, WhiteSpaceIsThePropertyAndNothingElse) {
         if (qzString::isSpace(static_cast<wchar_t>(c)))
             spaces += static_cast<wchar_t>(c);
     }
-    EXPECT_EQ(spaces, L"\t\n\v\f\r \x85\xA0\x1680\x2000\x2001\x2002\x2003\x2004\x2005\x2006\x2007\x2008\x2009\x200A"
-                      L"\x2028\x2029\x202F\x205F\x3000");
+    EXPECT_EQ(spaces,
+              L"\t\n\v\f\r \x85\xA0\x1680\x2000\x2001\x2002\x2003\x2004\x2005\x2006\x2007\x2008\x2009\x200A"
+              L"\x2028\x2029\x202F\x205F\x3000");
     EXPECT_FALSE(qzString::isSpace(static_cast<wchar_t>(-1)));
 }
 
-// Counts and a checksum over all mappings catch a table that was cut or shifted; the pairs say what they mean.
+// Counts and a checksum over all mappings catch a table that was cut or shifted; the pairs say what they
+// mean.
 TEST(Character, CaseMappingIsUnicodes) {
     const struct {
         std::uint32_t upper, lower;
-    } pairs[] = {{'A', 'a'},       {0xC9, 0xE9},     {0x178, 0xFF},    {0x3A3, 0x3C3},     {0x410, 0x430},
-                 {0x531, 0x561},   {0x10A0, 0x2D00}, {0x13A0, 0xAB70}, {0x1E9E, 0xDF},     {0x1F08, 0x1F00},
-                 {0x2160, 0x2170}, {0xA64A, 0xA64B}, {0xFF21, 0xFF41}, {0x10400, 0x10428}, {0x1E921, 0x1E943}};
+    } pairs[] = {{'A', 'a'},       {0xC9, 0xE9},       {0x178, 0xFF},     {0x3A3, 0x3C3},
+                 {0x410, 0x430},   {0x531, 0x561},     {0x10A0, 0x2D00},  {0x13A0, 0xAB70},
+                 {0x1E9E, 0xDF},   {0x1F08, 0x1F00},   {0x2160, 0x2170},  {0xA64A, 0xA64B},
+                 {0xFF21, 0xFF41}, {0x10400, 0x10428}, {0x1E921, 0x1E943}};
     for (const auto& pair : pairs) {
         EXPECT_EQ(qzString::toLower(static_cast<wchar_t>(pair.upper)), static_cast<wchar_t>(pair.lower));
         EXPECT_EQ(qzString::toLower(static_cast<wchar_t>(pair.lower)), static_cast<wchar_t>(pair.lower));
@@ -94,7 +97,8 @@ TEST(Character, RunsMapAsCharactersDo) {
     }
     std::mt19937 random(3);
     for (int round = 0; round < 500; ++round) {
-        static constexpr std::uint32_t kFirst[] = {0, 0, 0x400, 0xC0, 0x3040, 0x1E000, 0xA640, 0x7FFFFF00, 0xFFFFFF00};
+        static constexpr std::uint32_t kFirst[] = {0,       0,      0x400,      0xC0,      0x3040,
+                                                   0x1E000, 0xA640, 0x7FFFFF00, 0xFFFFFF00};
         const std::uint32_t script = kFirst[random() % 9];
         std::wstring text;
         for (std::size_t length = random() % 200; length > 0; --length)

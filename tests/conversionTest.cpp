@@ -1,5 +1,5 @@
-// UTF-8 conversion: every kernel that the processor has, against a reference written from the Unicode Standard's table
-// of well-formed byte sequences.
+// UTF-8 conversion: every kernel that the processor has, against a reference written from the Unicode
+// Standard's table of well-formed byte sequences.
 #include "primitives/conversion.h"
 
 #include <algorithm>
@@ -119,8 +119,8 @@ std::vector<const Kernels*> usableKernels() {
 INSTANTIATE_TEST_SUITE_P(Utf8, EveryKernel, ::testing::ValuesIn(usableKernels()),
                          [](const auto& instance) { return std::string(instance.param->name); });
 
-// Everything the converters owe for one text: the query, the conversion at the exact capacity, one element less, and
-// the offset of what is ill-formed.
+// Everything the converters owe for one text: the query, the conversion at the exact capacity, one element
+// less, and the offset of what is ill-formed.
 void expectDecodes(const std::string& bytes, const Reference& expected) {
     const Exact<char> source{std::string_view(bytes)};
     const std::size_t wanted = expected.wellFormed ? expected.text.size() : 0;
@@ -130,19 +130,22 @@ void expectDecodes(const std::string& bytes, const Reference& expected) {
     ASSERT_EQ(qzString::UTF8validLength(source.data(), source.size()), expected.valid);
 
     const Exact<wchar_t> exact(wanted);
-    ASSERT_EQ(qzString::UTF8toWCS(source.data(), source.size(), exact.data(), exact.size(), false, &ok), wanted);
+    ASSERT_EQ(qzString::UTF8toWCS(source.data(), source.size(), exact.data(), exact.size(), false, &ok),
+              wanted);
     ASSERT_EQ(ok, expected.wellFormed);
     if (!expected.wellFormed) {
         // Room enough for what is well-formed does not make the rest convert.
         const Exact<wchar_t> room(bytes.size());
-        ASSERT_EQ(qzString::UTF8toWCS(source.data(), source.size(), room.data(), room.size(), false, &ok), 0U);
+        ASSERT_EQ(qzString::UTF8toWCS(source.data(), source.size(), room.data(), room.size(), false, &ok),
+                  0U);
         ASSERT_FALSE(ok);
         return;
     }
     ASSERT_EQ(exact.view(wanted), expected.text);
     if (wanted > 0) {
         const Exact<wchar_t> small(wanted - 1);
-        ASSERT_EQ(qzString::UTF8toWCS(source.data(), source.size(), small.data(), small.size(), false, &ok), 0U);
+        ASSERT_EQ(qzString::UTF8toWCS(source.data(), source.size(), small.data(), small.size(), false, &ok),
+                  0U);
         ASSERT_FALSE(ok);
     }
 }
@@ -150,7 +153,8 @@ void expectDecodes(const std::string& bytes, const Reference& expected) {
 void expectSubstitutes(const std::string& bytes, const Reference& expected) {
     const Exact<char> source{std::string_view(bytes)};
     bool ok = !expected.wellFormed;
-    ASSERT_EQ(qzString::UTF8toWCS(source.data(), source.size(), nullptr, 0, true, &ok), expected.substituted.size());
+    ASSERT_EQ(qzString::UTF8toWCS(source.data(), source.size(), nullptr, 0, true, &ok),
+              expected.substituted.size());
     ASSERT_EQ(ok, expected.wellFormed);
     const Exact<wchar_t> exact(expected.substituted.size());
     ASSERT_EQ(qzString::UTF8toWCS(source.data(), source.size(), exact.data(), exact.size(), true, &ok),
@@ -159,7 +163,8 @@ void expectSubstitutes(const std::string& bytes, const Reference& expected) {
     ASSERT_EQ(exact.view(exact.size()), expected.substituted);
     if (exact.size() > 0) {
         const Exact<wchar_t> small(exact.size() - 1);
-        ASSERT_EQ(qzString::UTF8toWCS(source.data(), source.size(), small.data(), small.size(), true, &ok), 0U);
+        ASSERT_EQ(qzString::UTF8toWCS(source.data(), source.size(), small.data(), small.size(), true, &ok),
+                  0U);
         ASSERT_FALSE(ok);
     }
 }
@@ -189,9 +194,13 @@ void expectEncodes(std::wstring_view text, const std::string* expected) {
 }
 
 const char* const kSeeds[] = {
-    "plain ASCII", "\xC3\xA9t\xC3\xA9 fran\xC3\xA7" "ais \xE2\x80\x99",
-    "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82", "\xE6\xBC\xA2\xE5\xAD\x97\xE3\x81\x8B\xEF\xBF\xBD",
-    "\xF0\x9F\x98\x80\xF0\x9F\x8E\x89", "a\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80z",
+    "plain ASCII",
+    "\xC3\xA9t\xC3\xA9 fran\xC3\xA7"
+    "ais \xE2\x80\x99",
+    "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82",
+    "\xE6\xBC\xA2\xE5\xAD\x97\xE3\x81\x8B\xEF\xBF\xBD",
+    "\xF0\x9F\x98\x80\xF0\x9F\x8E\x89",
+    "a\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80z",
     "\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xF0\x90\x80\x80\xF4\x8F\xBF\xBF",
 };
 
@@ -221,8 +230,8 @@ TEST_P(EveryKernel, ConvertsAllCodePointsBothWays) {
     }
 }
 
-// All strings of 1 and 2 bytes, those of 3 with every lead, and of 4 by lead and second: alone, and across the edge of
-// a block.
+// All strings of 1 and 2 bytes, those of 3 with every lead, and of 4 by lead and second: alone, and across
+// the edge of a block.
 TEST_P(EveryKernel, DecodesAllShortStrings) {
     std::vector<std::string> strings;
     const auto add = [&](std::initializer_list<int> bytes) {
@@ -254,16 +263,16 @@ TEST_P(EveryKernel, DecodesAllShortStrings) {
     }
 }
 
-// Each seed behind 0 to 130 bytes of padding, and behind itself: whole, cut at every length, and with every byte
-// replaced in turn.
+// Each seed behind 0 to 130 bytes of padding, and behind itself: whole, cut at every length, and with every
+// byte replaced in turn.
 TEST_P(EveryKernel, CrossesBlockEdges) {
     for (const std::string seed : kSeeds) {
         for (std::size_t padding = 0; padding <= 130; ++padding) {
             std::string repeated;
             while (repeated.size() < padding)
                 repeated += seed;
-            for (const std::string& text : {std::string(padding, '.') + seed + std::string(padding % 7, '.'),
-                                            repeated + seed}) {
+            for (const std::string& text :
+                 {std::string(padding, '.') + seed + std::string(padding % 7, '.'), repeated + seed}) {
                 const Reference expected = decodeByTable(text);
                 ASSERT_NO_FATAL_FAILURE(expectDecodes(text, expected));
                 ASSERT_NO_FATAL_FAILURE(expectEncodes(expected.text, &text));
@@ -277,7 +286,8 @@ TEST_P(EveryKernel, CrossesBlockEdges) {
 }
 
 TEST_P(EveryKernel, FindsEveryCorruption) {
-    constexpr unsigned char kWrong[] = {0x00, 0x41, 0x80, 0x9F, 0xA0, 0xBF, 0xC0, 0xC3, 0xE0, 0xED, 0xF0, 0xF4, 0xF8};
+    constexpr unsigned char kWrong[] = {0x00, 0x41, 0x80, 0x9F, 0xA0, 0xBF, 0xC0,
+                                        0xC3, 0xE0, 0xED, 0xF0, 0xF4, 0xF8};
     for (const std::string seed : kSeeds) {
         std::string text;
         while (text.size() < 200)
@@ -306,7 +316,8 @@ TEST_P(EveryKernel, FindsEveryCorruption) {
     }
 }
 
-// Random mixtures, so that every combination of character lengths meets in a block; with random damage half the time.
+// Random mixtures, so that every combination of character lengths meets in a block; with random damage half
+// the time.
 TEST_P(EveryKernel, AgreesWithTheReferenceOnRandomText) {
     std::mt19937 random(20260101);
     const auto below = [&random](unsigned limit) { return static_cast<unsigned>(random() % limit); };
@@ -319,7 +330,8 @@ TEST_P(EveryKernel, AgreesWithTheReferenceOnRandomText) {
             static constexpr std::uint32_t kCount[] = {0x80, 0x780, 0xD000, 0x100000};
             const unsigned width = below(4);
             if ((widths >> width & 1) != 0)
-                text += std::wstring(1 + below(12), static_cast<wchar_t>(kFirst[width] + random() % kCount[width]));
+                text += std::wstring(1 + below(12),
+                                     static_cast<wchar_t>(kFirst[width] + random() % kCount[width]));
         }
         std::string bytes = encodeByArithmetic(text);
         ASSERT_NO_FATAL_FAILURE(expectEncodes(text, &bytes));
@@ -358,8 +370,9 @@ TEST(Utf8, ConvertsSixteenBitText) {
     EXPECT_EQ(utf8::encodedLength(text.data(), text.size()).written, bytes.size());
     EXPECT_EQ(utf8::encode(text.data(), text.size(), back.data(), back.size()).read, text.size());
     EXPECT_EQ(back, bytes);
-    for (const std::u16string& lone : {std::u16string{u'a', char16_t{0xD800}}, std::u16string{char16_t{0xD800}, u'a'},
-                                       std::u16string{char16_t{0xDC00}, char16_t{0xD800}}}) {
+    for (const std::u16string& lone :
+         {std::u16string{u'a', char16_t{0xD800}}, std::u16string{char16_t{0xD800}, u'a'},
+          std::u16string{char16_t{0xDC00}, char16_t{0xD800}}}) {
         EXPECT_LT(utf8::encodedLength(lone.data(), lone.size()).read, lone.size());
     }
     const std::u32string wider = U"\U0010FFFF\uD7FF";

@@ -160,8 +160,8 @@ TYPED_TEST(Core, ChecksBounds) {
         bool position;
         bool range;
     } cases[] = {
-        {"abcde", 0, 5, true, true},    {"abcde", 3, 4, true, true},     {"abcde", 4, 5, true, true},
-        {"abcde", 1, 6, true, false},   {"abcde", 4, kAll, true, true},  {"abcde", 5, 0, false, false},
+        {"abcde", 0, 5, true, true},      {"abcde", 3, 4, true, true},         {"abcde", 4, 5, true, true},
+        {"abcde", 1, 6, true, false},     {"abcde", 4, kAll, true, true},      {"abcde", 5, 0, false, false},
         {"abcde", kAll, 0, false, false}, {"abcde", 4, kAll - 1, true, false}, {"", 0, 0, false, false},
         {"", 0, kAll, false, false},
     };

@@ -9,7 +9,8 @@ template <class String>
 class Editing : public ::testing::Test {};
 TYPED_TEST_SUITE(Editing, BothClasses);
 
-// Runs one edit with the argument as a string, as a pointer and, where it is one character, as that: all must agree.
+// Runs one edit with the argument as a string, as a pointer and, where it is one character, as that: all must
+// agree.
 template <class String, class Edit>
 void expectEdit(std::string_view text, std::string_view argument, const char* expected, Edit edit) {
     const auto run = [&](auto x) {
@@ -39,18 +40,21 @@ TYPED_TEST(Editing, Inserts) {
         const char* argument;
         const char* expected;  // null where the position is out of range
     } cases[] = {
-        {"abc", 0, "XY", "XYabc"}, {"abc", 3, "x", "abcx"},         {"abc", 1, "", "abc"}, {"", 0, "x", "x"},
-        {"abc", 4, "x", nullptr},  {"abc", 7, "", nullptr},         {"", 1, "", nullptr},
-        {"abc", TypeParam::npos, "XY", nullptr},
+        {"abc", 0, "XY", "XYabc"}, {"abc", 3, "x", "abcx"},
+        {"abc", 1, "", "abc"},     {"", 0, "x", "x"},
+        {"abc", 4, "x", nullptr},  {"abc", 7, "", nullptr},
+        {"", 1, "", nullptr},      {"abc", TypeParam::npos, "XY", nullptr},
     };
     for (const auto& c : cases) {
         expectEdit<TypeParam>(c.text, c.argument, c.expected,
                               [&](TypeParam& s, auto x) { return &s.insert(c.pos, x); });
         if (c.pos == 0) {
-            expectEdit<TypeParam>(c.text, c.argument, c.expected, [](TypeParam& s, auto x) { return &s.prepend(x); });
+            expectEdit<TypeParam>(c.text, c.argument, c.expected,
+                                  [](TypeParam& s, auto x) { return &s.prepend(x); });
         }
         if (c.pos == std::strlen(c.text)) {
-            expectEdit<TypeParam>(c.text, c.argument, c.expected, [](TypeParam& s, auto x) { return &s.append(x); });
+            expectEdit<TypeParam>(c.text, c.argument, c.expected,
+                                  [](TypeParam& s, auto x) { return &s.append(x); });
         }
     }
 }
@@ -82,8 +86,9 @@ TYPED_TEST(Editing, Erases) {
         unsigned int count;
         const char* expected;
     } cases[] = {
-        {"abcdef", 1, kAll, "a"}, {"abcdef", 1, 2, "adef"}, {"abcdef", 6, 3, "abcdef"}, {"abcdef", 0, 0, "abcdef"},
-        {"abcdef", 5, 1, "abcde"}, {"", 5, 1, ""},          {"abc", 5, 1, nullptr},     {"abc", kAll, 0, nullptr},
+        {"abcdef", 1, kAll, "a"},   {"abcdef", 1, 2, "adef"},  {"abcdef", 6, 3, "abcdef"},
+        {"abcdef", 0, 0, "abcdef"}, {"abcdef", 5, 1, "abcde"}, {"", 5, 1, ""},
+        {"abc", 5, 1, nullptr},     {"abc", kAll, 0, nullptr},
     };
     for (const auto& c : cases) {
         expectEdit<TypeParam>(c.text, "", c.expected,
@@ -108,17 +113,27 @@ TYPED_TEST(Editing, TakesItsOwnTextAsArgument) {
         }
     };
     const auto own = [](const TypeParam& s) { return asView(s).data(); };
-    expectAll("ab", [](auto& s) { s.append(s); }, "abab");
-    expectAll("ab", [](auto& s) { s.insert(1, s); }, "aabb");
-    expectAll("ab", [](auto& s) { s.prepend(s); }, "abab");
-    expectAll("abcd", [](auto& s) { s.replace(1, 2, s); }, "aabcdd");
-    expectAll("abcd", [&](auto& s) { s.append(own(s) + 2); }, "abcdcd");
-    expectAll("abcd", [&](auto& s) { s.insert(2, own(s) + 1); }, "abbcdcd");
-    expectAll("abcd", [&](auto& s) { s.prepend(own(s) + 3); }, "dabcd");
-    expectAll("abcd", [&](auto& s) { s.replace(0, 3, own(s) + 2); }, "cdd");
-    expectAll("a text that is not short at all", [&](auto& s) { s.replace(2, 4, own(s)); },
-              "a a text that is not short at all that is not short at all");
-    expectAll("ab", [](auto& s) { plusEqual(s, s); }, "abab");
+    expectAll(
+        "ab", [](auto& s) { s.append(s); }, "abab");
+    expectAll(
+        "ab", [](auto& s) { s.insert(1, s); }, "aabb");
+    expectAll(
+        "ab", [](auto& s) { s.prepend(s); }, "abab");
+    expectAll(
+        "abcd", [](auto& s) { s.replace(1, 2, s); }, "aabcdd");
+    expectAll(
+        "abcd", [&](auto& s) { s.append(own(s) + 2); }, "abcdcd");
+    expectAll(
+        "abcd", [&](auto& s) { s.insert(2, own(s) + 1); }, "abbcdcd");
+    expectAll(
+        "abcd", [&](auto& s) { s.prepend(own(s) + 3); }, "dabcd");
+    expectAll(
+        "abcd", [&](auto& s) { s.replace(0, 3, own(s) + 2); }, "cdd");
+    expectAll(
+        "a text that is not short at all", [&](auto& s) { s.replace(2, 4, own(s)); },
+        "a a text that is not short at all that is not short at all");
+    expectAll(
+        "ab", [](auto& s) { plusEqual(s, s); }, "abab");
 }
 
 TYPED_TEST(Editing, TakesSubstrings) {
@@ -129,8 +144,14 @@ TYPED_TEST(Editing, TakesSubstrings) {
         unsigned int count;
         const char* expected;
     } cases[] = {
-        {"abcd", 1, 2, "bc"}, {"abcd", 4, 2, ""}, {"abcd", 0, kAll, "abcd"}, {"abcd", 2, 0, ""}, {"", 0, 1, ""},
-        {"abcd", 5, 0, nullptr}, {"", 1, kAll, nullptr}, {"abcd", kAll, kAll, nullptr},
+        {"abcd", 1, 2, "bc"},
+        {"abcd", 4, 2, ""},
+        {"abcd", 0, kAll, "abcd"},
+        {"abcd", 2, 0, ""},
+        {"", 0, 1, ""},
+        {"abcd", 5, 0, nullptr},
+        {"", 1, kAll, nullptr},
+        {"abcd", kAll, kAll, nullptr},
     };
     for (const auto& c : cases) {
         const TypeParam s = make<TypeParam>(c.text);

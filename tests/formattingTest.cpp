@@ -117,7 +117,7 @@ TYPED_TEST(Formatting, TakesItsOwnTextAsFormat) {
 TYPED_TEST(Formatting, GivesUpOnWhatCanNeverSucceed) {
     using C = Char<TypeParam>;
     TypeParam s = make<TypeParam>("old");
-    EXPECT_EQ(s.format(Literal<C>("%2147483647d!"), 1), kNone);
+    EXPECT_EQ(s.format(Literal<C>("unfinished %")), kNone);
     std::setlocale(LC_ALL, "C");
     if constexpr (sizeof(C) == 1) {
         EXPECT_EQ(s.format("%ls", L"\x416"), kNone);
@@ -147,9 +147,11 @@ TYPED_TEST(Formatting, SurvivesFailingAllocations) {
     const Literal<Char<TypeParam>> format("%400d");
     const auto expectUnchanged = [](TypeParam& s) { EXPECT_EQ(value(s), wide<TypeParam>("old")); };
     const auto prepare = [] { return make<TypeParam>("old"); };
-    failEveryAllocation(prepare, [&](TypeParam& s) { s.format(format, 1); }, expectUnchanged);
+    failEveryAllocation(
+        prepare, [&](TypeParam& s) { s.format(format, 1); }, expectUnchanged);
     if constexpr (std::is_same_v<TypeParam, IString>)
-        failEveryAllocation(prepare, [](IString& s) { s.format("%400d", 1); }, expectUnchanged);
+        failEveryAllocation(
+            prepare, [](IString& s) { s.format("%400d", 1); }, expectUnchanged);
 }
 
 }  // namespace

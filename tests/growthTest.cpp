@@ -1,4 +1,5 @@
-// The growth loop of formatting, against formatters of the test's own: which sizes it tries, and when it gives up.
+// The growth loop of formatting, against formatters of the test's own: which sizes it tries, and when it
+// gives up.
 #include <climits>
 #include <cstdarg>
 #include <cwchar>
@@ -92,7 +93,8 @@ TYPED_TEST(Growth, GivesUp) {
     EXPECT_EQ(target, wide<TypeParam>("old"));
 }
 
-// The last size is the first of the series at or above 2^32 - 1025. (Narrow only: memory that is never touched.)
+// The last size is the first of the series at or above 2^32 - 1025. (Narrow only: memory that is never
+// touched.)
 TEST(Growth, EndsBelowThirtyTwoBits) {
     std::string target = "old";
     needed = std::int64_t{1} << 40;

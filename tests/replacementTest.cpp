@@ -9,7 +9,8 @@ using namespace support;
 namespace {
 
 // One occurrence at a time, as the rule is told.
-std::wstring replaceOneByOne(std::wstring text, const std::wstring& pattern, const std::wstring& replacement) {
+std::wstring replaceOneByOne(std::wstring text, const std::wstring& pattern,
+                             const std::wstring& replacement) {
     std::size_t at = pattern.empty() ? std::wstring::npos : text.find(pattern);
     while (at != std::wstring::npos) {
         text.replace(at, pattern.size(), replacement);
@@ -22,10 +23,18 @@ TEST(Replacement, ReplacesEveryOccurrence) {
     const struct {
         const wchar_t *text, *pattern, *replacement, *expected;
     } cases[] = {
-        {L"a.b.c", L".", L"--", L"a--b--c"}, {L"aaa", L"a", L"aa", L"aaaaaa"}, {L"aaaa", L"aa", L"a", L"aa"},
-        {L"xxyy", L"xy", L"", L"xy"},        {L"aaa", L"a", L"", L""},         {L"aaaaa", L"aa", L"b", L"bba"},
-        {L"abc", L"", L"x", L"abc"},         {L"", L"a", L"b", L""},           {L"abc", L"x", L"y", L"abc"},
-        {L"abc", L"abcd", L"", L"abc"},      {L"abab", L"ab", L"ba", L"baba"}, {L"ab", L"ab", L"xyz", L"xyz"},
+        {L"a.b.c", L".", L"--", L"a--b--c"},
+        {L"aaa", L"a", L"aa", L"aaaaaa"},
+        {L"aaaa", L"aa", L"a", L"aa"},
+        {L"xxyy", L"xy", L"", L"xy"},
+        {L"aaa", L"a", L"", L""},
+        {L"aaaaa", L"aa", L"b", L"bba"},
+        {L"abc", L"", L"x", L"abc"},
+        {L"", L"a", L"b", L""},
+        {L"abc", L"x", L"y", L"abc"},
+        {L"abc", L"abcd", L"", L"abc"},
+        {L"abab", L"ab", L"ba", L"baba"},
+        {L"ab", L"ab", L"xyz", L"xyz"},
     };
     for (const auto& c : cases) {
         IString s(c.text);
@@ -94,7 +103,8 @@ TEST(Replacement, DecodesNarrowCharactersInTheLocale) {
     ASSERT_NE(std::setlocale(LC_ALL, "ru_RU.KOI8-R"), nullptr);
     EXPECT_EQ(value(IString(L"\x436\x437").replace('\xD6', 'x')), L"x\x437");  // D6 is U+0436
     ASSERT_NE(std::setlocale(LC_ALL, "ja_JP.EUC-JP"), nullptr);
-    EXPECT_EQ(value(IString(L"aba").replace('a', '\xA4')), L"aba");   // half a character leaves no state behind
+    EXPECT_EQ(value(IString(L"aba").replace('a', '\xA4')),
+              L"aba");  // half a character leaves no state behind
     EXPECT_EQ(value(IString(L"aba").replace('b', 'c')), L"aca");
     std::setlocale(LC_ALL, "C");
 }
@@ -105,7 +115,10 @@ TEST(Replacement, IsLinear) {
     const struct {
         const wchar_t *pattern, *replacement;
         unsigned int length;
-    } cases[] = {{L" ", L"abc", 3 * kMany}, {L" ", L"a", kMany}, {L"  ", L"a", kMany / 2}, {L" ", L"", 0},
+    } cases[] = {{L" ", L"abc", 3 * kMany},
+                 {L" ", L"a", kMany},
+                 {L"  ", L"a", kMany / 2},
+                 {L" ", L"", 0},
                  {L"  ", L"abc", kMany / 2 * 3}};
     for (const auto& c : cases) {
         IString s(kMany, L' ');
@@ -119,54 +132,35 @@ TEST(Replacement, KeepsWhatWasReplacedBeforeAFailure) {
     for (int i = 0; i < 100; ++i)
         text += L"ab ";
     const IString replacement(L"xyz");
-    const auto prepare = [&] {
-        IString s(text.c_str());
-        EXPECT_GE(s.capacity(), text.size());
-        s.asUTF8();
-        return s;
-    };
-    failEveryAllocation(
-        prepare, [&](IString& s) { s.replace(IString(L"ab"), replacement); },
-        [&](IString& s) {
-            std::wstring expected = text;
-            std::size_t replaced = 0;
-            while (expected != value(s) && replaced < 100) {
-                expected.replace(expected.find(L"ab"), 2, L"xyz");
-                ++replaced;
-            }
-            EXPECT_EQ(value(s), expected);
-            EXPECT_EQ(value(s), value(fromUtf8(s.asUTF8())));
-        });
-    // Room for a few: those are replaced.
-    IString s;
+    IString s;  // with room for a few
     const unsigned int room = s.reserve(static_cast<unsigned int>(text.size()) + 10);
     s.append(text.c_str());
     const unsigned int fit = room - s.length();
     ASSERT_LT(fit, 100U);
     s.asUTF8();
-    bool raised = false;
-    const auto replaceWithoutMemory = [&] {
-        const IString pattern(L"ab");
+    const auto expectOutOfMemory = [](auto operation) {
         Allocations::failAlways(true);
+        bool raised = false;
         try {
-            s.replace(pattern, replacement);
+            operation();
         } catch (const std::bad_alloc&) {
             raised = true;
         }
         Allocations::failAlways(false);
+        EXPECT_TRUE(raised);
     };
-    replaceWithoutMemory();
-    EXPECT_TRUE(raised);
+    const IString pattern(L"ab");
+    expectOutOfMemory([&] { s.replace(pattern, replacement); });
     EXPECT_EQ(s.length(), room);
     EXPECT_EQ(s.rfind(L"xyz"), (fit - 1) * 4);
     EXPECT_EQ(s.find(L"ab"), fit * 4);
     EXPECT_EQ(value(s), value(fromUtf8(s.asUTF8())));  // the cache follows
 
-    failEveryAllocation(
-        prepare, [&](IString& t) { t.replace(IString(L"ab"), t); }, [&](IString& t) { EXPECT_EQ(value(t), text); });
-    failEveryAllocation(
-        prepare, [&](IString& t) { t.replaceFirst(IString(L"ab"), IString(1000, L'x')); },
-        [&](IString& t) { EXPECT_EQ(value(t), text); });
+    const std::wstring before = value(s);
+    const IString large(1000, L'x');
+    expectOutOfMemory([&] { s.replace(pattern, s); });
+    expectOutOfMemory([&] { s.replaceFirst(pattern, large); });
+    EXPECT_EQ(value(s), before);
 }
 
 }  // namespace

@@ -16,13 +16,27 @@ TYPED_TEST(Searching, FindsText) {
         std::string_view text, needle;
         unsigned int pos, find, rfind;
     } cases[] = {
-        {"abcabc", "bc", 0, 1, kNone}, {"abcabc", "bc", 2, 4, 1},          {"abcabc", "bc", 3, 4, 1},
-        {"abcabc", "bc", 4, 4, 4},     {"abcabc", "bc", 5, kNone, 4},      {"abcabc", "bc", 6, kNone, 4},
-        {"abcabc", "bc", kNone, kNone, 4}, {"abcabc", "abc", 3, 3, 3},     {"abcabc", "abcabcx", 0, kNone, kNone},
-        {"abcabc", "ab", 0, 0, 0},     {"abcabc", "abcabc", 0, 0, 0},      {"abcabc", "c", 3, 5, 2},
-        {"abcabc", "a", 4, kNone, 3},  {"abcabc", "a", 2, 3, 0},           {"abcabc", "", 0, kNone, kNone},
-        {"abcabc", "", 3, kNone, kNone}, {"", "a", 0, kNone, kNone},       {"", "", 0, kNone, kNone},
-        {"", "a", kNone, kNone, kNone}, {"aaaa", "aa", 1, 1, 1},           {"aaaa", "aa", kNone, kNone, 2},
+        {"abcabc", "bc", 0, 1, kNone},
+        {"abcabc", "bc", 2, 4, 1},
+        {"abcabc", "bc", 3, 4, 1},
+        {"abcabc", "bc", 4, 4, 4},
+        {"abcabc", "bc", 5, kNone, 4},
+        {"abcabc", "bc", 6, kNone, 4},
+        {"abcabc", "bc", kNone, kNone, 4},
+        {"abcabc", "abc", 3, 3, 3},
+        {"abcabc", "abcabcx", 0, kNone, kNone},
+        {"abcabc", "ab", 0, 0, 0},
+        {"abcabc", "abcabc", 0, 0, 0},
+        {"abcabc", "c", 3, 5, 2},
+        {"abcabc", "a", 4, kNone, 3},
+        {"abcabc", "a", 2, 3, 0},
+        {"abcabc", "", 0, kNone, kNone},
+        {"abcabc", "", 3, kNone, kNone},
+        {"", "a", 0, kNone, kNone},
+        {"", "", 0, kNone, kNone},
+        {"", "a", kNone, kNone, kNone},
+        {"aaaa", "aa", 1, 1, 1},
+        {"aaaa", "aa", kNone, kNone, 2},
         {"abc", "x", 1, kNone, kNone},
     };
     for (const auto& c : cases) {
@@ -50,7 +64,8 @@ TYPED_TEST(Searching, FindsText) {
     EXPECT_EQ(nul.find(nul), 0U);
 }
 
-// Against the standard string's search, at every start, with few different characters so that near misses abound.
+// Against the standard string's search, at every start, with few different characters so that near misses
+// abound.
 TYPED_TEST(Searching, AgreesWithTheStandardString) {
     std::mt19937 random(7);
     for (int round = 0; round < 3000; ++round) {
@@ -69,8 +84,10 @@ TYPED_TEST(Searching, AgreesWithTheStandardString) {
         const TypeParam s(exact.data(), static_cast<int>(text.size()));
         const TypeParam n(needle.data(), static_cast<int>(needle.size()));
         for (std::size_t pos = 0; pos <= text.size(); pos += 1 + round % 5) {
-            ASSERT_EQ(s.find(n, static_cast<unsigned int>(pos)), static_cast<unsigned int>(text.find(needle, pos)));
-            ASSERT_EQ(s.rfind(n, static_cast<unsigned int>(pos)), static_cast<unsigned int>(text.rfind(needle, pos)));
+            ASSERT_EQ(s.find(n, static_cast<unsigned int>(pos)),
+                      static_cast<unsigned int>(text.find(needle, pos)));
+            ASSERT_EQ(s.rfind(n, static_cast<unsigned int>(pos)),
+                      static_cast<unsigned int>(text.rfind(needle, pos)));
         }
         ASSERT_EQ(s.rfind(n), static_cast<unsigned int>(text.rfind(needle)));
     }
@@ -134,10 +151,12 @@ TYPED_TEST(Searching, FindsByPredicate) {
         unsigned int pos, found;
         const char* examined;
     } cases[] = {
-        {"a1b2", true, 0, 1, "a1"},    {"a1b2", true, 1, 1, "1"},        {"a1b2", true, 2, 3, "b2"},
-        {"a1b2", true, 4, kNone, ""},  {"a1b2", true, kNone, kNone, ""}, {"", true, 0, kNone, ""},
-        {"a1b2", false, kNone, 3, "2"}, {"a1b2", false, 3, 3, "2"},      {"a1b2", false, 2, 1, "b1"},
-        {"a1b2", false, 0, kNone, "a"}, {"a1b2", false, 4, 3, "2"},      {"a1b2", false, 0x80000000U, 3, "2"},
+        {"a1b2", true, 0, 1, "a1"},       {"a1b2", true, 1, 1, "1"},
+        {"a1b2", true, 2, 3, "b2"},       {"a1b2", true, 4, kNone, ""},
+        {"a1b2", true, kNone, kNone, ""}, {"", true, 0, kNone, ""},
+        {"a1b2", false, kNone, 3, "2"},   {"a1b2", false, 3, 3, "2"},
+        {"a1b2", false, 2, 1, "b1"},      {"a1b2", false, 0, kNone, "a"},
+        {"a1b2", false, 4, 3, "2"},       {"a1b2", false, 0x80000000U, 3, "2"},
         {"", false, kNone, kNone, ""},
     };
     for (const auto& c : cases) {
@@ -158,8 +177,8 @@ TEST(Searching, FindsAnyOfASet) {
     for (const wchar_t* const set : {L";,", L",;", L",;;,"}) {
         const struct {
             unsigned int pos, find, rfind;
-        } cases[] = {{0, 1, kNone}, {1, 1, 1}, {2, 3, 1}, {3, 3, 3}, {4, kNone, 3}, {5, kNone, 3}, {100, kNone, 3},
-                     {kNone, kNone, 3}};
+        } cases[] = {{0, 1, kNone}, {1, 1, 1},     {2, 3, 1},       {3, 3, 3},
+                     {4, kNone, 3}, {5, kNone, 3}, {100, kNone, 3}, {kNone, kNone, 3}};
         for (const auto& c : cases) {
             EXPECT_EQ(s.findAny(set, c.pos), c.find);
             EXPECT_EQ(s.rfindAny(set, c.pos), c.rfind);

@@ -16,8 +16,12 @@ TYPED_TEST(Trimming, RemovesOneRun) {
         char trimmed;
         std::string_view strip, rstrip;
     } cases[] = {
-        {"", 'x', "", ""},       {"xxx", 'x', "", ""},          {"xxaxbxx", 'x', "axbxx", "xxaxb"},
-        {"abx", 'a', "bx", "abx"}, {"bax", 'a', "bax", "bax"}, {{"\0\0a\0", 4}, '\0', {"a\0", 2}, {"\0\0a", 3}},
+        {"", 'x', "", ""},
+        {"xxx", 'x', "", ""},
+        {"xxaxbxx", 'x', "axbxx", "xxaxb"},
+        {"abx", 'a', "bx", "abx"},
+        {"bax", 'a', "bax", "bax"},
+        {{"\0\0a\0", 4}, '\0', {"a\0", 2}, {"\0\0a", 3}},
         {"  a", 'x', "  a", "  a"},
     };
     for (const auto& c : cases) {
@@ -53,8 +57,18 @@ TYPED_TEST(Trimming, RemovesWhiteSpace) {
 
 TEST(Trimming, KnowsUnicodeWhiteSpaceInWideTextOnly) {
     EXPECT_EQ(value(IString(L"\x3000\x2003\xA0 a\x85\x2029\x1680").stripSpaces().rstripSpaces()), L"a");
-    EXPECT_EQ(value(IString(L"\x200B" "a\xFEFF").stripSpaces().rstripSpaces()), L"\x200B" "a\xFEFF");
-    EXPECT_EQ(value(CString("\xA0" "a\x85").stripSpaces().rstripSpaces()), "\xA0" "a\x85");
+    EXPECT_EQ(value(IString(L"\x200B"
+                            "a\xFEFF")
+                        .stripSpaces()
+                        .rstripSpaces()),
+              L"\x200B"
+              "a\xFEFF");
+    EXPECT_EQ(value(CString("\xA0"
+                            "a\x85")
+                        .stripSpaces()
+                        .rstripSpaces()),
+              "\xA0"
+              "a\x85");
 }
 
 TYPED_TEST(Trimming, MapsCaseOfAnyLength) {
