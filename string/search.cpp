@@ -1,33 +1,328 @@
+// Substring search in two stages.
+//
+// The scan: of the needle's elements the two that are likely to be the rarest in text are chosen, and the
+// scanner looks for places where both stand at their distance. Each such place is compared with the whole
+// needle. On most text this runs at the speed of reading it.
+//
+// The guard: on repetitive text there may be a place to compare at every position. Each failed comparison is
+// charged with the length of the needle; when the charges exceed a multiple of the way gone, the search goes
+// on by the Two-Way algorithm (Crochemore and Perrin, "Two-way string-matching", JACM 38, 1991), linear in
+// every case, without memory.
 #include "string/search.h"
 
-#include <string_view>
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <iterator>
+#include <string>
+
+#include "string/scanners.h"
 
 namespace qzString::search {
 namespace {
 
+// ---- Scanners ----
+
+bool alwaysUsable() {
+    return true;
+}
+
 template <class Char>
-using View = std::basic_string_view<Char>;
+std::size_t nextPortable(const Char* text, std::size_t from, std::size_t end, std::size_t first, Char a,
+                         std::size_t second, Char b) {
+    while (from < end) {
+        const Char* const found = std::char_traits<Char>::find(text + from + first, end - from, a);
+        if (found == nullptr)
+            return end;
+        const auto at = static_cast<std::size_t>(found - text) - first;
+        if (text[at + second] == b)
+            return at;
+        from = at + 1;
+    }
+    return end;
+}
+
+template <class Char>
+std::size_t lastPortable(const Char* text, std::size_t from, std::size_t end, std::size_t first, Char a,
+                         std::size_t second, Char b) {
+    while (end > from) {
+        --end;
+        if (text[end + first] == a && text[end + second] == b)
+            return end;
+    }
+    return kNotFound;
+}
+
+const Scanner kPortableScanner = {"portable",         alwaysUsable,
+                                  nextPortable<char>, nextPortable<wchar_t>,
+                                  lastPortable<char>, lastPortable<wchar_t>};
+
+const Scanner* const kBestFirst[] = {
+#if QZSTRING_SCANNERS_X86
+    &kAvx512Scanner,
+    &kAvx2Scanner,
+#endif
+    &kPortableScanner,
+};
+
+std::atomic<const Scanner*> chosenScanner{nullptr};
+
+const Scanner& choose() {
+    const Scanner* const* row = kBestFirst;
+    while (!(*row)->usable())
+        ++row;
+    chosenScanner.store(*row, std::memory_order_relaxed);
+    return **row;
+}
+
+const Scanner& active() {
+    const Scanner* const chosen = chosenScanner.load(std::memory_order_relaxed);
+    return chosen != nullptr ? *chosen : choose();
+}
+
+// ---- The choice of the two elements ----
+
+// How common an element is in text, roughly: the order of letters in English for ASCII, and one rank each for
+// the bytes that begin characters of other scripts, for those that go on with them, and for other wide
+// characters.
+constexpr char kCommonestFirst[] = " etaoinsrhldcumfpg\nwybv,.k01-2'\"3xjqz";
+constexpr unsigned kUncommon = 0;
+constexpr unsigned kLeadByte = 60;
+constexpr unsigned kOtherCharacter = 20;
+
+struct Ranks {
+    constexpr Ranks() : of() {
+        unsigned rank = 2 * (sizeof kCommonestFirst - 1);
+        for (const char* c = kCommonestFirst; *c != 0; ++c, rank -= 2)
+            of[static_cast<unsigned char>(*c)] = static_cast<unsigned char>(rank);
+        for (unsigned byte = 0x80; byte < 0x100; ++byte)
+            of[byte] = byte < 0xC0 ? kOtherCharacter : kLeadByte;
+    }
+    unsigned char of[256];
+};
+constexpr Ranks kRanks;
+
+unsigned rank(char c) {
+    return kRanks.of[static_cast<unsigned char>(c)];
+}
+
+unsigned rank(wchar_t c) {
+    const auto value = static_cast<std::uint32_t>(c);
+    return value < 0x80 ? kRanks.of[value] : value < 0x100 ? kUncommon : kOtherCharacter;
+}
+
+struct Anchors {
+    std::size_t first;   // offset of the rarest
+    std::size_t second;  // of the next
+};
+
+// Of the first elements of the needle, which has at least two.
+template <class Char>
+Anchors chooseAnchors(const Char* needle, std::size_t length) {
+    constexpr std::size_t kLooksAt = 32;
+    Anchors anchors{0, 1};
+    if (rank(needle[1]) < rank(needle[0]))
+        anchors = {1, 0};
+    for (std::size_t i = 2; i < std::min(length, kLooksAt); ++i) {
+        if (rank(needle[i]) < rank(needle[anchors.first]))
+            anchors = {i, anchors.first};
+        else if (rank(needle[i]) < rank(needle[anchors.second]))
+            anchors.second = i;
+    }
+    return anchors;
+}
+
+// ---- Two-Way ----
+
+// An array read from its beginning, or from its end.
+template <class Char>
+struct Forwards {
+    const Char* elements;
+    Char operator[](std::size_t i) const { return elements[i]; }
+};
+template <class Char>
+struct Backwards {
+    const Char* last;
+    Char operator[](std::size_t i) const { return *(last - i); }
+};
+
+struct Factorization {
+    std::size_t split;   // the needle's critical position: where its right part begins
+    std::size_t period;  // of the right part
+};
+
+// The maximal suffix in one of the two orders of elements.
+template <class Reader, class Before>
+Factorization maximalSuffix(Reader needle, std::size_t length, Before before) {
+    std::size_t suffix = 0;  // where the best so far begins
+    std::size_t candidate = 1;
+    std::size_t matched = 0;
+    std::size_t period = 1;
+    while (candidate + matched < length) {
+        const auto c = needle[candidate + matched];
+        const auto s = needle[suffix + matched];
+        if (before(c, s)) {
+            candidate += matched + 1;
+            matched = 0;
+            period = candidate - suffix;
+        } else if (c == s) {
+            if (++matched == period) {
+                candidate += period;
+                matched = 0;
+            }
+        } else {
+            suffix = candidate++;
+            matched = 0;
+            period = 1;
+        }
+    }
+    return {suffix, period};
+}
+
+template <class Reader>
+Factorization factorize(Reader needle, std::size_t length) {
+    const Factorization up = maximalSuffix(needle, length, [](auto x, auto y) { return x < y; });
+    const Factorization down = maximalSuffix(needle, length, [](auto x, auto y) { return y < x; });
+    return up.split > down.split ? up : down;
+}
+
+// The lowest i at which needle stands in text, or kNotFound; 0 < needleLength <= length.
+template <class Reader>
+std::size_t twoWay(Reader text, std::size_t length, Reader needle, std::size_t needleLength) {
+    const Factorization factors = factorize(needle, needleLength);
+    const std::size_t split = factors.split;
+    std::size_t period = factors.period;
+    bool isPeriodic = split + period <= needleLength;
+    for (std::size_t i = 0; isPeriodic && i < split; ++i)
+        isPeriodic = needle[i] == needle[i + period];
+    if (!isPeriodic)
+        period = std::max(split, needleLength - split) + 1;
+
+    // In a periodic needle, a beginning known to match after a shift by the period.
+    std::size_t known = 0;
+    for (std::size_t at = 0; at + needleLength <= length;) {
+        std::size_t i = std::max(split, known);
+        while (i < needleLength && needle[i] == text[at + i])
+            ++i;
+        if (i < needleLength) {
+            at += i - split + 1;
+            known = 0;
+            continue;
+        }
+        i = split;
+        while (i > known && needle[i - 1] == text[at + i - 1])
+            --i;
+        if (i <= known)
+            return at;
+        at += period;
+        known = isPeriodic ? needleLength - period : 0;
+    }
+    return kNotFound;
+}
+
+// ---- The search ----
+
+// What failed comparisons have cost, against the way gone.
+class Charges {
+  public:
+    explicit Charges(std::size_t needleLength) : each(needleLength + 16) {}
+    bool exceed(std::size_t way) {
+        total += each;
+        return total > 8 * way + 4096 + each;
+    }
+
+  private:
+    std::size_t each;
+    std::size_t total = 0;
+};
+
+template <class Char>
+bool standsAt(const Char* place, const Char* needle, std::size_t needleLength) {
+    return std::char_traits<Char>::compare(place, needle, needleLength) == 0;
+}
+
+template <class Char, class Next>
+std::size_t findForwards(const Char* text, std::size_t length, const Char* needle, std::size_t needleLength,
+                         std::size_t from, Next next) {
+    if (from > length || length - from < needleLength)
+        return kNotFound;
+    if (needleLength == 1) {
+        const Char* const found = std::char_traits<Char>::find(text + from, length - from, *needle);
+        return found == nullptr ? kNotFound : static_cast<std::size_t>(found - text);
+    }
+    const Anchors anchors = chooseAnchors(needle, needleLength);
+    const std::size_t end = length - needleLength + 1;
+    Charges charges(needleLength);
+    for (std::size_t at = from;; ++at) {
+        at =
+            next(text, at, end, anchors.first, needle[anchors.first], anchors.second, needle[anchors.second]);
+        if (at == end)
+            return kNotFound;
+        if (standsAt(text + at, needle, needleLength))
+            return at;
+        if (charges.exceed(at - from)) {
+            const std::size_t found =
+                twoWay(Forwards<Char>{text + at}, length - at, Forwards<Char>{needle}, needleLength);
+            return found == kNotFound ? kNotFound : at + found;
+        }
+    }
+}
+
+template <class Char, class Last>
+std::size_t findBackwards(const Char* text, std::size_t length, const Char* needle, std::size_t needleLength,
+                          std::size_t from, Last last) {
+    if (length < needleLength)
+        return kNotFound;
+    const std::size_t highest = std::min(from, length - needleLength);
+    const Anchors anchors = needleLength == 1 ? Anchors{0, 0} : chooseAnchors(needle, needleLength);
+    Charges charges(needleLength);
+    for (std::size_t end = highest + 1;;) {
+        const std::size_t at =
+            last(text, 0, end, anchors.first, needle[anchors.first], anchors.second, needle[anchors.second]);
+        if (at == kNotFound || standsAt(text + at, needle, needleLength))
+            return at;
+        end = at;
+        if (charges.exceed(highest - at)) {
+            // The same search in the mirror: of the text that ends where the needle would at the next lower
+            // position.
+            const std::size_t rest = end - 1 + needleLength;
+            if (end == 0)
+                return kNotFound;
+            const std::size_t found = twoWay(Backwards<Char>{text + rest - 1}, rest,
+                                             Backwards<Char>{needle + needleLength - 1}, needleLength);
+            return found == kNotFound ? kNotFound : rest - found - needleLength;
+        }
+    }
+}
 
 }  // namespace
 
+ScannerRange allScanners() {
+    return {std::begin(kBestFirst), std::end(kBestFirst)};
+}
+
+void useScanner(const Scanner* pinned) {
+    chosenScanner.store(pinned, std::memory_order_relaxed);
+}
+
 std::size_t findFirst(const char* text, std::size_t length, const char* needle, std::size_t needleLength,
                       std::size_t from) {
-    return View<char>(text, length).find(needle, from, needleLength);
+    return findForwards(text, length, needle, needleLength, from, active().nextNarrow);
 }
 
 std::size_t findFirst(const wchar_t* text, std::size_t length, const wchar_t* needle,
                       std::size_t needleLength, std::size_t from) {
-    return View<wchar_t>(text, length).find(needle, from, needleLength);
+    return findForwards(text, length, needle, needleLength, from, active().nextWide);
 }
 
 std::size_t findLast(const char* text, std::size_t length, const char* needle, std::size_t needleLength,
                      std::size_t from) {
-    return View<char>(text, length).rfind(needle, from, needleLength);
+    return findBackwards(text, length, needle, needleLength, from, active().lastNarrow);
 }
 
 std::size_t findLast(const wchar_t* text, std::size_t length, const wchar_t* needle, std::size_t needleLength,
                      std::size_t from) {
-    return View<wchar_t>(text, length).rfind(needle, from, needleLength);
+    return findBackwards(text, length, needle, needleLength, from, active().lastWide);
 }
 
 }  // namespace qzString::search

@@ -23,6 +23,34 @@ std::size_t findLast(const char* text, std::size_t length, const char* needle, s
 std::size_t findLast(const wchar_t* text, std::size_t length, const wchar_t* needle, std::size_t needleLength,
                      std::size_t from);
 
+// Scans for the places at which two elements of a needle stand where they should. One version per instruction
+// set; the first that the processor can run is chosen at the first search. Tests iterate over them and may
+// pin one.
+struct Scanner {
+    const char* name;
+    bool (*usable)();
+    // The lowest position in [from, end) at which `text[position + first]` is `a` and `text[position +
+    // second]` is `b`, or `end`; and the highest in [from, end), or kNotFound. Nothing is read but text[from
+    // + offset] to text[end - 1 + offset] for the two offsets.
+    std::size_t (*nextNarrow)(const char* text, std::size_t from, std::size_t end, std::size_t first, char a,
+                              std::size_t second, char b);
+    std::size_t (*nextWide)(const wchar_t* text, std::size_t from, std::size_t end, std::size_t first,
+                            wchar_t a, std::size_t second, wchar_t b);
+    std::size_t (*lastNarrow)(const char* text, std::size_t from, std::size_t end, std::size_t first, char a,
+                              std::size_t second, char b);
+    std::size_t (*lastWide)(const wchar_t* text, std::size_t from, std::size_t end, std::size_t first,
+                            wchar_t a, std::size_t second, wchar_t b);
+};
+
+struct ScannerRange {
+    const Scanner* const* first;
+    const Scanner* const* last;
+    [[nodiscard]] const Scanner* const* begin() const { return first; }
+    [[nodiscard]] const Scanner* const* end() const { return last; }
+};
+ScannerRange allScanners();
+void useScanner(const Scanner* pinned);
+
 }  // namespace qzString::search
 
 #endif

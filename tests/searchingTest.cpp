@@ -1,12 +1,27 @@
 // Searching of both classes, set search and the ASCII test.
 #include <random>
 
+#include "string/search.h"
 #include "support.h"
 
 using namespace support;
 
 template <class String>
-class Searching : public ::testing::Test {};
+class Searching : public ::testing::Test {
+  protected:
+    // Runs the body with every scanner that the processor has.
+    template <class Body>
+    static void forEveryScanner(Body body) {
+        for (const qzString::search::Scanner* scanner : qzString::search::allScanners()) {
+            if (!scanner->usable())
+                continue;
+            SCOPED_TRACE(scanner->name);
+            qzString::search::useScanner(scanner);
+            body();
+        }
+        qzString::search::useScanner(nullptr);
+    }
+};
 TYPED_TEST_SUITE(Searching, BothClasses);
 
 constexpr unsigned int kNone = 0xFFFFFFFFU;
@@ -67,30 +82,32 @@ TYPED_TEST(Searching, FindsText) {
 // Against the standard string's search, at every start, with few different characters so that near misses
 // abound.
 TYPED_TEST(Searching, AgreesWithTheStandardString) {
-    std::mt19937 random(7);
-    for (int round = 0; round < 3000; ++round) {
-        const auto letters = 1 + random() % 3;
-        const auto draw = [&](std::size_t length) {
-            Std<TypeParam> text;
-            while (text.size() < length)
-                text += static_cast<Char<TypeParam>>(random() % 8 == 0 ? 0xE9 : 'a' + random() % letters);
-            return text;
-        };
-        const auto text = draw(random() % (round % 10 == 0 ? 600 : 90));
-        auto needle = draw(1 + random() % (round % 7 == 0 ? 80 : 9));
-        if (round % 3 == 0 && !text.empty())
-            needle = text.substr(random() % text.size(), 1 + random() % 40);
-        const Exact<Char<TypeParam>> exact{std::basic_string_view<Char<TypeParam>>(text)};
-        const TypeParam s(exact.data(), static_cast<int>(text.size()));
-        const TypeParam n(needle.data(), static_cast<int>(needle.size()));
-        for (std::size_t pos = 0; pos <= text.size(); pos += 1 + round % 5) {
-            ASSERT_EQ(s.find(n, static_cast<unsigned int>(pos)),
-                      static_cast<unsigned int>(text.find(needle, pos)));
-            ASSERT_EQ(s.rfind(n, static_cast<unsigned int>(pos)),
-                      static_cast<unsigned int>(text.rfind(needle, pos)));
+    this->forEveryScanner([] {
+        std::mt19937 random(7);
+        for (int round = 0; round < 3000; ++round) {
+            const auto letters = 1 + random() % 3;
+            const auto draw = [&](std::size_t length) {
+                Std<TypeParam> text;
+                while (text.size() < length)
+                    text += static_cast<Char<TypeParam>>(random() % 8 == 0 ? 0xE9 : 'a' + random() % letters);
+                return text;
+            };
+            const auto text = draw(random() % (round % 10 == 0 ? 600 : 90));
+            auto needle = draw(1 + random() % (round % 7 == 0 ? 80 : 9));
+            if (round % 3 == 0 && !text.empty())
+                needle = text.substr(random() % text.size(), 1 + random() % 40);
+            const Exact<Char<TypeParam>> exact{std::basic_string_view<Char<TypeParam>>(text)};
+            const TypeParam s(exact.data(), static_cast<int>(text.size()));
+            const TypeParam n(needle.data(), static_cast<int>(needle.size()));
+            for (std::size_t pos = 0; pos <= text.size(); pos += 1 + round % 5) {
+                ASSERT_EQ(s.find(n, static_cast<unsigned int>(pos)),
+                          static_cast<unsigned int>(text.find(needle, pos)));
+                ASSERT_EQ(s.rfind(n, static_cast<unsigned int>(pos)),
+                          static_cast<unsigned int>(text.rfind(needle, pos)));
+            }
+            ASSERT_EQ(s.rfind(n), static_cast<unsigned int>(text.rfind(needle)));
         }
-        ASSERT_EQ(s.rfind(n), static_cast<unsigned int>(text.rfind(needle)));
-    }
+    });
 }
 
 // Texts and needles on which searching by trial takes the product of their lengths.
@@ -112,12 +129,14 @@ TYPED_TEST(Searching, IsLinearOnRepetitiveText) {
         plus(TypeParam(C{'b'}), TypeParam(kNeedle, C{'a'})),
         plus(periodic, periodic),
     };
-    for (const TypeParam& needle : needles) {
-        EXPECT_EQ(text.find(needle), kNone);
-        EXPECT_EQ(text.rfind(needle), kNone);
-        EXPECT_EQ(periodicText.find(needle), kNone);
-        EXPECT_EQ(periodicText.rfind(needle), kNone);
-    }
+    this->forEveryScanner([&] {
+        for (const TypeParam& needle : needles) {
+            EXPECT_EQ(text.find(needle), kNone);
+            EXPECT_EQ(text.rfind(needle), kNone);
+            EXPECT_EQ(periodicText.find(needle), kNone);
+            EXPECT_EQ(periodicText.rfind(needle), kNone);
+        }
+    });
     text.append(C{'b'});
     EXPECT_EQ(text.find(needles[1]), kText - kNeedle);
     text.prepend(C{'b'});

@@ -1,0 +1,82 @@
+// The search scan in AVX2: 32 bytes or 8 wide elements a vector, the rest of a range element by element.
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+
+#include <immintrin.h>
+
+#define QZSTRING_TARGET __attribute__((target("avx2,bmi,lzcnt,popcnt")))
+#include "string/scanLoops.h"
+#include "string/scanners.h"
+
+namespace qzString::search {
+namespace {
+
+bool usable() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi");
+}
+
+QZSTRING_TARGET inline __m256i load(const void* p) {
+    return _mm256_loadu_si256(static_cast<const __m256i*>(p));
+}
+
+template <class Element>
+QZSTRING_TARGET inline std::uint64_t equalOneByOne(const Element* p, std::size_t count, Element wanted) {
+    std::uint64_t mask = 0;
+    for (std::size_t i = 0; i < count; ++i)
+        mask |= std::uint64_t{p[i] == wanted} << i;
+    return mask;
+}
+
+struct Bytes {
+    using Element = char;
+    static constexpr std::size_t kLanes = 32;
+
+    QZSTRING_TARGET static __m256i splat(char c) { return _mm256_set1_epi8(c); }
+    QZSTRING_TARGET static __m256i matches(const char* p, __m256i wanted) {
+        return _mm256_cmpeq_epi8(load(p), wanted);
+    }
+    QZSTRING_TARGET static std::uint64_t equal(const char* p, __m256i wanted) {
+        return static_cast<std::uint32_t>(_mm256_movemask_epi8(matches(p, wanted)));
+    }
+    QZSTRING_TARGET static std::uint64_t equalFirst(const char* p, std::size_t count, __m256i wanted) {
+        return equalOneByOne(p, count, static_cast<char>(_mm256_extract_epi8(wanted, 0)));
+    }
+    QZSTRING_TARGET static bool noneOfFour(const char* p, __m256i wanted) {
+        const __m256i any =
+            _mm256_or_si256(_mm256_or_si256(matches(p, wanted), matches(p + 32, wanted)),
+                            _mm256_or_si256(matches(p + 64, wanted), matches(p + 96, wanted)));
+        return _mm256_testz_si256(any, any) != 0;
+    }
+};
+
+struct Wides {
+    using Element = wchar_t;
+    static constexpr std::size_t kLanes = 8;
+
+    QZSTRING_TARGET static __m256i splat(wchar_t c) { return _mm256_set1_epi32(static_cast<int>(c)); }
+    QZSTRING_TARGET static __m256i matches(const wchar_t* p, __m256i wanted) {
+        return _mm256_cmpeq_epi32(load(p), wanted);
+    }
+    QZSTRING_TARGET static std::uint64_t equal(const wchar_t* p, __m256i wanted) {
+        return static_cast<std::uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(matches(p, wanted))));
+    }
+    QZSTRING_TARGET static std::uint64_t equalFirst(const wchar_t* p, std::size_t count, __m256i wanted) {
+        return equalOneByOne(p, count, static_cast<wchar_t>(_mm256_extract_epi32(wanted, 0)));
+    }
+    QZSTRING_TARGET static bool noneOfFour(const wchar_t* p, __m256i wanted) {
+        const __m256i any =
+            _mm256_or_si256(_mm256_or_si256(matches(p, wanted), matches(p + 8, wanted)),
+                            _mm256_or_si256(matches(p + 16, wanted), matches(p + 24, wanted)));
+        return _mm256_testz_si256(any, any) != 0;
+    }
+};
+
+QZSTRING_SCANNER_FUNCTIONS(Bytes, Wides)
+
+}  // namespace
+
+const Scanner kAvx2Scanner = {"avx2", usable, nextNarrow, nextWide, lastNarrow, lastWide};
+
+}  // namespace qzString::search
+
+#endif

@@ -1,0 +1,75 @@
+// The search scan in AVX-512: 64 bytes or 16 wide elements a vector, the rest of a range under a mask.
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+
+#if !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"  // GCC's own header, under sanitizers
+#endif
+#include <immintrin.h>
+
+#define QZSTRING_TARGET __attribute__((target("avx512f,avx512bw,avx512vl,bmi,bmi2,lzcnt,popcnt")))
+#include "string/scanLoops.h"
+#include "string/scanners.h"
+
+namespace qzString::search {
+namespace {
+
+bool usable() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("bmi2");
+}
+
+struct Bytes {
+    using Element = char;
+    static constexpr std::size_t kLanes = 64;
+
+    QZSTRING_TARGET static __m512i splat(char c) { return _mm512_set1_epi8(c); }
+    QZSTRING_TARGET static __m512i load(const char* p) { return _mm512_loadu_si512(p); }
+    QZSTRING_TARGET static std::uint64_t equal(const char* p, __m512i wanted) {
+        return _mm512_cmpeq_epi8_mask(load(p), wanted);
+    }
+    QZSTRING_TARGET static std::uint64_t equalFirst(const char* p, std::size_t count, __m512i wanted) {
+        const __mmask64 valid = _bzhi_u64(~std::uint64_t{0}, static_cast<unsigned>(count));
+        return _mm512_mask_cmpeq_epi8_mask(valid, _mm512_maskz_loadu_epi8(valid, p), wanted);
+    }
+    // The smallest of four differences is zero where any is.
+    QZSTRING_TARGET static bool noneOfFour(const char* p, __m512i wanted) {
+        const __m512i x = _mm512_xor_si512(load(p), wanted);
+        const __m512i y = _mm512_xor_si512(load(p + 64), wanted);
+        const __m512i z = _mm512_min_epu8(x, _mm512_xor_si512(load(p + 128), wanted));
+        const __m512i all = _mm512_min_epu8(z, _mm512_min_epu8(y, _mm512_xor_si512(load(p + 192), wanted)));
+        return _mm512_testn_epi8_mask(all, all) == 0;
+    }
+};
+
+struct Wides {
+    using Element = wchar_t;
+    static constexpr std::size_t kLanes = 16;
+
+    QZSTRING_TARGET static __m512i splat(wchar_t c) { return _mm512_set1_epi32(static_cast<int>(c)); }
+    QZSTRING_TARGET static __m512i load(const wchar_t* p) { return _mm512_loadu_si512(p); }
+    QZSTRING_TARGET static std::uint64_t equal(const wchar_t* p, __m512i wanted) {
+        return _mm512_cmpeq_epi32_mask(load(p), wanted);
+    }
+    QZSTRING_TARGET static std::uint64_t equalFirst(const wchar_t* p, std::size_t count, __m512i wanted) {
+        const __mmask16 valid = static_cast<__mmask16>((1U << count) - 1);
+        return _mm512_mask_cmpeq_epi32_mask(valid, _mm512_maskz_loadu_epi32(valid, p), wanted);
+    }
+    QZSTRING_TARGET static bool noneOfFour(const wchar_t* p, __m512i wanted) {
+        const __m512i x = _mm512_xor_si512(load(p), wanted);
+        const __m512i y = _mm512_xor_si512(load(p + 16), wanted);
+        const __m512i z = _mm512_min_epu32(x, _mm512_xor_si512(load(p + 32), wanted));
+        const __m512i all = _mm512_min_epu32(z, _mm512_min_epu32(y, _mm512_xor_si512(load(p + 48), wanted)));
+        return _mm512_testn_epi32_mask(all, all) == 0;
+    }
+};
+
+QZSTRING_SCANNER_FUNCTIONS(Bytes, Wides)
+
+}  // namespace
+
+const Scanner kAvx512Scanner = {"avx512", usable, nextNarrow, nextWide, lastNarrow, lastWide};
+
+}  // namespace qzString::search
+
+#endif

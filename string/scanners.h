@@ -1,0 +1,33 @@
+// The rows of the scanner table, and what each source needs to make one from its vectors. Internal, not
+// installed.
+#ifndef QZSTRING_STRING_SCANNERS_H
+#define QZSTRING_STRING_SCANNERS_H
+
+#include "string/search.h"
+
+namespace qzString::search {
+
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#define QZSTRING_SCANNERS_X86 1
+extern const Scanner kAvx2Scanner;
+extern const Scanner kAvx512Scanner;
+#endif
+
+// One function of the table: runs the loop and leaves the upper halves of the vector registers clean.
+#define QZSTRING_SCANNER_FUNCTION(name, loop, Vector)                                                \
+    QZSTRING_TARGET std::size_t name(const Vector::Element* text, std::size_t from, std::size_t end, \
+                                     std::size_t first, Vector::Element a, std::size_t second,       \
+                                     Vector::Element b) {                                            \
+        const std::size_t found = loop<Vector>(text, from, end, first, a, second, b);                \
+        _mm256_zeroupper();                                                                          \
+        return found;                                                                                \
+    }
+#define QZSTRING_SCANNER_FUNCTIONS(Narrow, Wide)        \
+    QZSTRING_SCANNER_FUNCTION(nextNarrow, next, Narrow) \
+    QZSTRING_SCANNER_FUNCTION(nextWide, next, Wide)     \
+    QZSTRING_SCANNER_FUNCTION(lastNarrow, last, Narrow) \
+    QZSTRING_SCANNER_FUNCTION(lastWide, last, Wide)
+
+}  // namespace qzString::search
+
+#endif
