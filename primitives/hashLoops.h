@@ -13,6 +13,14 @@
 #include <cstdint>
 #include <cstring>
 
+#include "primitives/inline.h"
+
+// The attribute that lets a kernel's source use its instructions: defined there before this header, or
+// nothing.
+#if !defined(QZSTRING_TARGET)
+#define QZSTRING_TARGET
+#endif
+
 namespace qzString::hashing {
 
 inline constexpr std::uint32_t kPrime32[] = {0x9E3779B1, 0x85EBCA77, 0xC2B2AE3D};
@@ -51,7 +59,7 @@ inline std::uint64_t read64(const unsigned char* at) {
 // `Lanes` holds the eight lanes in whatever the instruction set has and offers add(stripe, secret) and
 // scramble(secret). `length` is above kStripe.
 template <class Lanes>
-inline void feed(Lanes& lanes, const unsigned char* input, std::size_t length) {
+QZSTRING_TARGET QZSTRING_INLINE void feed(Lanes& lanes, const unsigned char* input, std::size_t length) {
     constexpr std::size_t kBlock = kStripe * kStripesPerBlock;
     const unsigned char* const lastStripe = input + length - kStripe;
     for (; length > kBlock; length -= kBlock) {

@@ -5,9 +5,9 @@
 // first row that the processor can run, at the first call and for good; there is no static initialiser. Tests
 // and benchmarks iterate over allKernels() and may pin one with useKernels().
 //
-// Contract of every kernel: nothing is read past the source nor written past the count returned, whatever the
-// alignment; on return the upper halves of the vector registers are clean (the caller's scalar and SSE code
-// would otherwise pay for them).
+// Contract of every kernel: nothing is read outside the source, whatever the alignment, and nothing written
+// past the capacity nor, where the whole text converts, past the count returned; on return the upper halves
+// of the vector registers are clean (the caller's scalar and SSE code would otherwise pay for them).
 #ifndef QZSTRING_PRIMITIVES_KERNELS_H
 #define QZSTRING_PRIMITIVES_KERNELS_H
 
@@ -74,8 +74,9 @@ inline const Kernels& active() {
 
 // The rows, each in the file of its name; compiled in where the architecture has the instructions.
 extern const Kernels kPortable;
-#if 0 && defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #define QZSTRING_KERNELS_X86 1
+// AVX2
 extern const Kernels kAvx2;
 extern const Kernels kAvx512;
 #elif 0 && defined(__aarch64__) && (defined(__GNUC__) || defined(__clang__))

@@ -1,1 +1,226 @@
+// The AVX-512 kernels of the character runs and the hash, and the row of the table. utf8Avx512.cpp has the
+// conversions.
+//
+// Every loop takes whole vectors, then what is left under a mask: masked lanes are neither read nor written.
+//
+// Case of wide text: ASCII by arithmetic; characters between U+2E80 and U+A63F have no case; what else there
+// is looks up its difference in two steps, by two gathers from the tables (characterTables.h: elements of 16
+// bits, read as 32).
 #include "primitives/kernels.h"
+
+#if QZSTRING_KERNELS_X86
+
+#include "primitives/avx512.h"
+#include "primitives/characterLoops.h"
+#include "primitives/hashLoops.h"
+#include "primitives/utf8Kernels.h"
+
+namespace qzString::kernels {
+namespace {
+
+bool usable() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+           __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl") &&
+           __builtin_cpu_supports("avx512cd") && __builtin_cpu_supports("avx512vbmi") &&
+           __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("bmi") &&
+           __builtin_cpu_supports("bmi2");
+}
+
+// ---- ASCII ----
+
+// Whether any byte of 4 x 64, or wide element of 4 x 16, is not ASCII, by the bits that ASCII never has.
+QZSTRING_KERNEL bool anyBits(__m512i vector, int bits) {
+    return _mm512_test_epi32_mask(vector, _mm512_set1_epi32(bits)) != 0;
+}
+
+QZSTRING_TARGET bool isAsciiBytes(const char* text, std::size_t length, int bits) {
+    std::size_t at = 0;
+    bool ascii = true;
+    for (; ascii && length - at >= 256; at += 256) {
+        const __m512i two =
+            _mm512_or_si512(_mm512_loadu_si512(text + at), _mm512_loadu_si512(text + at + 64));
+        ascii = !anyBits(_mm512_ternarylogic_epi32(two, _mm512_loadu_si512(text + at + 128),
+                                                   _mm512_loadu_si512(text + at + 192), 0xFE),
+                         bits);
+    }
+    for (; ascii && at < length; at += 64)
+        ascii = !anyBits(_mm512_maskz_loadu_epi8(lowBits(length - at), text + at), bits);
+    _mm256_zeroupper();
+    return ascii;
+}
+
+bool isAsciiNarrow(const char* text, std::size_t count) {
+    return isAsciiBytes(text, count, static_cast<int>(0x80808080));
+}
+
+bool isAsciiWide(const wchar_t* text, std::size_t count) {
+    return isAsciiBytes(reinterpret_cast<const char*>(text), count * sizeof(wchar_t), -0x80);
+}
+
+// ---- Case ----
+
+template <class Case>
+QZSTRING_KERNEL __m512i mapBytes(__m512i bytes) {
+    const __m512i fromFirst = _mm512_sub_epi8(bytes, _mm512_set1_epi8(Case::kFirstLetter));
+    const __mmask64 letters = _mm512_cmplt_epu8_mask(fromFirst, _mm512_set1_epi8(26));
+    return _mm512_mask_add_epi8(bytes, letters, bytes,
+                                _mm512_set1_epi8(Case::kFirstLetter == 'A' ? 32 : -32));
+}
+
+template <class Case>
+QZSTRING_TARGET void mapNarrow(char* text, std::size_t count) {
+    std::size_t at = 0;
+    for (; count - at >= 64; at += 64)
+        _mm512_storeu_si512(text + at, mapBytes<Case>(_mm512_loadu_si512(text + at)));
+    if (at < count) {
+        const std::uint64_t valid = lowBits(count - at);
+        _mm512_mask_storeu_epi8(text + at, valid, mapBytes<Case>(_mm512_maskz_loadu_epi8(valid, text + at)));
+    }
+    _mm256_zeroupper();
+}
+
+template <class Case>
+QZSTRING_KERNEL __m512i mapAsciiLanes(__m512i characters) {
+    const __m512i fromFirst = _mm512_sub_epi32(characters, _mm512_set1_epi32(Case::kFirstLetter));
+    const __mmask16 letters = _mm512_cmplt_epu32_mask(fromFirst, _mm512_set1_epi32(26));
+    return _mm512_mask_add_epi32(characters, letters, characters,
+                                 _mm512_set1_epi32(Case::kFirstLetter == 'A' ? 32 : -32));
+}
+
+// The lanes whose characters are beyond ASCII and may have case.
+QZSTRING_KERNEL __mmask16 lanesToLookUp(__m512i characters) {
+    const __m512i fromCaseless = _mm512_sub_epi32(characters, _mm512_set1_epi32(0x2E80));
+    return _mm512_mask_cmpge_epu32_mask(_mm512_test_epi32_mask(characters, _mm512_set1_epi32(-0x80)),
+                                        fromCaseless, _mm512_set1_epi32(0xA640 - 0x2E80));
+}
+
+template <class Case>
+QZSTRING_KERNEL __m512i mapLanes(__m512i characters) {
+    const __m512i mapped = mapAsciiLanes<Case>(characters);
+    const __mmask16 beyond = lanesToLookUp(characters);
+    if (beyond == 0)
+        return mapped;
+    const __mmask16 inTable =
+        _mm512_mask_cmplt_epu32_mask(beyond, characters, _mm512_set1_epi32(static_cast<int>(Case::kLimit)));
+    const __m512i none = _mm512_setzero_si512();
+    const __m512i offsets = _mm512_and_si512(
+        _mm512_mask_i32gather_epi32(none, inTable, _mm512_srli_epi32(characters, tables::kBlockBits),
+                                    Case::kOffsets, 2),
+        _mm512_set1_epi32(0xFFFF));
+    const __m512i inBlock = _mm512_and_si512(characters, _mm512_set1_epi32((1 << tables::kBlockBits) - 1));
+    const __m512i deltas =
+        _mm512_mask_i32gather_epi32(none, inTable, _mm512_add_epi32(offsets, inBlock), Case::kDeltas, 2);
+    return _mm512_mask_add_epi16(mapped, 0x55555555, mapped, deltas);  // in the low halves only
+}
+
+template <class Case>
+QZSTRING_TARGET void mapWide(wchar_t* text, std::size_t count) {
+    std::size_t at = 0;
+    for (; count - at >= 16; at += 16)
+        _mm512_storeu_si512(text + at, mapLanes<Case>(_mm512_loadu_si512(text + at)));
+    if (at < count) {
+        const __mmask16 valid = lowLanes(count - at);
+        _mm512_mask_storeu_epi32(text + at, valid,
+                                 mapLanes<Case>(_mm512_maskz_loadu_epi32(valid, text + at)));
+    }
+    _mm256_zeroupper();
+}
+
+// Where the bytes differ by more than the case of ASCII letters: equal but for bit 5, and a letter with it.
+QZSTRING_KERNEL __mmask64 differences(__m512i a, __m512i b) {
+    const __m512i difference = _mm512_xor_si512(a, b);
+    const __m512i fromFirst =
+        _mm512_sub_epi8(_mm512_or_si512(a, _mm512_set1_epi8(0x20)), _mm512_set1_epi8('a'));
+    const __mmask64 otherCase = _mm512_mask_cmplt_epu8_mask(
+        _mm512_cmpeq_epi8_mask(difference, _mm512_set1_epi8(0x20)), fromFirst, _mm512_set1_epi8(26));
+    return _mm512_test_epi8_mask(difference, difference) & ~otherCase;
+}
+
+QZSTRING_TARGET std::size_t findCaseDifferenceNarrow(const char* a, const char* b, std::size_t count) {
+    std::size_t at = 0;
+    __mmask64 found = 0;
+    for (; found == 0 && count - at >= 64; at += 64)
+        found = differences(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at));
+    if (found != 0) {
+        at -= 64;
+    } else if (at < count) {
+        const std::uint64_t valid = lowBits(count - at);
+        found = differences(_mm512_maskz_loadu_epi8(valid, a + at), _mm512_maskz_loadu_epi8(valid, b + at));
+    }
+    _mm256_zeroupper();
+    return found == 0 ? count : at + static_cast<std::size_t>(_tzcnt_u64(found));
+}
+
+QZSTRING_KERNEL __mmask16 wideDifferences(__m512i a, __m512i b) {
+    __mmask16 differ = _mm512_cmpneq_epi32_mask(a, b);
+    if (differ != 0)
+        differ = _mm512_cmpneq_epi32_mask(mapLanes<loops::Lower>(a), mapLanes<loops::Lower>(b));
+    return differ;
+}
+
+QZSTRING_TARGET std::size_t findCaseDifferenceWide(const wchar_t* a, const wchar_t* b, std::size_t count) {
+    std::size_t at = 0;
+    __mmask16 found = 0;
+    for (; found == 0 && count - at >= 16; at += 16)
+        found = wideDifferences(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at));
+    if (found != 0) {
+        at -= 16;
+    } else if (at < count) {
+        const __mmask16 valid = lowLanes(count - at);
+        found =
+            wideDifferences(_mm512_maskz_loadu_epi32(valid, a + at), _mm512_maskz_loadu_epi32(valid, b + at));
+    }
+    _mm256_zeroupper();
+    return found == 0 ? count : at + static_cast<std::size_t>(_tzcnt_u64(found));
+}
+
+// ---- Hash ----
+
+struct Lanes {
+    __m512i lanes;
+
+    QZSTRING_KERNEL void add(const unsigned char* stripe, const unsigned char* secret) {
+        const __m512i words = _mm512_loadu_si512(stripe);
+        const __m512i keyed = _mm512_xor_si512(words, _mm512_loadu_si512(secret));
+        const __m512i product = _mm512_mul_epu32(keyed, _mm512_srli_epi64(keyed, 32));
+        const __m512i swapped = _mm512_shuffle_epi32(words, _MM_PERM_BADC);
+        lanes = _mm512_add_epi64(_mm512_add_epi64(product, swapped), lanes);
+    }
+    QZSTRING_KERNEL void scramble(const unsigned char* secret) {
+        const __m512i mixed =
+            _mm512_ternarylogic_epi64(lanes, _mm512_srli_epi64(lanes, 47), _mm512_loadu_si512(secret), 0x96);
+        lanes = _mm512_mullo_epi64(mixed, _mm512_set1_epi64(hashing::kPrime32[0]));
+    }
+};
+
+QZSTRING_TARGET void hashLanes(std::uint64_t state[8], const unsigned char* input, std::size_t length) {
+    Lanes lanes{_mm512_loadu_si512(state)};
+    hashing::feed(lanes, input, length);
+    _mm512_storeu_si512(state, lanes.lanes);
+    _mm256_zeroupper();
+}
+
+}  // namespace
+
+const Kernels kAvx512 = {
+    "avx512",
+    usable,
+    avx512::decode,
+    avx512::decodedLength,
+    avx512::encode,
+    avx512::encodedLength,
+    isAsciiNarrow,
+    isAsciiWide,
+    mapNarrow<loops::Lower>,
+    mapNarrow<loops::Upper>,
+    mapWide<loops::Lower>,
+    mapWide<loops::Upper>,
+    findCaseDifferenceNarrow,
+    findCaseDifferenceWide,
+    hashLanes,
+};
+
+}  // namespace qzString::kernels
+
+#endif

@@ -254,10 +254,13 @@ TEST_P(EveryKernel, DecodesAllShortStrings) {
                 add({a, b, 0x80, 0x41});
         }
     }
+    std::size_t number = 0;
     for (const std::string& s : strings) {
         const Reference expected = decodeByTable(s);
         ASSERT_NO_FATAL_FAILURE(expectDecodes(s, expected)) << ::testing::PrintToString(s);
         ASSERT_NO_FATAL_FAILURE(expectSubstitutes(s, expected)) << ::testing::PrintToString(s);
+        if (++number % 8 != 0)
+            continue;
         const std::string padded = std::string(62, 'x') + s + std::string(67, 'y');
         ASSERT_NO_FATAL_FAILURE(expectDecodes(padded, decodeByTable(padded))) << ::testing::PrintToString(s);
     }

@@ -1,0 +1,33 @@
+// What the AVX-512 sources share. Internal, not installed.
+#ifndef QZSTRING_PRIMITIVES_AVX512_H
+#define QZSTRING_PRIMITIVES_AVX512_H
+
+#if !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wuninitialized"  // in GCC's own header
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+#include <immintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#define QZSTRING_TARGET \
+    __attribute__((     \
+        target("avx512f,avx512bw,avx512dq,avx512vl,avx512cd,avx512vbmi,avx512vbmi2,bmi,bmi2,lzcnt,popcnt")))
+// A part of a kernel: always inlined into it.
+#define QZSTRING_KERNEL QZSTRING_TARGET __attribute__((always_inline)) inline
+
+namespace qzString::kernels {
+
+// The lowest `count` bits; all of them from 64 up.
+QZSTRING_KERNEL std::uint64_t lowBits(std::size_t count) {
+    return count < 64 ? _bzhi_u64(~std::uint64_t{0}, static_cast<unsigned>(count)) : ~std::uint64_t{0};
+}
+
+QZSTRING_KERNEL __mmask16 lowLanes(std::size_t count) {
+    return static_cast<__mmask16>(count < 16 ? (1U << count) - 1 : 0xFFFF);
+}
+
+}  // namespace qzString::kernels
+
+#endif

@@ -1,0 +1,31 @@
+// The UTF-8 conversions of the vector kernels, each in the file of its name; kernels.h has the contract.
+// Internal.
+#ifndef QZSTRING_PRIMITIVES_UTF8KERNELS_H
+#define QZSTRING_PRIMITIVES_UTF8KERNELS_H
+
+#include <cstddef>
+
+#include "primitives/kernels.h"
+
+#define QZSTRING_DECLARE_UTF8_KERNELS(set)                                                               \
+    namespace set {                                                                                      \
+    Progress decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity); \
+    Progress decodedLength(const char* source, std::size_t length);                                      \
+    Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity); \
+    Progress encodedLength(const wchar_t* source, std::size_t length);                                   \
+    }
+
+namespace qzString::kernels {
+
+#if QZSTRING_KERNELS_X86
+QZSTRING_DECLARE_UTF8_KERNELS(avx512)
+QZSTRING_DECLARE_UTF8_KERNELS(avx2)
+#elif QZSTRING_KERNELS_NEON
+QZSTRING_DECLARE_UTF8_KERNELS(neon)
+#endif
+
+}  // namespace qzString::kernels
+
+#undef QZSTRING_DECLARE_UTF8_KERNELS
+
+#endif
