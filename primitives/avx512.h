@@ -11,9 +11,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#define QZSTRING_TARGET \
-    __attribute__((     \
-        target("avx512f,avx512bw,avx512dq,avx512vl,avx512cd,avx512vbmi,avx512vbmi2,bmi,bmi2,lzcnt,popcnt")))
+#define QZSTRING_TARGET    \
+    __attribute__((target( \
+        "avx512f,avx512bw,avx512dq,avx512vl,avx512cd,avx512vbmi,avx512vbmi2,gfni,bmi,bmi2,lzcnt,popcnt")))
 // A part of a kernel: always inlined into it.
 #define QZSTRING_KERNEL QZSTRING_TARGET __attribute__((always_inline)) inline
 

@@ -1,19 +1,19 @@
-// UTF-8 in AVX-512 with VBMI2.
+// UTF-8 in AVX-512 with VBMI2 and GFNI.
 //
 // Decoding, 64 bytes a block:
-// 1. Masks of lead bytes say, shifted, where continuation bytes must stand: those places and the ones where
-// they do
-//    stand must agree. Two 64-entry tables check the one byte whose range depends on its lead, the second.
-// 2. A character is formed at its last byte: with the block as loaded 1, 2 and 3 bytes before, every byte
-// position has
-//    the low, middle and high byte of the code point that would end there.
-// 3. The positions at which characters do end select those bytes (vpcompressb), and a byte permutation
-// spreads them over
-//    32-bit lanes, 16 characters a store.
-// Block edges: the masks carry what a character at the end of a block still expects; the loads before the
-// block reach back to its bytes, so that it is formed in the block in which it ends. Before the text and past
-// its end lanes are masked out, never read. A block with an error or without room is left to the portable
-// code, from the last whole character on: the way to an exact offset, and never on the fast road.
+// 1. The block is loaded as it is and as seen from 1, 2 and 3 positions on, so that at every byte stand the
+// bytes
+//    before it. The check of pairs (utf8Check.h) is three look-ups; what it finds is tested at every block.
+// 2. A character is formed at its last byte: from it and the bytes before, every position has the low, middle
+// and high
+//    byte of the code point that would end there. A byte's bits are moved by one affine transformation each.
+// 3. The positions at which characters do end, those before a byte that is no continuation, select those
+// bytes
+//    (vpcompressb), and a byte permutation spreads them over 32-bit lanes, 16 characters a store.
+// Block edges: a character is formed in the block in which it ends; the loads reach back to its first bytes.
+// Before the text and past its end lanes are masked out, never read. A block with an error or without room is
+// left to the portable code, from the last whole character on: the way to an exact offset, and never on the
+// fast road.
 //
 // Encoding, 16 characters a block: bit fields are spread over the four bytes of each lane, lead byte first
 // (vpmultishiftqb), tagged by the length that the number of leading zeros gives, and the bytes in use
@@ -27,6 +27,7 @@
 #if QZSTRING_KERNELS_X86
 
 #include "primitives/avx512.h"
+#include "primitives/utf8Check.h"
 #include "primitives/utf8Kernels.h"
 #include "primitives/utf8Portable.h"
 
@@ -37,19 +38,6 @@ constexpr std::size_t kBlock = 64;
 
 // ---- Decoding ----
 
-// For each lead byte, by its low six bits, the quarters of 80..BF in which its second byte may lie, as a bit
-// each. None for bytes that lead nothing: C0, C1, F5 to FF.
-alignas(64) constexpr unsigned char kSecondQuarters[64] = {
-    0x0, 0x0, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF,  // C0
-    0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF,  // D0
-    0xC, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0xF, 0x3, 0xF, 0xF,  // E0: A0..BF, ED: 80..9F
-    0xE, 0xF, 0xF, 0xF, 0x1, 0x0, 0x0, 0x0, 0x0, 0x0, 0x0, 0x0, 0x0, 0x0, 0x0, 0x0,  // F0: 90..BF, F4: 80..8F
-};
-// The quarter of a continuation byte, by its low six bits.
-alignas(64) constexpr unsigned char kQuarter[64] = {
-    1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2,
-    4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 8, 8, 8, 8, 8, 8, 8, 8, 8, 8, 8, 8, 8, 8, 8, 8,
-};
 // Lane j of 32 bits takes byte j, four times.
 alignas(64) constexpr unsigned char kSpread[64] = {
     0,  0,  0,  0,  1,  1,  1,  1,  2,  2,  2,  2,  3,  3,  3,  3,  4,  4,  4,  4,  5,  5,
@@ -61,78 +49,97 @@ QZSTRING_KERNEL __m512i table(const void* entries) {
     return _mm512_load_si512(entries);
 }
 
-// What the characters begun in a block expect of the next one: bits 0 up, for those with two, three, four
-// bytes.
-struct Carry {
-    std::uint64_t two = 0;
-    std::uint64_t three = 0;
-    std::uint64_t four = 0;
-    [[nodiscard]] bool any() const { return (two | three | four) != 0; }
-};
+QZSTRING_KERNEL __m512i nibbleTable(const unsigned char (&entries)[16]) {
+    return _mm512_broadcast_i32x4(_mm_loadu_si128(reinterpret_cast<const __m128i*>(entries)));
+}
 
-// One block and the same bytes seen from 1, 2 and 3 positions on. Where `first`, nothing stands before it.
+// The matrix of the affine transformation whose result has, for i from 0 on, in bit `to + i` the bit `from +
+// i` of the byte. Row 7 - n of the matrix, as its bytes go, makes bit n.
+constexpr long long moveBits(int from, int to, int count) {
+    unsigned long long matrix = 0;
+    for (int i = 0; i < count; ++i)
+        matrix |= (1ULL << (from + i)) << 8 * (7 - (to + i));
+    return static_cast<long long>(matrix);
+}
+
+// The matrix that copies one bit to `count` bits from `to` on.
+constexpr long long copyBit(int from, int to, int count) {
+    unsigned long long matrix = 0;
+    for (int i = 0; i < count; ++i)
+        matrix |= (1ULL << from) << 8 * (7 - (to + i));
+    return static_cast<long long>(matrix);
+}
+
+// A block, the same bytes seen from 1, 2 and 3 positions on, and from one position back.
 struct Bytes {
     __m512i at, before1, before2, before3;
 };
 
-QZSTRING_KERNEL Bytes loadAround(const char* block, __m512i at, std::uint64_t valid, bool first) {
-    if (!first && valid == ~std::uint64_t{0}) {
-        return {at, _mm512_loadu_si512(block - 1), _mm512_loadu_si512(block - 2),
-                _mm512_loadu_si512(block - 3)};
-    }
-    const std::uint64_t none = first ? ~std::uint64_t{0} : 0;  // every lane's place lies before the text
-    return {at, _mm512_maskz_loadu_epi8(valid & ~(none & 1), block - 1),
+QZSTRING_KERNEL Bytes loadWhole(const char* block) {
+    return {_mm512_loadu_si512(block), _mm512_loadu_si512(block - 1), _mm512_loadu_si512(block - 2),
+            _mm512_loadu_si512(block - 3)};
+}
+
+// At the beginning and the end of the text: lanes that are not `valid`, or whose place lies before the text,
+// are zero.
+QZSTRING_KERNEL Bytes loadPart(const char* block, std::uint64_t valid, bool first) {
+    const std::uint64_t none = first ? ~std::uint64_t{0} : 0;
+    return {_mm512_maskz_loadu_epi8(valid, block), _mm512_maskz_loadu_epi8(valid & ~(none & 1), block - 1),
             _mm512_maskz_loadu_epi8(valid & ~(none & 3), block - 2),
             _mm512_maskz_loadu_epi8(valid & ~(none & 7), block - 3)};
 }
 
-// Where the characters of a block end, and of how many bytes they are.
-struct Ends {
-    std::uint64_t all;
-    std::uint64_t threeOrMore;  // among all
-    std::uint64_t four;
-    bool valid;
-};
+// Not zero where a byte and the ones before it cannot stand in well-formed text.
+QZSTRING_KERNEL __m512i faultsOf(const Bytes& bytes) {
+    const __m512i highHalf = _mm512_set1_epi64(moveBits(4, 0, 4));
+    const __m512i first = _mm512_shuffle_epi8(nibbleTable(utf8::kFirstHigh),
+                                              _mm512_gf2p8affine_epi64_epi8(bytes.before1, highHalf, 0));
+    const __m512i firstLow = _mm512_permutexvar_epi8(bytes.before1, nibbleTable(utf8::kFirstLow));
+    const __m512i second = _mm512_shuffle_epi8(nibbleTable(utf8::kSecondHigh),
+                                               _mm512_gf2p8affine_epi64_epi8(bytes.at, highHalf, 0));
+    const __m512i pairs = _mm512_ternarylogic_epi32(first, firstLow, second, 0x80);
+    // The top bit where the byte is the third or fourth of a character.
+    const __m512i third = _mm512_subs_epu8(bytes.before2, _mm512_set1_epi8(0xE0 - 0x80));
+    const __m512i fourth = _mm512_subs_epu8(bytes.before3, _mm512_set1_epi8(0xF0 - 0x80));
+    const __m512i wanted =
+        _mm512_ternarylogic_epi32(third, fourth, _mm512_set1_epi8(static_cast<char>(0x80)), 0xA8);
+    return _mm512_xor_si512(wanted, pairs);
+}
 
-QZSTRING_KERNEL Ends classify(__m512i at, __m512i before1, std::uint64_t high, Carry& carry) {
-    const std::uint64_t continuation = _mm512_cmplt_epi8_mask(at, _mm512_set1_epi8(-64));
-    const std::uint64_t leads2 = high & ~continuation;  // of two bytes or more
-    const std::uint64_t leads3 = _mm512_cmpge_epu8_mask(at, _mm512_set1_epi8(static_cast<char>(0xE0)));
-    const std::uint64_t leads4 = _mm512_cmpge_epu8_mask(at, _mm512_set1_epi8(static_cast<char>(0xF0)));
-    const std::uint64_t second = leads2 << 1 | carry.two;
-    const std::uint64_t third = leads3 << 2 | carry.three;
-    const std::uint64_t fourth = leads4 << 3 | carry.four;
-    const std::uint64_t expected = second | third | fourth;
-    carry = {leads2 >> 63, leads3 >> 62, leads4 >> 61};
-    const std::uint64_t next = (carry.two | carry.three | carry.four) << 63;
+QZSTRING_KERNEL bool anyFault(__m512i faults) {
+    return _mm512_test_epi32_mask(faults, faults) != 0;
+}
 
-    const __m512i allowed = _mm512_permutexvar_epi8(before1, table(kSecondQuarters));
-    const __m512i quarter = _mm512_permutexvar_epi8(at, table(kQuarter));
-    const std::uint64_t outOfRange = _mm512_mask_testn_epi8_mask(second, allowed, quarter);
-    return {~(expected >> 1 | next), third | fourth, fourth, ((expected ^ continuation) | outOfRange) == 0};
+QZSTRING_KERNEL std::uint64_t continuations(__m512i bytes) {
+    return _mm512_cmplt_epi8_mask(bytes, _mm512_set1_epi8(-64));
 }
 
 struct CodePoints {
     __m512i low, middle, high;
 };
 
-QZSTRING_KERNEL CodePoints form(const Bytes& bytes, std::uint64_t high, const Ends& ends) {
-    const __m512i lowSix = _mm512_set1_epi8(0x3F);
-    const __m512i lowFour = _mm512_set1_epi8(0x0F);
-    // The last byte's six bits and two of the one before; for ASCII the byte.
-    const __m512i joined =
-        _mm512_ternarylogic_epi32(lowSix, bytes.at, _mm512_slli_epi16(bytes.before1, 6), 0xCA);
-    const __m512i low = _mm512_mask_mov_epi8(bytes.at, high, joined);
-    // Four bits of the byte before, and four of the one before that where it belongs to the character.
-    const __m512i upper = _mm512_maskz_mov_epi8(ends.threeOrMore, _mm512_slli_epi16(bytes.before2, 4));
-    const __m512i middle = _mm512_maskz_mov_epi8(
-        high, _mm512_ternarylogic_epi32(lowFour, _mm512_srli_epi16(bytes.before1, 2), upper, 0xCA));
+// `high` marks the bytes beyond ASCII, `four` those that would end a character of four bytes.
+QZSTRING_KERNEL CodePoints form(const Bytes& bytes, __mmask64 high, __mmask64 four) {
+    // Two bits of the byte before, above the last byte's six: its mark 10xxxxxx is cleared in passing.
+    const __m512i low = _mm512_xor_si512(
+        bytes.at,
+        _mm512_maskz_gf2p8affine_epi64_epi8(high, bytes.before1, _mm512_set1_epi64(moveBits(0, 6, 2)), 0x80));
+    // Four bits of the byte before, and four of the one before that where the former is a continuation: bit 6
+    // is clear.
+    const __m512i lower =
+        _mm512_maskz_gf2p8affine_epi64_epi8(high, bytes.before1, _mm512_set1_epi64(moveBits(2, 0, 4)), 0);
+    const __m512i upper =
+        _mm512_gf2p8affine_epi64_epi8(bytes.before2, _mm512_set1_epi64(moveBits(0, 4, 4)), 0);
+    const __m512i isThree =
+        _mm512_maskz_gf2p8affine_epi64_epi8(high, bytes.before1, _mm512_set1_epi64(copyBit(6, 4, 4)), 0xF0);
+    const __m512i middle = _mm512_ternarylogic_epi32(lower, upper, isThree, 0xF8);
     __m512i top = _mm512_setzero_si512();
-    if (ends.four != 0) {
-        const __m512i twoBits = _mm512_and_si512(_mm512_srli_epi16(bytes.before2, 4), _mm512_set1_epi8(0x03));
+    if (four != 0) {
+        const __m512i twoBits =
+            _mm512_maskz_gf2p8affine_epi64_epi8(four, bytes.before2, _mm512_set1_epi64(moveBits(4, 0, 2)), 0);
         const __m512i threeBits =
-            _mm512_and_si512(_mm512_slli_epi16(bytes.before3, 2), _mm512_set1_epi8(0x1C));
-        top = _mm512_maskz_mov_epi8(ends.four, _mm512_or_si512(twoBits, threeBits));
+            _mm512_maskz_gf2p8affine_epi64_epi8(four, bytes.before3, _mm512_set1_epi64(moveBits(0, 2, 3)), 0);
+        top = _mm512_or_si512(twoBits, threeBits);
     }
     return {low, middle, top};
 }
@@ -150,7 +157,8 @@ QZSTRING_KERNEL void store(const CodePoints& points, bool hasHigh, std::size_t c
     if (roomForAll) {
         // What the later groups hold beyond the count is written over by the next block.
         _mm512_storeu_si512(destination, group(points, hasHigh, 0));
-        _mm512_storeu_si512(destination + 16, group(points, hasHigh, 1));
+        if (count > 16)
+            _mm512_storeu_si512(destination + 16, group(points, hasHigh, 1));
         if (count > 32)
             _mm512_storeu_si512(destination + 32, group(points, hasHigh, 2));
         if (count > 48)
@@ -163,19 +171,41 @@ QZSTRING_KERNEL void store(const CodePoints& points, bool hasHigh, std::size_t c
     }
 }
 
+QZSTRING_KERNEL __m512i widen(const char* source) {
+    return _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(source)));
+}
+
+// At most a block of ASCII.
 QZSTRING_KERNEL void storeAscii(const char* source, std::size_t count, wchar_t* destination) {
-    if (count == kBlock) {
-        for (std::size_t i = 0; i < kBlock; i += 16) {
-            const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source + i));
-            _mm512_storeu_si512(destination + i, _mm512_cvtepu8_epi32(bytes));
-        }
-        return;
+    std::size_t at = 0;
+    for (; count - at >= 16; at += 16)
+        _mm512_storeu_si512(destination + at, widen(source + at));
+    if (at < count) {
+        const __mmask16 lanes = lowLanes(count - at);
+        _mm512_mask_storeu_epi32(destination + at, lanes,
+                                 _mm512_cvtepu8_epi32(_mm_maskz_loadu_epi8(lanes, source + at)));
     }
-    for (std::size_t i = 0; i < count; i += 16) {
-        const __mmask16 lanes = lowLanes(count - i);
-        const __m128i bytes = _mm_maskz_loadu_epi8(lanes, source + i);
-        _mm512_mask_storeu_epi32(destination + i, lanes, _mm512_cvtepu8_epi32(bytes));
+}
+
+QZSTRING_KERNEL bool isAsciiBlock(const char* block) {
+    return _mm512_movepi8_mask(_mm512_loadu_si512(block)) == 0;
+}
+
+// Widens whole blocks of ASCII while they last and fit, and returns how many bytes that were. Long runs are
+// brought to the destination's cache lines first: a store across two lines costs twice.
+QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length, wchar_t* destination,
+                                          std::size_t room) {
+    const std::size_t most = length < room ? length : room;
+    std::size_t at = 0;
+    if (most >= 4 * kBlock && isAsciiBlock(source)) {
+        _mm512_storeu_si512(destination, widen(source));
+        at = (0 - reinterpret_cast<std::uintptr_t>(destination) / sizeof(wchar_t)) % 16;
     }
+    for (; most - at >= kBlock && isAsciiBlock(source + at); at += kBlock) {
+        for (std::size_t i = at; i < at + kBlock; i += 16)
+            _mm512_storeu_si512(destination + i, widen(source + i));
+    }
+    return at;
 }
 
 // The length of the ASCII text at the beginning, counted in steps of four blocks.
@@ -192,77 +222,155 @@ QZSTRING_KERNEL std::size_t asciiSteps(const char* text, std::size_t length) {
     return at;
 }
 
-// Decodes whole blocks as long as they are well-formed and fit. Returns how far it came; a character that a
-// block left unfinished is not counted as read.
-template <bool kStores>
-QZSTRING_TARGET Progress decodeBlocks(const char* source, std::size_t length, wchar_t* destination,
-                                      std::size_t capacity) {
-    Carry carry;
+// Decodes one block into `destination` where it is well-formed and fits. Returns the number of characters
+// that end in it, or kRefused. `ends` are the places before a byte that is no continuation.
+constexpr std::size_t kRefused = static_cast<std::size_t>(-1);
+
+QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, std::uint64_t high, std::uint64_t ends,
+                                        wchar_t* destination, std::size_t room, bool muchFollows) {
+    const auto count = static_cast<std::size_t>(_mm_popcnt_u64(ends));
+    if (anyFault(faultsOf(bytes)) || count > room)
+        return kRefused;
+    const __mmask64 four = _mm512_cmpge_epu8_mask(bytes.before3, _mm512_set1_epi8(static_cast<char>(0xF0)));
+    CodePoints points = form(bytes, high, four);
+    points.low = _mm512_maskz_compress_epi8(ends, points.low);
+    points.middle = _mm512_maskz_compress_epi8(ends, points.middle);
+    const bool roomForAll = muchFollows && room >= kBlock;
+    if (four != 0) {
+        points.high = _mm512_maskz_compress_epi8(ends, points.high);
+        store(points, true, count, roomForAll, destination);
+    } else {
+        store(points, false, count, roomForAll, destination);
+    }
+    return count;
+}
+
+// The same for the first or last block of a text, `most` bytes long: its lanes outside the text are masked
+// out.
+QZSTRING_KERNEL std::size_t decodePart(const char* source, std::size_t at, std::size_t length,
+                                       wchar_t* destination, std::size_t room) {
+    const std::size_t rest = length - at;
+    const std::uint64_t valid = lowBits(rest);
+    const Bytes bytes = loadPart(source + at, valid, at == 0);
+    const std::uint64_t next = rest > kBlock ? ~std::uint64_t{0} : valid >> 1;
+    const std::uint64_t ends = ~continuations(_mm512_maskz_loadu_epi8(next, source + at + 1)) & valid;
+    if (rest <= kBlock && utf8::endsInside(source, source + length))
+        return kRefused;
+    return decodeBlock(bytes, _mm512_movepi8_mask(bytes.at), ends, destination, room, rest >= 5 * kBlock);
+}
+
+// Decodes blocks as long as they are well-formed and fit; more than one.
+QZSTRING_TARGET __attribute__((noinline)) Progress decodeLong(const char* source, std::size_t length,
+                                                              wchar_t* destination, std::size_t capacity) {
     std::size_t at = 0;
     std::size_t written = 0;
+    bool afterAscii = true;
     while (at < length) {
         const std::size_t rest = length - at;
-        const std::size_t count = rest < kBlock ? rest : kBlock;
-        const std::uint64_t valid = lowBits(rest);
-        const __m512i bytes =
-            count == kBlock ? _mm512_loadu_si512(source + at) : _mm512_maskz_loadu_epi8(valid, source + at);
-        const std::uint64_t high = _mm512_movepi8_mask(bytes);
-        if (high == 0 && !carry.any()) {
-            if constexpr (kStores) {
-                if (capacity - written < count)
+        const std::size_t room = capacity - written;
+        std::size_t count = 0;
+        if (at != 0 && rest > kBlock) {
+            const Bytes bytes = loadWhole(source + at);
+            const std::uint64_t high = _mm512_movepi8_mask(bytes.at);
+            if (high == 0 && (afterAscii || !utf8::endsInside(source, source + at))) {
+                const std::size_t run = storeAsciiRun(source + at, rest, destination + written, room);
+                if (run == 0)
                     break;
-                storeAscii(source + at, count, destination + written);
-                at += count;
-                written += count;
-            } else {
-                const std::size_t run = count + asciiSteps(source + at + count, rest - count);
                 at += run;
                 written += run;
+                afterAscii = true;
+                continue;
             }
-            continue;
-        }
-        const Carry before = carry;
-        std::size_t ended = 0;
-        bool done = false;
-        if constexpr (kStores) {
-            const Bytes around = loadAround(source + at, bytes, valid, at == 0);
-            const Ends ends = classify(bytes, around.before1, high, carry);
-            const std::uint64_t all = ends.all & valid;
-            ended = static_cast<std::size_t>(_mm_popcnt_u64(all));
-            done = ends.valid && ended <= capacity - written;
-            if (done) {
-                CodePoints points = form(around, high, ends);
-                const bool hasHigh = ends.four != 0;
-                points.low = _mm512_maskz_compress_epi8(all, points.low);
-                points.middle = _mm512_maskz_compress_epi8(all, points.middle);
-                if (hasHigh)
-                    points.high = _mm512_maskz_compress_epi8(all, points.high);
-                // Of four bytes at least a character: 256 more bytes fill what a whole block may write too
-                // much.
-                const bool roomForAll = rest >= 5 * kBlock && capacity - written >= kBlock;
-                store(points, hasHigh, ended, roomForAll, destination + written);
-            }
+            const std::uint64_t ends = ~continuations(_mm512_loadu_si512(source + at + 1));
+            // At least a character of every four bytes: 256 more fill what a whole block may write too much.
+            count = decodeBlock(bytes, high, ends, destination + written, room, rest >= 5 * kBlock);
         } else {
-            const __m512i before1 = at == 0 ? _mm512_maskz_loadu_epi8(valid & ~std::uint64_t{1}, source - 1)
-                                            : _mm512_maskz_loadu_epi8(valid, source + at - 1);
-            const Ends ends = classify(bytes, before1, high, carry);
-            ended = static_cast<std::size_t>(_mm_popcnt_u64(ends.all & valid));
-            done = ends.valid;
+            const std::size_t run = at == 0 ? storeAsciiRun(source, length, destination, capacity) : 0;
+            if (run != 0) {
+                at += run;
+                written += run;
+                continue;
+            }
+            count = decodePart(source, at, length, destination + written, room);
         }
-        if (!done) {
-            carry = before;
+        if (count == kRefused)
             break;
-        }
-        at += count;
-        written += ended;
+        at += rest < kBlock ? rest : kBlock;
+        written += count;
+        afterAscii = false;
     }
-    if (carry.any()) {
-        do
-            --at;
-        while (static_cast<unsigned char>(source[at]) < 0xC0);
+    if (at != 0 && at < length) {
+        // The last character before this place has been written where no continuation follows, complete or
+        // not.
+        const char* const last = utf8::lastCharacter(source + at);
+        if (utf8::isContinuation(source[at])) {
+            at = static_cast<std::size_t>(last - source);
+        } else if (utf8::endsInside(source, source + at)) {
+            at = static_cast<std::size_t>(last - source);
+            --written;
+        }
     }
     _mm256_zeroupper();
     return {at, written};
+}
+
+// The same without the stores. Four blocks in a row are checked at once.
+QZSTRING_TARGET __attribute__((noinline)) Progress measureLong(const char* source, std::size_t length) {
+    std::size_t at = 0;
+    std::size_t characters = 0;
+    while (at < length) {
+        const std::size_t rest = length - at;
+        if (rest >= 4 * kBlock) {
+            const std::size_t run = utf8::endsInside(source, source + at) ? 0 : asciiSteps(source + at, rest);
+            if (run != 0) {
+                at += run;
+                characters += run;
+                continue;
+            }
+        }
+        if (at != 0 && rest >= kBlock) {
+            const std::size_t count = rest >= 4 * kBlock ? 4 * kBlock : kBlock;
+            __m512i faults = _mm512_setzero_si512();
+            std::size_t continued = 0;
+            for (std::size_t i = at; i < at + count; i += kBlock) {
+                const Bytes bytes = loadWhole(source + i);
+                faults = _mm512_or_si512(faults, faultsOf(bytes));
+                continued += static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at)));
+            }
+            if (anyFault(faults))
+                break;
+            at += count;
+            characters += count - continued;
+            continue;
+        }
+        const std::size_t most = rest < kBlock ? rest : kBlock;
+        const Bytes bytes = loadPart(source + at, lowBits(rest), at == 0);
+        if (anyFault(faultsOf(bytes)))
+            break;
+        at += most;
+        characters += most - static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at)));
+    }
+    if (at < length || utf8::endsInside(source, source + length)) {
+        // Characters were counted by their lead bytes: not so the one that goes on past this place.
+        if (utf8::endsInside(source, source + at)) {
+            at = static_cast<std::size_t>(utf8::lastCharacter(source + at) - source);
+            --characters;
+        }
+    }
+    _mm256_zeroupper();
+    return {at, characters};
+}
+
+Progress finishDecode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity,
+                      Progress blocks) {
+    const Progress rest = utf8::decode(source + blocks.read, length - blocks.read,
+                                       destination + blocks.written, capacity - blocks.written);
+    return {blocks.read + rest.read, blocks.written + rest.written};
+}
+
+Progress finishLength(const char* source, std::size_t length, Progress blocks) {
+    const Progress rest = utf8::decodedLength<wchar_t>(source + blocks.read, length - blocks.read);
+    return {blocks.read + rest.read, blocks.written + rest.written};
 }
 
 // ---- Encoding ----
@@ -277,24 +385,35 @@ alignas(64) constexpr int kTags[32] = {
     kTag4, kTag4, kTag4, kTag4, kTag4, kTag3, kTag3, kTag3, kTag3, kTag3, kTag2,
     kTag2, kTag2, kTag2, 0,     0,     0,     0,     0,     0,     0,
 };
-alignas(64) constexpr int kLengths[32] = {
-    1, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 4, 3, 3, 3, 3, 3, 2, 2, 2, 2, 1, 1, 1, 1, 1, 1, 1,
+// The bytes beyond the first, by the number of leading zeros.
+alignas(64) constexpr int kExtra[32] = {
+    0, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 2, 2, 2, 2, 2, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0,
 };
 
 // Remembers whether any character was a surrogate or above U+10FFFF.
 struct Faults {
     __m512i largest;
     __m512i nearestSurrogate;
+    __m512i nearestUnit;
 
-    QZSTRING_KERNEL Faults() : largest(_mm512_setzero_si512()), nearestSurrogate(_mm512_set1_epi32(-1)) {}
+    QZSTRING_KERNEL Faults()
+        : largest(_mm512_setzero_si512()),
+          nearestSurrogate(_mm512_set1_epi32(-1)),
+          nearestUnit(_mm512_set1_epi32(-1)) {}
     QZSTRING_KERNEL void see(__m512i characters) {
         largest = _mm512_max_epu32(largest, characters);
         nearestSurrogate =
             _mm512_min_epu32(nearestSurrogate, _mm512_xor_si512(characters, _mm512_set1_epi32(0xD800)));
     }
+    // Characters below U+10000 in 16-bit lanes.
+    QZSTRING_KERNEL void seeUnits(__m512i units) {
+        const __m512i surrogate = _mm512_set1_epi16(static_cast<short>(0xD800));
+        nearestUnit = _mm512_min_epu16(nearestUnit, _mm512_xor_si512(units, surrogate));
+    }
     [[nodiscard]] QZSTRING_KERNEL bool any() const {
         return (_mm512_cmpgt_epu32_mask(largest, _mm512_set1_epi32(0x10FFFF)) |
-                _mm512_cmplt_epu32_mask(nearestSurrogate, _mm512_set1_epi32(0x800))) != 0;
+                _mm512_cmplt_epu32_mask(nearestSurrogate, _mm512_set1_epi32(0x800))) != 0 ||
+               _mm512_cmplt_epu16_mask(nearestUnit, _mm512_set1_epi16(0x800)) != 0;
     }
 };
 
@@ -314,8 +433,8 @@ QZSTRING_KERNEL Encoded encodeAny(__m512i characters) {
     return {bytes, _mm512_movepi8_mask(tags) | 0x8888888888888888};
 }
 
-// 32 characters below U+0800, in 16-bit lanes.
-QZSTRING_KERNEL Encoded encodeTwoByte(__m512i first, __m512i second) {
+// 32 characters below U+0800, in 16-bit lanes; those that are not `valid` are zero and take no byte.
+QZSTRING_KERNEL Encoded encodeTwoByte(__m512i first, __m512i second, std::uint32_t valid) {
     const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
     const __m512i units = _mm512_permutexvar_epi64(order, _mm512_packus_epi32(first, second));
     const __mmask32 two = _mm512_cmpge_epu16_mask(units, _mm512_set1_epi16(0x80));
@@ -323,7 +442,7 @@ QZSTRING_KERNEL Encoded encodeTwoByte(__m512i first, __m512i second) {
     const __m512i pairs = _mm512_ternarylogic_epi32(_mm512_srli_epi16(units, 6), sixBits,
                                                     _mm512_set1_epi16(static_cast<short>(0x80C0)), 0xFE);
     return {_mm512_mask_mov_epi16(units, two, pairs),
-            0x5555555555555555 | _pdep_u64(two, 0xAAAAAAAAAAAAAAAA)};
+            _pdep_u64(valid, 0x5555555555555555) | _pdep_u64(two, 0xAAAAAAAAAAAAAAAA)};
 }
 
 QZSTRING_KERNEL __m512i packAscii(__m512i a, __m512i b, __m512i c, __m512i d) {
@@ -355,7 +474,72 @@ struct Destination {
         written += count;
         return true;
     }
+
+    QZSTRING_KERNEL bool putAscii(__m512i packed, std::size_t count) {
+        if (count > capacity - written)
+            return false;
+        if (count == kBlock)
+            _mm512_storeu_si512(bytes + written, packed);
+        else
+            _mm512_mask_storeu_epi8(bytes + written, lowBits(count), packed);
+        written += count;
+        return true;
+    }
 };
+
+QZSTRING_KERNEL __m512i anyOf(__m512i a, __m512i b, __m512i c, __m512i d) {
+    return _mm512_or_si512(_mm512_ternarylogic_epi32(a, b, c, 0xFE), d);
+}
+
+// 64 characters, or the last of a text: lanes past its end are zero, and not `valid`.
+struct Characters {
+    __m512i a, b, c, d;
+
+    [[nodiscard]] QZSTRING_KERNEL __m512i all() const {
+        return _mm512_or_si512(_mm512_ternarylogic_epi32(a, b, c, 0xFE), d);
+    }
+};
+
+QZSTRING_KERNEL Characters loadWhole(const wchar_t* source) {
+    return {_mm512_loadu_si512(source), _mm512_loadu_si512(source + 16), _mm512_loadu_si512(source + 32),
+            _mm512_loadu_si512(source + 48)};
+}
+
+QZSTRING_KERNEL Characters loadPart(const wchar_t* source, std::uint64_t valid) {
+    return {_mm512_maskz_loadu_epi32(static_cast<__mmask16>(valid), source),
+            _mm512_maskz_loadu_epi32(static_cast<__mmask16>(valid >> 16), source + 16),
+            _mm512_maskz_loadu_epi32(static_cast<__mmask16>(valid >> 32), source + 32),
+            _mm512_maskz_loadu_epi32(static_cast<__mmask16>(valid >> 48), source + 48)};
+}
+
+// Encodes up to 64 characters, of which `count` are valid; `later` more follow. Returns false where there is
+// no room. Where not kWhole, fewer than 64.
+template <bool kWhole>
+QZSTRING_KERNEL bool encodeCharacters(const Characters& characters, std::size_t count, std::size_t later,
+                                      Destination& destination, Faults& faults) {
+    const __m512i all = characters.all();
+    if (!anyFrom(all, 0x80)) {
+        return destination.putAscii(packAscii(characters.a, characters.b, characters.c, characters.d), count);
+    }
+    const std::uint64_t valid = lowBits(count);
+    if (!anyFrom(all, 0x800)) {
+        return destination.put(encodeTwoByte(characters.a, characters.b, static_cast<std::uint32_t>(valid)),
+                               later) &&
+               (count <= 32 || destination.put(encodeTwoByte(characters.c, characters.d,
+                                                             static_cast<std::uint32_t>(valid >> 32)),
+                                               later));
+    }
+    const __m512i parts[] = {characters.a, characters.b, characters.c, characters.d};
+    for (std::size_t i = 0; i < 4 && (kWhole || 16 * i < count); ++i) {
+        faults.see(parts[i]);
+        Encoded encoded = encodeAny(parts[i]);
+        if (!kWhole)
+            encoded.used &= lowBits(4 * (count - 16 * i));
+        if (!destination.put(encoded, later))
+            return false;
+    }
+    return true;
+}
 
 // Encodes as long as there is room. Returns false where any character was ill-formed.
 QZSTRING_TARGET bool encodeBlocks(const wchar_t* source, std::size_t length, Destination& destination,
@@ -363,55 +547,12 @@ QZSTRING_TARGET bool encodeBlocks(const wchar_t* source, std::size_t length, Des
     Faults faults;
     std::size_t at = 0;
     bool fits = true;
-    while (length - at >= 32 && fits) {
-        const __m512i a = _mm512_loadu_si512(source + at);
-        const __m512i b = _mm512_loadu_si512(source + at + 16);
-        const __m512i both = _mm512_or_si512(a, b);
-        const std::size_t rest = length - at;
-        if (!anyFrom(both, 0x80)) {
-            if (rest >= 64) {
-                const __m512i c = _mm512_loadu_si512(source + at + 32);
-                const __m512i d = _mm512_loadu_si512(source + at + 48);
-                if (!anyFrom(_mm512_or_si512(c, d), 0x80)) {
-                    fits = destination.capacity - destination.written >= kBlock;
-                    if (fits) {
-                        _mm512_storeu_si512(destination.bytes + destination.written, packAscii(a, b, c, d));
-                        destination.written += kBlock;
-                        at += kBlock;
-                    }
-                    continue;
-                }
-            }
-            fits = destination.capacity - destination.written >= 32;
-            if (fits) {
-                const __m512i packed = packAscii(a, b, a, b);
-                _mm256_storeu_si256(reinterpret_cast<__m256i*>(destination.bytes + destination.written),
-                                    _mm512_castsi512_si256(packed));
-                destination.written += 32;
-                at += 32;
-            }
-        } else if (!anyFrom(both, 0x800)) {
-            fits = destination.put(encodeTwoByte(a, b), rest - 32);
-            at += fits ? 32 : 0;
-        } else {
-            faults.see(a);
-            faults.see(b);
-            fits = destination.put(encodeAny(a), rest - 16);
-            at += fits ? 16 : 0;
-            if (fits) {
-                fits = destination.put(encodeAny(b), rest - 32);
-                at += fits ? 16 : 0;
-            }
-        }
-    }
-    while (at < length && fits) {
-        const std::size_t count = length - at < 16 ? length - at : 16;
-        const __m512i characters = _mm512_maskz_loadu_epi32(lowLanes(count), source + at);
-        faults.see(characters);
-        Encoded encoded = encodeAny(characters);
-        encoded.used &= lowBits(4 * count);
-        fits = destination.put(encoded, 0);
-        at += fits ? count : 0;
+    for (; fits && length - at >= 64; at += fits ? 64 : 0)
+        fits = encodeCharacters<true>(loadWhole(source + at), 64, length - at - 64, destination, faults);
+    if (fits && at < length) {
+        fits = encodeCharacters<false>(loadPart(source + at, lowBits(length - at)), length - at, 0,
+                                       destination, faults);
+        at = fits ? length : at;
     }
     read = at;
     const bool faulty = faults.any();
@@ -419,71 +560,106 @@ QZSTRING_TARGET bool encodeBlocks(const wchar_t* source, std::size_t length, Des
     return !faulty;
 }
 
-QZSTRING_TARGET bool measureBlocks(const wchar_t* source, std::size_t length, std::size_t& bytes) {
+QZSTRING_KERNEL std::size_t countFrom(__m512i units, short limit) {
+    return static_cast<std::size_t>(_mm_popcnt_u32(_mm512_cmpge_epu16_mask(units, _mm512_set1_epi16(limit))));
+}
+
+// Adds up the bytes that characters need beyond one each: one more for every limit that they reach.
+struct Measure {
     Faults faults;
-    std::size_t at = 0;
-    bytes = 0;
-    // A lane's sum grows by at most 4 a step: far from 2^32 in the 2^28 steps of the longest text.
-    __m512i sums = _mm512_setzero_si512();
-    const bool hasBlocks = length >= 16;
-    while (length - at >= 16) {
-        if (length - at >= 64) {
-            const __m512i a = _mm512_loadu_si512(source + at);
-            const __m512i b = _mm512_loadu_si512(source + at + 16);
-            const __m512i c = _mm512_loadu_si512(source + at + 32);
-            const __m512i d = _mm512_loadu_si512(source + at + 48);
-            if (!anyFrom(_mm512_or_si512(_mm512_ternarylogic_epi32(a, b, c, 0xFE), d), 0x80)) {
-                bytes += 64;
-                at += 64;
-                continue;
-            }
+    std::size_t bytes = 0;
+    __m512i sums;  // a lane grows by at most 12 a step: far from 2^32 in 2^26 steps
+    bool hasSums = false;
+
+    QZSTRING_KERNEL Measure() : sums(_mm512_setzero_si512()) {}
+
+    QZSTRING_KERNEL void add(const Characters& characters) {
+        const __m512i all = characters.all();
+        if (!anyFrom(all, 0x80))
+            return;
+        if (anyFrom(all, 0x10000)) {
+            addAny(characters.a);
+            addAny(characters.b);
+            addAny(characters.c);
+            addAny(characters.d);
+            hasSums = true;
+            return;
         }
-        const std::size_t stop = length - at >= 64 ? at + 64 : at + 16;
-        for (; at < stop; at += 16) {
-            const __m512i characters = _mm512_loadu_si512(source + at);
-            faults.see(characters);
-            sums = _mm512_add_epi32(sums,
-                                    _mm512_permutex2var_epi32(table(kLengths), _mm512_lzcnt_epi32(characters),
-                                                              table(kLengths + 16)));
+        // In 16-bit lanes, in whatever order.
+        const __m512i ab = _mm512_packus_epi32(characters.a, characters.b);
+        const __m512i cd = _mm512_packus_epi32(characters.c, characters.d);
+        bytes += countFrom(ab, 0x80) + countFrom(cd, 0x80);
+        if (anyFrom(all, 0x800)) {
+            bytes += countFrom(ab, 0x800) + countFrom(cd, 0x800);
+            faults.seeUnits(ab);
+            faults.seeUnits(cd);
         }
     }
-    if (hasBlocks) {
-        const __m512i wideSums = _mm512_add_epi64(_mm512_and_si512(sums, _mm512_set1_epi64(0xFFFFFFFF)),
-                                                  _mm512_srli_epi64(sums, 32));
-        bytes += static_cast<std::size_t>(_mm512_reduce_add_epi64(wideSums));
+
+    [[nodiscard]] QZSTRING_KERNEL std::size_t total() const {
+        if (!hasSums)
+            return bytes;
+        const __m512i wide = _mm512_add_epi64(_mm512_and_si512(sums, _mm512_set1_epi64(0xFFFFFFFF)),
+                                              _mm512_srli_epi64(sums, 32));
+        return bytes + static_cast<std::size_t>(_mm512_reduce_add_epi64(wide));
     }
-    if (at < length) {
-        const __m512i characters = _mm512_maskz_loadu_epi32(lowLanes(length - at), source + at);
+
+  private:
+    QZSTRING_KERNEL void addAny(__m512i characters) {
         faults.see(characters);
-        const unsigned two = _mm512_cmpge_epu32_mask(characters, _mm512_set1_epi32(0x80));
-        const unsigned three = _mm512_cmpge_epu32_mask(characters, _mm512_set1_epi32(0x800));
-        const unsigned four = _mm512_cmpge_epu32_mask(characters, _mm512_set1_epi32(0x10000));
-        bytes += length - at +
-                 static_cast<std::size_t>(
-                     _mm_popcnt_u64(two | std::uint64_t{three} << 16 | std::uint64_t{four} << 32));
+        sums = _mm512_add_epi32(sums, _mm512_permutex2var_epi32(table(kExtra), _mm512_lzcnt_epi32(characters),
+                                                                table(kExtra + 16)));
     }
-    const bool faulty = faults.any();
+};
+
+QZSTRING_TARGET bool measureEncoded(const wchar_t* source, std::size_t length, std::size_t& bytes) {
+    Measure measure;
+    std::size_t at = 0;
+    for (; length - at >= 64; at += 64)
+        measure.add(loadWhole(source + at));
+    if (at < length)
+        measure.add(loadPart(source + at, lowBits(length - at)));
+    bytes = length + measure.total();
+    const bool faulty = measure.faults.any();
     _mm256_zeroupper();
     return !faulty;
 }
 
 }  // namespace
 
-Progress decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity) {
-    const Progress blocks = decodeBlocks<true>(source, length, destination, capacity);
-    if (blocks.read == length)
-        return blocks;
-    const Progress rest = utf8::decode(source + blocks.read, length - blocks.read,
-                                       destination + blocks.written, capacity - blocks.written);
-    return {blocks.read + rest.read, blocks.written + rest.written};
+// Texts of one block take no loop: what they cost is the calls.
+
+QZSTRING_TARGET Progress decode(const char* source, std::size_t length, wchar_t* destination,
+                                std::size_t capacity) {
+    if (length <= kBlock) {
+        const __m512i block = _mm512_maskz_loadu_epi8(lowBits(length), source);
+        std::size_t written = kRefused;
+        if (_mm512_movepi8_mask(block) != 0) {
+            written = decodePart(source, 0, length, destination, capacity);
+        } else if (length <= capacity) {
+            storeAscii(source, length, destination);
+            written = length;
+        }
+        _mm256_zeroupper();
+        return written != kRefused ? Progress{length, written}
+                                   : finishDecode(source, length, destination, capacity, {0, 0});
+    }
+    const Progress blocks = decodeLong(source, length, destination, capacity);
+    return blocks.read == length ? blocks : finishDecode(source, length, destination, capacity, blocks);
 }
 
-Progress decodedLength(const char* source, std::size_t length) {
-    const Progress blocks = decodeBlocks<false>(source, length, nullptr, 0);
-    if (blocks.read == length)
-        return blocks;
-    const Progress rest = utf8::decodedLength<wchar_t>(source + blocks.read, length - blocks.read);
-    return {blocks.read + rest.read, blocks.written + rest.written};
+QZSTRING_TARGET Progress decodedLength(const char* source, std::size_t length) {
+    if (length <= kBlock) {
+        const Bytes bytes = loadPart(source, lowBits(length), true);
+        const bool refused = _mm512_movepi8_mask(bytes.at) != 0 &&
+                             (anyFault(faultsOf(bytes)) || utf8::endsInside(source, source + length));
+        const std::size_t characters =
+            length - static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at)));
+        _mm256_zeroupper();
+        return refused ? finishLength(source, length, {0, 0}) : Progress{length, characters};
+    }
+    const Progress blocks = measureLong(source, length);
+    return blocks.read == length ? blocks : finishLength(source, length, blocks);
 }
 
 Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity) {
@@ -496,7 +672,7 @@ Progress encode(const wchar_t* source, std::size_t length, char* destination, st
 
 Progress encodedLength(const wchar_t* source, std::size_t length) {
     std::size_t bytes = 0;
-    if (!measureBlocks(source, length, bytes))
+    if (!measureEncoded(source, length, bytes))
         return utf8::encodedLength(source, length);
     return {length, bytes};
 }
