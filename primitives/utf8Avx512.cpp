@@ -299,7 +299,7 @@ QZSTRING_TARGET __attribute__((noinline)) Progress decodeLong(const char* source
         written += count;
         afterAscii = false;
     }
-    if (at != 0 && at < length) {
+    if (at != 0 && at < length && !afterAscii) {
         // The last character before this place has been written where no continuation follows, complete or
         // not.
         const char* const last = utf8::lastCharacter(source + at);

@@ -1,5 +1,6 @@
 #include "primitives/conversion.h"
 
+#include "primitives/inline.h"
 #include "primitives/kernels.h"
 #include "primitives/output.h"
 #include "primitives/utf8Portable.h"
@@ -42,18 +43,23 @@ Progress decodeSubstituting(const char* source, std::size_t length, wchar_t* des
     }
 }
 
+// Out of line, so that the strict road stays short.
+QZSTRING_NOINLINE unsigned int convertSubstituting(const char* source, std::size_t length,
+                                                   wchar_t* destination, std::size_t capacity, bool* ok) {
+    bool replaced = false;
+    const Progress progress = decodeSubstituting(source, length, destination, capacity, replaced);
+    const unsigned int converted = whole(progress, length, ok);
+    if (ok != nullptr && replaced)
+        *ok = false;
+    return converted;
+}
+
 }  // namespace
 
 unsigned int UTF8toWCS(const char* source, unsigned int sourceLength, wchar_t* destination,
                        unsigned int capacity, bool substitute, bool* ok) {
-    if (substitute) {
-        bool replaced = false;
-        const Progress progress = decodeSubstituting(source, sourceLength, destination, capacity, replaced);
-        const unsigned int length = whole(progress, sourceLength, ok);
-        if (ok != nullptr && replaced)
-            *ok = false;
-        return length;
-    }
+    if (substitute)
+        return convertSubstituting(source, sourceLength, destination, capacity, ok);
     const kernels::Kernels& kernel = kernels::active();
     return whole(destination == nullptr ? kernel.decodedLength(source, sourceLength)
                                         : kernel.decode(source, sourceLength, destination, capacity),
