@@ -8,9 +8,7 @@ namespace {
 constexpr const Kernels* kBestFirst[] = {
 #if QZSTRING_KERNELS_X86
     &kAvx512,
-//&kAvx2,
-#elif QZSTRING_KERNELS_NEON
-    &kNeon,
+    &kAvx2,
 #endif
     &kPortable,
 };

@@ -79,9 +79,6 @@ extern const Kernels kPortable;
 // AVX2
 extern const Kernels kAvx2;
 extern const Kernels kAvx512;
-#elif 0 && defined(__aarch64__) && (defined(__GNUC__) || defined(__clang__))
-#define QZSTRING_KERNELS_NEON 1
-extern const Kernels kNeon;
 #endif
 
 }  // namespace qzString::kernels

@@ -1,1 +1,95 @@
+// The AVX2 kernels of the character runs and the hash, and the row of the table. utf8Avx2.cpp has the
+// conversions. The character runs are the plain loops of characterLoops.h, compiled for the instruction set.
 #include "primitives/kernels.h"
+
+#if QZSTRING_KERNELS_X86
+
+#include "primitives/avx2.h"
+#include "primitives/characterLoops.h"
+#include "primitives/hashLoops.h"
+#include "primitives/utf8Kernels.h"
+
+namespace qzString::kernels {
+namespace {
+
+bool usable() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
+           __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("popcnt");
+}
+
+template <class Char>
+QZSTRING_TARGET bool isAsciiRun(const Char* text, std::size_t count) {
+    const bool ascii = loops::isAsciiRun(text, count);
+    _mm256_zeroupper();
+    return ascii;
+}
+
+template <class Case, class Char>
+QZSTRING_TARGET void mapRun(Char* text, std::size_t count) {
+    loops::mapRun<Case>(text, count);
+    _mm256_zeroupper();
+}
+
+template <class Char>
+QZSTRING_TARGET std::size_t findCaseDifference(const Char* a, const Char* b, std::size_t count) {
+    const std::size_t found = loops::findCaseDifferenceRun(a, b, count);
+    _mm256_zeroupper();
+    return found;
+}
+
+struct Lanes {
+    __m256i half[2];
+
+    QZSTRING_KERNEL void add(const unsigned char* stripe, const unsigned char* secret) {
+        for (int i = 0; i < 2; ++i) {
+            const __m256i words = load256(stripe + 32 * i);
+            const __m256i keyed = _mm256_xor_si256(words, load256(secret + 32 * i));
+            const __m256i product = _mm256_mul_epu32(keyed, _mm256_srli_epi64(keyed, 32));
+            const __m256i swapped = _mm256_shuffle_epi32(words, _MM_SHUFFLE(1, 0, 3, 2));
+            half[i] = _mm256_add_epi64(half[i], _mm256_add_epi64(product, swapped));
+        }
+    }
+    QZSTRING_KERNEL void scramble(const unsigned char* secret) {
+        const __m256i prime = _mm256_set1_epi32(static_cast<int>(hashing::kPrime32[0]));
+        for (int i = 0; i < 2; ++i) {
+            const __m256i mixed = _mm256_xor_si256(_mm256_xor_si256(half[i], _mm256_srli_epi64(half[i], 47)),
+                                                   load256(secret + 32 * i));
+            // A 64-bit product from two of 32 bits.
+            const __m256i high = _mm256_mul_epu32(_mm256_srli_epi64(mixed, 32), prime);
+            half[i] = _mm256_add_epi64(_mm256_mul_epu32(mixed, prime), _mm256_slli_epi64(high, 32));
+        }
+    }
+};
+
+QZSTRING_TARGET void hashLanes(std::uint64_t state[8], const unsigned char* input, std::size_t length) {
+    Lanes lanes{{load256(state), load256(state + 4)}};
+    hashing::feed(lanes, input, length);
+    store256(state, lanes.half[0]);
+    store256(state + 4, lanes.half[1]);
+    _mm256_zeroupper();
+}
+
+}  // namespace
+
+const Kernels kAvx2 = {
+    "avx2",
+    usable,
+    avx2::decode,
+    avx2::decodedLength,
+    avx2::encode,
+    avx2::encodedLength,
+    isAsciiRun<char>,
+    isAsciiRun<wchar_t>,
+    mapRun<loops::Lower, char>,
+    mapRun<loops::Upper, char>,
+    mapRun<loops::Lower, wchar_t>,
+    mapRun<loops::Upper, wchar_t>,
+    findCaseDifference<char>,
+    findCaseDifference<wchar_t>,
+    hashLanes,
+};
+
+}  // namespace qzString::kernels
+
+#endif

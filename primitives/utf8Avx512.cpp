@@ -299,19 +299,8 @@ QZSTRING_TARGET __attribute__((noinline)) Progress decodeLong(const char* source
         written += count;
         afterAscii = false;
     }
-    if (at != 0 && at < length && !afterAscii) {
-        // The last character before this place has been written where no continuation follows, complete or
-        // not.
-        const char* const last = utf8::lastCharacter(source + at);
-        if (utf8::isContinuation(source[at])) {
-            at = static_cast<std::size_t>(last - source);
-        } else if (utf8::endsInside(source, source + at)) {
-            at = static_cast<std::size_t>(last - source);
-            --written;
-        }
-    }
     _mm256_zeroupper();
-    return {at, written};
+    return at == length ? Progress{at, written} : utf8::wholeCharacters(source, {at, written}, afterAscii);
 }
 
 // The same without the stores. Four blocks in a row are checked at once.

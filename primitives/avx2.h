@@ -1,0 +1,26 @@
+// What the AVX2 sources share. Internal, not installed.
+#ifndef QZSTRING_PRIMITIVES_AVX2_H
+#define QZSTRING_PRIMITIVES_AVX2_H
+
+#include <immintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#define QZSTRING_TARGET __attribute__((target("avx2,bmi,bmi2,lzcnt,popcnt")))
+// A part of a kernel: always inlined into it.
+#define QZSTRING_KERNEL QZSTRING_TARGET __attribute__((always_inline)) inline
+
+namespace qzString::kernels {
+
+QZSTRING_KERNEL __m256i load256(const void* at) {
+    return _mm256_loadu_si256(static_cast<const __m256i*>(at));
+}
+
+QZSTRING_KERNEL void store256(void* at, __m256i vector) {
+    _mm256_storeu_si256(static_cast<__m256i*>(at), vector);
+}
+
+}  // namespace qzString::kernels
+
+#endif

@@ -1,1 +1,0 @@
-#include "primitives/kernels.h"

@@ -1,0 +1,445 @@
+// UTF-8 in AVX2.
+//
+// Decoding, 32 bytes a block, goes as in AVX-512 (utf8Avx512.cpp): the block is loaded as it is and as seen
+// from 1, 2 and 3 positions on; pairs of bytes are checked by three look-ups (utf8Check.h); every position
+// gets the low, middle and high byte of the code point that would end there. Selecting those positions at
+// which a character does end takes a table: for each mask of eight positions, the byte shuffle that moves
+// their 16-bit values to the front. Block edges: a character is formed in the block in which it ends. The
+// first and the last block are copied to where zeros stand around them, so that nothing outside the text is
+// read.
+//
+// Encoding, 8 characters a block: each is spread over the four bytes of its lane, lead byte first and
+// right-aligned; for each combination of four lengths a table has the shuffle that moves the bytes in use to
+// the front.
+//
+// Stores are 32 bytes (decoding) or 16 (encoding) whole while what is still to come is sure to fill them;
+// near the end they go through a buffer, so that nothing past the count is touched.
+#include "primitives/kernels.h"
+
+#if QZSTRING_KERNELS_X86
+
+#include <array>
+#include <cstring>
+
+#include "primitives/avx2.h"
+#include "primitives/utf8Check.h"
+#include "primitives/utf8Kernels.h"
+#include "primitives/utf8Portable.h"
+
+namespace qzString::kernels::avx2 {
+namespace {
+
+constexpr std::size_t kBlock = 32;
+
+using Shuffle = std::array<unsigned char, 16>;
+
+// ---- Decoding ----
+
+constexpr std::array<Shuffle, 256> makeSelections() {
+    std::array<Shuffle, 256> selections{};
+    for (std::size_t mask = 0; mask < 256; ++mask) {
+        std::size_t to = 0;
+        for (std::size_t i = 0; i < 8; ++i) {
+            if ((mask >> i & 1) != 0) {
+                selections[mask][to++] = static_cast<unsigned char>(2 * i);
+                selections[mask][to++] = static_cast<unsigned char>(2 * i + 1);
+            }
+        }
+    }
+    return selections;
+}
+// Moves the 16-bit elements of a mask to the front.
+constexpr std::array<Shuffle, 256> kSelections = makeSelections();
+
+QZSTRING_KERNEL __m256i nibbleTable(const unsigned char (&entries)[16]) {
+    return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(entries)));
+}
+
+QZSTRING_KERNEL __m256i bytesOf(int value) {
+    return _mm256_set1_epi8(static_cast<char>(value));
+}
+
+struct Bytes {
+    __m256i at, before1, before2, before3;
+};
+
+QZSTRING_KERNEL Bytes loadAround(const char* block) {
+    return {load256(block), load256(block - 1), load256(block - 2), load256(block - 3)};
+}
+
+// Not zero where a byte and the ones before it cannot stand in well-formed text.
+QZSTRING_KERNEL __m256i faultsOf(const Bytes& bytes) {
+    const __m256i lowHalf = bytesOf(0x0F);
+    const __m256i firstHigh = _mm256_and_si256(_mm256_srli_epi16(bytes.before1, 4), lowHalf);
+    const __m256i secondHigh = _mm256_and_si256(_mm256_srli_epi16(bytes.at, 4), lowHalf);
+    const __m256i pairs = _mm256_and_si256(
+        _mm256_and_si256(
+            _mm256_shuffle_epi8(nibbleTable(utf8::kFirstHigh), firstHigh),
+            _mm256_shuffle_epi8(nibbleTable(utf8::kFirstLow), _mm256_and_si256(bytes.before1, lowHalf))),
+        _mm256_shuffle_epi8(nibbleTable(utf8::kSecondHigh), secondHigh));
+    // The top bit where the byte is the third or fourth of a character.
+    const __m256i third = _mm256_subs_epu8(bytes.before2, bytesOf(0xE0 - 0x80));
+    const __m256i fourth = _mm256_subs_epu8(bytes.before3, bytesOf(0xF0 - 0x80));
+    return _mm256_xor_si256(_mm256_and_si256(_mm256_or_si256(third, fourth), bytesOf(0x80)), pairs);
+}
+
+QZSTRING_KERNEL bool anyFault(__m256i faults) {
+    return _mm256_testz_si256(faults, faults) == 0;
+}
+
+QZSTRING_KERNEL std::uint32_t topBits(__m256i bytes) {
+    return static_cast<std::uint32_t>(_mm256_movemask_epi8(bytes));
+}
+
+// Bytes that are no continuation.
+QZSTRING_KERNEL std::uint32_t starts(__m256i bytes) {
+    return topBits(_mm256_cmpgt_epi8(bytes, bytesOf(0xBF)));
+}
+
+struct CodePoints {
+    __m256i low, middle, high;
+    bool hasHigh;
+};
+
+QZSTRING_KERNEL CodePoints form(const Bytes& bytes) {
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i joined =
+        _mm256_or_si256(_mm256_and_si256(bytes.at, bytesOf(0x3F)),
+                        _mm256_and_si256(_mm256_slli_epi16(bytes.before1, 6), bytesOf(0xC0)));
+    const __m256i low = _mm256_blendv_epi8(bytes.at, joined, bytes.at);
+    const __m256i isThree = _mm256_cmpgt_epi8(bytesOf(0xC0), bytes.before1);
+    const __m256i upper =
+        _mm256_and_si256(_mm256_and_si256(_mm256_slli_epi16(bytes.before2, 4), bytesOf(0xF0)), isThree);
+    const __m256i lower = _mm256_and_si256(_mm256_srli_epi16(bytes.before1, 2), bytesOf(0x0F));
+    const __m256i middle = _mm256_and_si256(_mm256_or_si256(lower, upper), _mm256_cmpgt_epi8(zero, bytes.at));
+    const __m256i isFour = _mm256_cmpeq_epi8(_mm256_max_epu8(bytes.before3, bytesOf(0xF0)), bytes.before3);
+    if (_mm256_testz_si256(isFour, isFour) != 0)
+        return {low, middle, zero, false};
+    const __m256i high =
+        _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(bytes.before2, 4), bytesOf(0x03)),
+                        _mm256_and_si256(_mm256_slli_epi16(bytes.before3, 2), bytesOf(0x1C)));
+    return {low, middle, _mm256_and_si256(high, isFour), true};
+}
+
+// Stores those of eight characters that the mask names; up to eight elements are written.
+QZSTRING_KERNEL wchar_t* storeEight(__m128i values, __m128i high, bool hasHigh, std::uint32_t mask,
+                                    wchar_t* destination) {
+    const __m128i selection =
+        _mm_loadu_si128(reinterpret_cast<const __m128i*>(kSelections[mask & 0xFF].data()));
+    __m256i characters = _mm256_cvtepu16_epi32(_mm_shuffle_epi8(values, selection));
+    if (hasHigh) {
+        const __m256i upper = _mm256_cvtepu16_epi32(_mm_shuffle_epi8(high, selection));
+        characters = _mm256_or_si256(characters, _mm256_slli_epi32(upper, 16));
+    }
+    store256(destination, characters);
+    return destination + _mm_popcnt_u32(mask & 0xFF);
+}
+
+// Stores the characters that end at `ends`; up to eight elements more are written.
+QZSTRING_KERNEL void store(const CodePoints& points, std::uint32_t ends, wchar_t* destination) {
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i even = _mm256_unpacklo_epi8(points.low, points.middle);
+    const __m256i odd = _mm256_unpackhi_epi8(points.low, points.middle);
+    const __m256i evenHigh = _mm256_unpacklo_epi8(points.high, zero);
+    const __m256i oddHigh = _mm256_unpackhi_epi8(points.high, zero);
+    const bool hasHigh = points.hasHigh;
+    destination = storeEight(_mm256_castsi256_si128(even), _mm256_castsi256_si128(evenHigh), hasHigh, ends,
+                             destination);
+    destination = storeEight(_mm256_castsi256_si128(odd), _mm256_castsi256_si128(oddHigh), hasHigh, ends >> 8,
+                             destination);
+    destination = storeEight(_mm256_extracti128_si256(even, 1), _mm256_extracti128_si256(evenHigh, 1),
+                             hasHigh, ends >> 16, destination);
+    storeEight(_mm256_extracti128_si256(odd, 1), _mm256_extracti128_si256(oddHigh, 1), hasHigh, ends >> 24,
+               destination);
+}
+
+constexpr std::size_t kRefused = static_cast<std::size_t>(-1);
+
+// Decodes one block where it is well-formed and fits. Returns the number of characters that end in it, or
+// kRefused.
+QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, std::uint32_t ends, wchar_t* destination,
+                                        std::size_t room, bool muchFollows) {
+    const auto count = static_cast<std::size_t>(_mm_popcnt_u32(ends));
+    if (anyFault(faultsOf(bytes)) || count > room)
+        return kRefused;
+    const CodePoints points = form(bytes);
+    if (muchFollows && room >= count + 8) {
+        store(points, ends, destination);
+    } else {
+        wchar_t buffer[kBlock + 8];
+        store(points, ends, buffer);
+        std::memcpy(destination, buffer, count * sizeof(wchar_t));
+    }
+    return count;
+}
+
+// A block at the beginning or the end of the text, with the bytes around it, and zeros where the text has
+// none.
+struct Part {
+    char bytes[3 + kBlock + 1] = {};
+    std::size_t count;
+
+    Part(const char* source, std::size_t at, std::size_t length) {
+        const std::size_t before = at < 3 ? at : 3;
+        const std::size_t rest = length - at;
+        std::memcpy(bytes + 3 - before, source + at - before,
+                    before + (rest < kBlock + 1 ? rest : kBlock + 1));
+        count = rest < kBlock ? rest : kBlock;
+    }
+    [[nodiscard]] const char* block() const { return bytes + 3; }
+    [[nodiscard]] std::uint32_t valid() const { return count == kBlock ? ~0U : (1U << count) - 1; }
+};
+
+QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length, wchar_t* destination,
+                                          std::size_t room) {
+    const std::size_t most = length < room ? length : room;
+    std::size_t at = 0;
+    for (; most - at >= kBlock && topBits(load256(source + at)) == 0; at += kBlock) {
+        for (std::size_t i = at; i < at + kBlock; i += 8) {
+            const __m128i eight = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(source + i));
+            store256(destination + i, _mm256_cvtepu8_epi32(eight));
+        }
+    }
+    return at;
+}
+
+QZSTRING_TARGET Progress decodeBlocks(const char* source, std::size_t length, wchar_t* destination,
+                                      std::size_t capacity) {
+    std::size_t at = 0;
+    std::size_t written = 0;
+    bool afterAscii = true;
+    while (at < length) {
+        const std::size_t rest = length - at;
+        const std::size_t room = capacity - written;
+        if (rest >= kBlock && (afterAscii || !utf8::endsInside(source, source + at))) {
+            const std::size_t run = storeAsciiRun(source + at, rest, destination + written, room);
+            at += run;
+            written += run;
+            afterAscii = afterAscii || run != 0;
+            if (run != 0)
+                continue;
+        }
+        // At least a character of every four bytes: 32 more fill what a whole block may write too much.
+        const bool muchFollows = rest >= 2 * kBlock;
+        std::size_t count = kRefused;
+        if (at >= 3 && rest > kBlock) {
+            count = decodeBlock(loadAround(source + at), starts(load256(source + at + 1)),
+                                destination + written, room, muchFollows);
+        } else if (rest > kBlock || !utf8::endsInside(source, source + length)) {
+            const Part part(source, at, length);
+            count = decodeBlock(loadAround(part.block()), starts(load256(part.block() + 1)) & part.valid(),
+                                destination + written, room, muchFollows);
+        }
+        if (count == kRefused)
+            break;
+        at += rest < kBlock ? rest : kBlock;
+        written += count;
+        afterAscii = false;
+    }
+    _mm256_zeroupper();
+    return at == length ? Progress{at, written} : utf8::wholeCharacters(source, {at, written}, afterAscii);
+}
+
+// The same without the stores. Four blocks in a row are checked at once.
+QZSTRING_TARGET Progress measureDecoded(const char* source, std::size_t length) {
+    std::size_t at = 0;
+    std::size_t characters = 0;
+    while (at < length) {
+        const std::size_t rest = length - at;
+        __m256i faults = _mm256_setzero_si256();
+        std::size_t count = rest < kBlock ? rest : kBlock;
+        std::size_t begun = 0;
+        if (at >= 3 && rest >= kBlock) {
+            count = rest >= 4 * kBlock ? 4 * kBlock : kBlock;
+            if (count > kBlock && !utf8::endsInside(source, source + at)) {
+                const __m256i all = _mm256_or_si256(
+                    _mm256_or_si256(load256(source + at), load256(source + at + kBlock)),
+                    _mm256_or_si256(load256(source + at + 2 * kBlock), load256(source + at + 3 * kBlock)));
+                if (topBits(all) == 0) {
+                    at += count;
+                    characters += count;
+                    continue;
+                }
+            }
+            for (std::size_t i = at; i < at + count; i += kBlock) {
+                const Bytes bytes = loadAround(source + i);
+                faults = _mm256_or_si256(faults, faultsOf(bytes));
+                begun += static_cast<std::size_t>(_mm_popcnt_u32(starts(bytes.at)));
+            }
+        } else {
+            const Part part(source, at, length);
+            const Bytes bytes = loadAround(part.block());
+            faults = faultsOf(bytes);
+            begun = static_cast<std::size_t>(_mm_popcnt_u32(starts(bytes.at) & part.valid()));
+        }
+        if (anyFault(faults))
+            break;
+        at += count;
+        characters += begun;
+    }
+    if (at != 0 && utf8::endsInside(source, source + at)) {
+        // Characters were counted by their lead bytes: not so the one that goes on past this place.
+        at = static_cast<std::size_t>(utf8::lastCharacter(source + at) - source);
+        --characters;
+    }
+    _mm256_zeroupper();
+    return {at, characters};
+}
+
+// ---- Encoding ----
+
+constexpr std::array<Shuffle, 256> makePackings() {
+    std::array<Shuffle, 256> packings{};
+    for (std::size_t lengths = 0; lengths < 256; ++lengths) {
+        std::size_t to = 0;
+        for (std::size_t lane = 0; lane < 4; ++lane) {
+            const std::size_t more = lengths >> 2 * lane & 3;
+            for (std::size_t byte = 3 - more; byte < 4; ++byte)
+                packings[lengths][to++] = static_cast<unsigned char>(4 * lane + byte);
+        }
+    }
+    return packings;
+}
+// By the number of bytes beyond the first of four lanes, two bits each: moves the bytes in use to the front.
+constexpr std::array<Shuffle, 256> kPackings = makePackings();
+// Four bits, each in two.
+constexpr unsigned char kApart[16] = {0x00, 0x01, 0x04, 0x05, 0x10, 0x11, 0x14, 0x15,
+                                      0x40, 0x41, 0x44, 0x45, 0x50, 0x51, 0x54, 0x55};
+
+QZSTRING_KERNEL __m256i lanesOf(unsigned value) {
+    return _mm256_set1_epi32(static_cast<int>(value));
+}
+
+QZSTRING_KERNEL unsigned laneBits(__m256i lanes) {
+    return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lanes)));
+}
+
+// Lanes above a limit; signed, which is right for everything that is not a fault.
+QZSTRING_KERNEL __m256i above(__m256i characters, int limit) {
+    return _mm256_cmpgt_epi32(characters, _mm256_set1_epi32(limit));
+}
+
+// Not zero in lanes that hold a surrogate or what is above U+10FFFF.
+QZSTRING_KERNEL __m256i illFormed(__m256i characters) {
+    const __m256i tooLarge = _mm256_xor_si256(_mm256_min_epu32(characters, lanesOf(0x10FFFF)), characters);
+    const __m256i surrogate =
+        _mm256_cmpeq_epi32(_mm256_and_si256(characters, lanesOf(0xFFFFF800)), lanesOf(0xD800));
+    return _mm256_or_si256(tooLarge, surrogate);
+}
+
+QZSTRING_KERNEL bool isAscii(__m256i characters) {
+    return _mm256_testz_si256(characters, lanesOf(0xFFFFFF80)) != 0;
+}
+
+QZSTRING_TARGET Progress encodeBlocks(const wchar_t* source, std::size_t length, char* destination,
+                                      std::size_t capacity) {
+    std::size_t at = 0;
+    std::size_t written = 0;
+    // What is left after a block of 8 fills at least the 16 bytes that its second half may write too much.
+    while (length - at >= 8 + 16 && capacity - written >= 8 * 4 + 16) {
+        const __m256i a = load256(source + at);
+        if (isAscii(a) && length - at >= 32) {
+            const __m256i b = load256(source + at + 8);
+            const __m256i c = load256(source + at + 16);
+            const __m256i d = load256(source + at + 24);
+            if (isAscii(_mm256_or_si256(b, _mm256_or_si256(c, d)))) {
+                const __m256i packed =
+                    _mm256_packus_epi16(_mm256_packus_epi32(a, b), _mm256_packus_epi32(c, d));
+                const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+                store256(destination + written, _mm256_permutevar8x32_epi32(packed, order));
+                at += 32;
+                written += 32;
+                continue;
+            }
+        }
+        const __m256i faults = illFormed(a);
+        if (_mm256_testz_si256(faults, faults) == 0)
+            break;
+        const __m256i two = above(a, 0x7F);
+        const __m256i three = above(a, 0x7FF);
+        const __m256i four = above(a, 0xFFFF);
+        const __m256i fields =
+            _mm256_or_si256(_mm256_or_si256(_mm256_and_si256(_mm256_slli_epi32(a, 24), lanesOf(0x3F000000)),
+                                            _mm256_and_si256(_mm256_slli_epi32(a, 10), lanesOf(0x003F0000))),
+                            _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(a, 4), lanesOf(0x00003F00)),
+                                            _mm256_srli_epi32(a, 18)));
+        const __m256i tags =
+            _mm256_xor_si256(_mm256_and_si256(two, lanesOf(0x80C00000)),
+                             _mm256_xor_si256(_mm256_and_si256(three, lanesOf(0x80C00000 ^ 0x8080E000)),
+                                              _mm256_and_si256(four, lanesOf(0x8080E000 ^ 0x808080F0))));
+        const __m256i bytes =
+            _mm256_blendv_epi8(_mm256_slli_epi32(a, 24), _mm256_or_si256(fields, tags), two);
+        const unsigned twos = laneBits(two);
+        const unsigned threes = laneBits(three);
+        const unsigned fours = laneBits(four);
+        for (int half = 0; half < 2; ++half) {
+            const unsigned x = twos >> 4 * half & 15;
+            const unsigned y = threes >> 4 * half & 15;
+            const unsigned z = fours >> 4 * half & 15;
+            const auto& packing = kPackings[static_cast<std::size_t>(kApart[x] + kApart[y] + kApart[z])];
+            const __m128i lanes =
+                half == 0 ? _mm256_castsi256_si128(bytes) : _mm256_extracti128_si256(bytes, 1);
+            const __m128i packed =
+                _mm_shuffle_epi8(lanes, _mm_loadu_si128(reinterpret_cast<const __m128i*>(packing.data())));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(destination + written), packed);
+            written += 4 + static_cast<std::size_t>(_mm_popcnt_u32(x | y << 4 | z << 8));
+        }
+        at += 8;
+    }
+    _mm256_zeroupper();
+    return {at, written};
+}
+
+QZSTRING_TARGET Progress measureEncoded(const wchar_t* source, std::size_t length) {
+    std::size_t at = 0;
+    std::size_t bytes = 0;
+    for (; length - at >= 8; at += 8) {
+        const __m256i characters = load256(source + at);
+        const __m256i faults = illFormed(characters);
+        if (_mm256_testz_si256(faults, faults) == 0)
+            break;
+        const unsigned more = laneBits(above(characters, 0x7F)) | laneBits(above(characters, 0x7FF)) << 8 |
+                              laneBits(above(characters, 0xFFFF)) << 16;
+        bytes += 8 + static_cast<std::size_t>(_mm_popcnt_u32(more));
+    }
+    _mm256_zeroupper();
+    return {at, bytes};
+}
+
+}  // namespace
+
+// Each goes on in portable code where the blocks end: at the end of the text, of the room, or before a fault.
+
+Progress decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity) {
+    const Progress blocks = decodeBlocks(source, length, destination, capacity);
+    if (blocks.read == length)
+        return blocks;
+    const Progress rest = utf8::decode(source + blocks.read, length - blocks.read,
+                                       destination + blocks.written, capacity - blocks.written);
+    return {blocks.read + rest.read, blocks.written + rest.written};
+}
+
+Progress decodedLength(const char* source, std::size_t length) {
+    const Progress blocks = measureDecoded(source, length);
+    if (blocks.read == length)
+        return blocks;
+    const Progress rest = utf8::decodedLength<wchar_t>(source + blocks.read, length - blocks.read);
+    return {blocks.read + rest.read, blocks.written + rest.written};
+}
+
+Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity) {
+    const Progress blocks = encodeBlocks(source, length, destination, capacity);
+    const Progress rest = utf8::encode(source + blocks.read, length - blocks.read,
+                                       destination + blocks.written, capacity - blocks.written);
+    return {blocks.read + rest.read, blocks.written + rest.written};
+}
+
+Progress encodedLength(const wchar_t* source, std::size_t length) {
+    const Progress blocks = measureEncoded(source, length);
+    const Progress rest = utf8::encodedLength(source + blocks.read, length - blocks.read);
+    return {blocks.read + rest.read, blocks.written + rest.written};
+}
+
+}  // namespace qzString::kernels::avx2
+
+#endif
