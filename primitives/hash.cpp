@@ -17,7 +17,7 @@ using qzString::hashing::kSecret;
 using qzString::hashing::read64;
 
 // Above this many bytes the vector lanes have caught up (docs/performance.md).
-constexpr std::size_t kLongestShort = 512;
+constexpr std::size_t kLongestMiddle = 512;
 
 struct Product {
     std::uint64_t low;
@@ -54,22 +54,44 @@ std::uint64_t read32(const unsigned char* at) {
     return value;
 }
 
-std::uint64_t finishShort(std::uint64_t a, std::uint64_t b, std::uint64_t seed, std::size_t rest) {
+std::uint64_t finishRapid(std::uint64_t a, std::uint64_t b, std::uint64_t seed, std::size_t rest) {
     const Product product = multiply(a ^ kRapid[1], b ^ seed);
     return fold(product.low ^ kRapid[7], product.high ^ kRapid[1] ^ rest);
 }
 
+// Up to 16 bytes.
+std::uint64_t hashTiny(const unsigned char* p, std::size_t length) {
+    if (length >= 8)
+        return finishRapid(read64(p), read64(p + length - 8), kRapidSeed ^ length, length);
+    if (length >= 4)
+        return finishRapid(read32(p), read32(p + length - 4), kRapidSeed ^ length, length);
+    if (length > 0)
+        return finishRapid(std::uint64_t{p[0]} << 45 | p[length - 1], p[length >> 1], kRapidSeed, length);
+    return finishRapid(0, 0, kRapidSeed, 0);
+}
+
+std::uint64_t avalanche(std::uint64_t hash) {
+    hash ^= hash >> 37;
+    hash *= 0x165667919E3779F9;
+    return hash ^ (hash >> 32);
+}
+
+// 17 to 128 bytes: pairs of 16 bytes from both ends inwards, which may overlap in the middle.
 std::uint64_t hashShort(const unsigned char* p, std::size_t length) {
+    const auto mix = [](const unsigned char* bytes, std::size_t secret) {
+        return fold(read64(bytes) ^ read64(kSecret + secret),
+                    read64(bytes + 8) ^ read64(kSecret + secret + 8));
+    };
+    const unsigned char* const end = p + length;
+    std::uint64_t hash = length * kPrime64[0];
+    for (std::size_t i = 0; i < (length + 31) / 32; ++i)
+        hash += mix(p + 16 * i, 32 * i) + mix(end - 16 * (i + 1), 32 * i + 16);
+    return avalanche(hash);
+}
+
+// 129 to 512 bytes.
+std::uint64_t hashMiddle(const unsigned char* p, std::size_t length) {
     std::uint64_t seed = kRapidSeed;
-    if (length <= 16) {
-        if (length >= 8)
-            return finishShort(read64(p), read64(p + length - 8), seed ^ length, length);
-        if (length >= 4)
-            return finishShort(read32(p), read32(p + length - 4), seed ^ length, length);
-        if (length > 0)
-            return finishShort(std::uint64_t{p[0]} << 45 | p[length - 1], p[length >> 1], seed, length);
-        return finishShort(0, 0, seed, 0);
-    }
 
     // Seven chains side by side, 16 bytes each, while more than that is left.
     std::size_t rest = length;
@@ -106,7 +128,7 @@ std::uint64_t hashShort(const unsigned char* p, std::size_t length) {
         if (rest > 96)
             seed = fold(read64(p + 80) ^ kRapid[1], read64(p + 88) ^ seed);
     }
-    return finishShort(read64(p + rest - 16) ^ rest, read64(p + rest - 8), seed, rest);
+    return finishRapid(read64(p + rest - 16) ^ rest, read64(p + rest - 8), seed, rest);
 }
 
 std::uint64_t hashLong(const unsigned char* input, std::size_t length) {
@@ -117,13 +139,15 @@ std::uint64_t hashLong(const unsigned char* input, std::size_t length) {
     const unsigned char* const secret = kSecret + qzString::hashing::kMergeSecret;
     for (std::size_t i = 0; i < 8; i += 2)
         hash += fold(lanes[i] ^ read64(secret + 8 * i), lanes[i + 1] ^ read64(secret + 8 * i + 8));
-    hash ^= hash >> 37;
-    hash *= 0x165667919E3779F9;
-    return hash ^ (hash >> 32);
+    return avalanche(hash);
 }
 
 std::uint64_t hashBytes(const unsigned char* bytes, std::size_t length) {
-    return length <= kLongestShort ? hashShort(bytes, length) : hashLong(bytes, length);
+    if (length <= 16)
+        return hashTiny(bytes, length);
+    if (length <= 128)
+        return hashShort(bytes, length);
+    return length <= kLongestMiddle ? hashMiddle(bytes, length) : hashLong(bytes, length);
 }
 
 }  // namespace

@@ -37,6 +37,11 @@ QZSTRING_KERNEL bool anyBits(__m512i vector, int bits) {
 QZSTRING_TARGET bool isAsciiBytes(const char* text, std::size_t length, int bits) {
     std::size_t at = 0;
     bool ascii = true;
+    if (length >= 1024) {
+        // To the beginning of a cache line, which loads then never cross.
+        ascii = !anyBits(_mm512_loadu_si512(text), bits);
+        at = (0 - reinterpret_cast<std::uintptr_t>(text)) % 64 / sizeof(wchar_t) * sizeof(wchar_t);
+    }
     for (; ascii && length - at >= 256; at += 256) {
         const __m512i two =
             _mm512_or_si512(_mm512_loadu_si512(text + at), _mm512_loadu_si512(text + at + 64));
@@ -98,11 +103,10 @@ QZSTRING_KERNEL __mmask16 lanesToLookUp(__m512i characters) {
 template <class Case>
 QZSTRING_KERNEL __m512i mapLanes(__m512i characters) {
     const __m512i mapped = mapAsciiLanes<Case>(characters);
-    const __mmask16 beyond = lanesToLookUp(characters);
-    if (beyond == 0)
+    const __mmask16 inTable = _mm512_mask_cmplt_epu32_mask(lanesToLookUp(characters), characters,
+                                                           _mm512_set1_epi32(static_cast<int>(Case::kLimit)));
+    if (inTable == 0)
         return mapped;
-    const __mmask16 inTable =
-        _mm512_mask_cmplt_epu32_mask(beyond, characters, _mm512_set1_epi32(static_cast<int>(Case::kLimit)));
     const __m512i none = _mm512_setzero_si512();
     const __m512i offsets = _mm512_and_si512(
         _mm512_mask_i32gather_epi32(none, inTable, _mm512_srli_epi32(characters, tables::kBlockBits),

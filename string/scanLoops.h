@@ -25,6 +25,15 @@ QZSTRING_TARGET inline std::size_t next(const typename Vector::Element* text, st
     const auto wantedA = Vector::splat(a);
     const auto wantedB = Vector::splat(b);
     std::size_t at = from;
+    if (end - at >= 16 * kLanes) {
+        // After one block, to the beginning of a cache line, which the loads for the rarer element then never
+        // cross.
+        const std::uint64_t both =
+            Vector::equal(text + at + first, wantedA) & Vector::equal(text + at + second, wantedB);
+        if (both != 0)
+            return at + static_cast<std::size_t>(__builtin_ctzll(both));
+        at += kLanes - reinterpret_cast<std::uintptr_t>(text + at + first) / sizeof(*text) % kLanes;
+    }
     while (end - at >= kLanes) {
         if (end - at >= 4 * kLanes && Vector::noneOfFour(text + at + first, wantedA)) {
             at += 4 * kLanes;
@@ -55,6 +64,14 @@ QZSTRING_TARGET inline std::size_t last(const typename Vector::Element* text, st
     constexpr std::size_t kLanes = Vector::kLanes;
     const auto wantedA = Vector::splat(a);
     const auto wantedB = Vector::splat(b);
+    if (end - from >= 16 * kLanes) {
+        const std::size_t at = end - kLanes;
+        const std::uint64_t both =
+            Vector::equal(text + at + first, wantedA) & Vector::equal(text + at + second, wantedB);
+        if (both != 0)
+            return at + 63 - static_cast<std::size_t>(__builtin_clzll(both));
+        end -= reinterpret_cast<std::uintptr_t>(text + end + first) / sizeof(*text) % kLanes;
+    }
     while (end - from >= kLanes) {
         if (end - from >= 4 * kLanes && Vector::noneOfFour(text + end - 4 * kLanes + first, wantedA)) {
             end -= 4 * kLanes;
