@@ -245,18 +245,26 @@ QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, std::uint64_t high, 
     return count;
 }
 
-// The same for the first or last block of a text, `most` bytes long: its lanes outside the text are masked
-// out.
-QZSTRING_KERNEL std::size_t decodePart(const char* source, std::size_t at, std::size_t length,
-                                       wchar_t* destination, std::size_t room) {
-    const std::size_t rest = length - at;
-    const std::uint64_t valid = lowBits(rest);
+// The same for `most` bytes at the beginning or the end of a text: lanes outside them are masked out.
+QZSTRING_KERNEL std::size_t decodePart(const char* source, std::size_t at, std::size_t most,
+                                       std::size_t length, wchar_t* destination, std::size_t room) {
+    const bool isLast = most == length - at;
+    const std::uint64_t valid = lowBits(most);
     const Bytes bytes = loadPart(source + at, valid, at == 0);
-    const std::uint64_t next = rest > kBlock ? ~std::uint64_t{0} : valid >> 1;
+    const std::uint64_t next = isLast ? valid >> 1 : valid;
     const std::uint64_t ends = ~continuations(_mm512_maskz_loadu_epi8(next, source + at + 1)) & valid;
-    if (rest <= kBlock && utf8::endsInside(source, source + length))
+    if (isLast && utf8::endsInside(source, source + length))
         return kRefused;
-    return decodeBlock(bytes, _mm512_movepi8_mask(bytes.at), ends, destination, room, rest >= 5 * kBlock);
+    return decodeBlock(bytes, _mm512_movepi8_mask(bytes.at), ends, destination, room,
+                       length - at >= 5 * kBlock);
+}
+
+// How many bytes to take first, so that the blocks after them begin with a cache line: loads across two cost
+// twice.
+QZSTRING_KERNEL std::size_t firstPart(const char* source, std::size_t length) {
+    if (length < 4 * kBlock)
+        return length < kBlock ? length : kBlock;
+    return kBlock - reinterpret_cast<std::uintptr_t>(source) % kBlock;
 }
 
 // Decodes blocks as long as they are well-formed and fit; more than one.
@@ -268,6 +276,7 @@ QZSTRING_TARGET __attribute__((noinline)) Progress decodeLong(const char* source
     while (at < length) {
         const std::size_t rest = length - at;
         const std::size_t room = capacity - written;
+        std::size_t taken = rest < kBlock ? rest : kBlock;
         std::size_t count = 0;
         if (at != 0 && rest > kBlock) {
             const Bytes bytes = loadWhole(source + at);
@@ -291,11 +300,12 @@ QZSTRING_TARGET __attribute__((noinline)) Progress decodeLong(const char* source
                 written += run;
                 continue;
             }
-            count = decodePart(source, at, length, destination + written, room);
+            taken = at == 0 ? firstPart(source, length) : taken;
+            count = decodePart(source, at, taken, length, destination + written, room);
         }
         if (count == kRefused)
             break;
-        at += rest < kBlock ? rest : kBlock;
+        at += taken;
         written += count;
         afterAscii = false;
     }
@@ -309,7 +319,7 @@ QZSTRING_TARGET __attribute__((noinline)) Progress measureLong(const char* sourc
     std::size_t characters = 0;
     while (at < length) {
         const std::size_t rest = length - at;
-        if (rest >= 4 * kBlock) {
+        if (at != 0 && rest >= 4 * kBlock) {
             const std::size_t run = utf8::endsInside(source, source + at) ? 0 : asciiSteps(source + at, rest);
             if (run != 0) {
                 at += run;
@@ -332,8 +342,8 @@ QZSTRING_TARGET __attribute__((noinline)) Progress measureLong(const char* sourc
             characters += count - continued;
             continue;
         }
-        const std::size_t most = rest < kBlock ? rest : kBlock;
-        const Bytes bytes = loadPart(source + at, lowBits(rest), at == 0);
+        const std::size_t most = at == 0 ? firstPart(source, length) : rest;
+        const Bytes bytes = loadPart(source + at, lowBits(most), at == 0);
         if (anyFault(faultsOf(bytes)))
             break;
         at += most;
@@ -624,7 +634,7 @@ QZSTRING_TARGET Progress decode(const char* source, std::size_t length, wchar_t*
         const __m512i block = _mm512_maskz_loadu_epi8(lowBits(length), source);
         std::size_t written = kRefused;
         if (_mm512_movepi8_mask(block) != 0) {
-            written = decodePart(source, 0, length, destination, capacity);
+            written = decodePart(source, 0, length, length, destination, capacity);
         } else if (length <= capacity) {
             storeAscii(source, length, destination);
             written = length;
