@@ -21,11 +21,15 @@ KernelRange allKernels() {
 
 // Threads that choose at the same time choose alike, so that a relaxed store is enough.
 const Kernels& chooseKernels() {
-    const Kernels* const* row = kBestFirst;
-    while (!(*row)->usable())
-        ++row;
-    chosenKernels.store(*row, std::memory_order_relaxed);
-    return **row;
+    const Kernels* best = &kPortable;
+    for (const Kernels* row : kBestFirst) {
+        if (row->usable()) {
+            best = row;
+            break;
+        }
+    }
+    chosenKernels.store(best, std::memory_order_relaxed);
+    return *best;
 }
 
 void useKernels(const Kernels* pinned) {

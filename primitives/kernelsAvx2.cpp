@@ -42,7 +42,7 @@ struct Lanes {
     __m256i half[2];
 
     QZSTRING_KERNEL void add(const unsigned char* stripe, const unsigned char* secret) {
-        for (int i = 0; i < 2; ++i) {
+        for (std::size_t i = 0; i < 2; ++i) {
             const __m256i words = load256(stripe + 32 * i);
             const __m256i keyed = _mm256_xor_si256(words, load256(secret + 32 * i));
             const __m256i product = _mm256_mul_epu32(keyed, _mm256_srli_epi64(keyed, 32));
@@ -52,7 +52,7 @@ struct Lanes {
     }
     QZSTRING_KERNEL void scramble(const unsigned char* secret) {
         const __m256i prime = _mm256_set1_epi32(static_cast<int>(hashing::kPrime32[0]));
-        for (int i = 0; i < 2; ++i) {
+        for (std::size_t i = 0; i < 2; ++i) {
             const __m256i mixed = _mm256_xor_si256(_mm256_xor_si256(half[i], _mm256_srli_epi64(half[i], 47)),
                                                    load256(secret + 32 * i));
             // A 64-bit product from two of 32 bits.

@@ -486,10 +486,6 @@ struct Destination {
     }
 };
 
-QZSTRING_KERNEL __m512i anyOf(__m512i a, __m512i b, __m512i c, __m512i d) {
-    return _mm512_or_si512(_mm512_ternarylogic_epi32(a, b, c, 0xFE), d);
-}
-
 // 64 characters, or the last of a text: lanes past its end are zero, and not `valid`.
 struct Characters {
     __m512i a, b, c, d;

@@ -68,11 +68,15 @@ const Scanner* const kBestFirst[] = {
 std::atomic<const Scanner*> chosenScanner{nullptr};
 
 const Scanner& choose() {
-    const Scanner* const* row = kBestFirst;
-    while (!(*row)->usable())
-        ++row;
-    chosenScanner.store(*row, std::memory_order_relaxed);
-    return **row;
+    const Scanner* best = &kPortableScanner;
+    for (const Scanner* row : kBestFirst) {
+        if (row->usable()) {
+            best = row;
+            break;
+        }
+    }
+    chosenScanner.store(best, std::memory_order_relaxed);
+    return *best;
 }
 
 const Scanner& active() {

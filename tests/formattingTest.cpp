@@ -93,7 +93,7 @@ TYPED_TEST(Formatting, FormatsAnyLength) {
 TYPED_TEST(Formatting, LeavesTheStringWhereNothingIsFormatted) {
     using C = Char<TypeParam>;
     TypeParam s = make<TypeParam>("old");
-    EXPECT_EQ(s.format(Literal<C>("")), kNone);
+    EXPECT_EQ(s.format(Literal<C>(""), 0), kNone);
     EXPECT_EQ(s.format(Literal<C>("%s"), ""), kNone);
     EXPECT_EQ(s.format(0, Literal<C>("%s"), ""), kNone);
     EXPECT_EQ(s.format(static_cast<const C*>(nullptr)), kNone);
@@ -117,7 +117,7 @@ TYPED_TEST(Formatting, TakesItsOwnTextAsFormat) {
 TYPED_TEST(Formatting, GivesUpOnWhatCanNeverSucceed) {
     using C = Char<TypeParam>;
     TypeParam s = make<TypeParam>("old");
-    EXPECT_EQ(s.format(Literal<C>("unfinished %")), kNone);
+    EXPECT_EQ(s.format(Literal<C>("unfinished %"), 0), kNone);
     std::setlocale(LC_ALL, "C");
     if constexpr (sizeof(C) == 1) {
         EXPECT_EQ(s.format("%ls", L"\x416"), kNone);

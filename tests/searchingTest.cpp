@@ -84,7 +84,7 @@ TYPED_TEST(Searching, FindsText) {
 TYPED_TEST(Searching, AgreesWithTheStandardString) {
     this->forEveryScanner([] {
         std::mt19937 random(7);
-        for (int round = 0; round < 3000; ++round) {
+        for (unsigned round = 0; round < 3000; ++round) {
             const auto letters = 1 + random() % 3;
             const auto draw = [&](std::size_t length) {
                 Std<TypeParam> text;
