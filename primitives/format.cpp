@@ -25,14 +25,15 @@ int failed(int error) {
 }
 
 // The length of the whole wide output, or what failed() says. vswprintf does not tell: it fails alike for
-// want of room and for good. A stream that grows in memory has room for anything.
-int wideLength(const wchar_t* format, va_list arguments) {
+// want of room and for good. A stream that grows in memory has room for anything. `entry` is errno as the
+// directive %m is to see it.
+int wideLength(const wchar_t* format, va_list arguments, int entry) {
     wchar_t* text = nullptr;
     std::size_t length = 0;
     std::FILE* const stream = open_wmemstream(&text, &length);
     if (stream == nullptr)
         return failed(ENOMEM);
-    errno = 0;
+    errno = entry;
     int written = std::vfwprintf(stream, format, arguments);
     int error = errno;
     if (std::fclose(stream) != 0 && written >= 0) {
@@ -43,38 +44,47 @@ int wideLength(const wchar_t* format, va_list arguments) {
     return written >= 0 ? written : failed(error);
 }
 
+// No output is longer than INT_MAX, and some platforms refuse a larger size.
+std::size_t usableSize(unsigned int size) {
+    return size > INT_MAX ? INT_MAX : size;
+}
+
 }  // namespace
+
+// Output that is formatted, or does not fit, leaves errno as it was.
 
 int KT_vsnprintf(char* buffer, unsigned int size, const char* format, va_list arguments) {
     if (format == nullptr)
         return kNever;
-    // No output is longer than INT_MAX, and some platforms refuse a larger size.
-    const std::size_t usable = size > INT_MAX ? INT_MAX : size;
-    errno = 0;
+    const int entry = errno;
+    const std::size_t usable = usableSize(size);
     const int length = std::vsnprintf(buffer, usable, format, arguments);
     if (length < 0)
         return failed(errno);
+    errno = entry;
     return static_cast<std::size_t>(length) < usable ? length : doesNotFit(length);
 }
 
 int KT_vswprintf(wchar_t* buffer, unsigned int size, const wchar_t* format, va_list arguments) {
     if (format == nullptr)
         return kNever;
-    const std::size_t usable = size > INT_MAX ? INT_MAX : size;
+    const int entry = errno;
+    const std::size_t usable = usableSize(size);
     int error = 0;
     if (usable > 0) {
         va_list first;
         va_copy(first, arguments);
-        errno = 0;
         const int length = std::vswprintf(buffer, usable, format, first);
         error = errno;
+        errno = entry;
         va_end(first);
         if (length >= 0 && static_cast<std::size_t>(length) < usable)
             return length;
     }
-    const int length = wideLength(format, arguments);
+    const int length = wideLength(format, arguments, entry);
     if (length < 0)
         return length;
+    errno = entry;
     // Output that would have fitted failed for another reason.
     return static_cast<std::size_t>(length) < usable ? failed(error) : doesNotFit(length);
 }

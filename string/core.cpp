@@ -126,6 +126,8 @@ IString& IString::assign(const IString& other) {
 }
 
 IString& IString::assign(const wchar_t* s) {
+    if (s == nullptr && wideText.empty())
+        return *this;
     assignTerminated(wideText, s);
     return changed();
 }

@@ -1,5 +1,6 @@
 #include "string/doFormat.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <memory>
@@ -26,12 +27,14 @@ std::uint64_t nextSize(std::uint64_t size, std::uint64_t needed) {
 template <class Char, class Formatter>
 bool grow(std::basic_string<Char>& target, const Char* format, va_list arguments, unsigned int sizeHint,
           Formatter formatter) {
+    const int entry = errno;  // for the directive %m
     std::uint64_t size = sizeHint;
     for (;;) {
         const std::unique_ptr<Char[]> buffer(new Char[size]);
         va_list attempt;
         va_copy(attempt, arguments);
         const EndsList ends(attempt);
+        errno = entry;
         const int length = formatter(buffer.get(), static_cast<unsigned int>(size), format, attempt);
         if (length > 0)
             target.assign(buffer.get());

@@ -365,7 +365,14 @@ TEST_F(Cache, CopiesTheForm) {
     EXPECT_EQ(takeCalls(), 4U);
     std::free(copy);
 
-    converters().conversionSucceeds = true;
+    converters().querySucceeds = false;
+    copy = failing.copyAsMultibyte(kMultibyte, &(ok = true));
+    EXPECT_FALSE(ok);
+    EXPECT_STREQ(copy, "");
+    EXPECT_EQ(takeCalls(), 2U);
+    std::free(copy);
+
+    SetUp();
     const IString unlucky = cached(kUTF8);
     Allocations::failAt(1);
     EXPECT_EQ(unlucky.copyAsMultibyte(kUTF8), nullptr);
@@ -556,6 +563,60 @@ TEST_F(Cache, FollowsEveryOperation) {
     takeCalls();
     empty.asUTF8();
     EXPECT_EQ(takeCalls(), 0U);
+}
+
+// What stays in an invalid cache shows through a conversion that writes nothing: it is left in place by every
+// change of the text, and emptied by assigning multibyte text.
+TEST_F(Cache, KeepsOrDropsItsBytes) {
+    const struct {
+        const char* name;
+        std::function<void(IString&)> operation;
+        const char* left;
+    } cases[] = {
+        {"append", [](IString& s) { s.append(L'd'); }, "abc"},
+        {"assign wide", [](IString& s) { s.assign(L"new"); }, "abc"},
+        {"convertFromMultibyte", [](IString& s) { s.convertFromMultibyte("xy", kUTF8); }, "abc"},
+        {"convertFromMultibyte, empty",
+         [](IString& s) {
+             s.convertFromMultibyte("", kUTF8);
+             s.append(L'd');
+         },
+         "abc"},
+        {"assign", [](IString& s) { s.assign("xy", kUTF8); }, ""},
+        {"assign CString", [](IString& s) { s.assign(CString("xy"), kMultibyte); }, ""},
+        {"assign null", [](IString& s) { s.assign(static_cast<const char*>(nullptr), kUTF8).append(L'd'); },
+         ""},
+        {"assign what fails",
+         [](IString& s) {
+             Converters::now().querySucceeds = false;
+             s.assign("xy", kUTF8).append(L'd');
+             Converters::now().querySucceeds = true;
+         },
+         ""},
+        {"swap",
+         [](IString& s) {
+             IString other(L"xyz");
+             other.asUTF8();
+             swap(s, other);
+         },
+         "abc"},
+    };
+    for (const auto& c : cases) {
+        SetUp();
+        IString s = cached(kUTF8);
+        c.operation(s);
+        converters().conversionWrites = false;
+        EXPECT_STREQ(s.asUTF8(), c.left) << c.name;
+    }
+}
+
+TEST_F(Cache, SwapsTextsAndInvalidatesBoth) {
+    IString a = cached(kUTF8);
+    IString b(L"xyz");
+    b.asUTF8();
+    swap(a, b);
+    EXPECT_STREQ(a.asUTF8(), "xyz");
+    EXPECT_STREQ(b.asUTF8(), "abc");
 }
 
 TEST_F(Cache, TravelsWithCopies) {

@@ -1,4 +1,5 @@
 // Formatting of both classes.
+#include <cerrno>
 #include <clocale>
 #include <cstdarg>
 
@@ -125,6 +126,18 @@ TYPED_TEST(Formatting, GivesUpOnWhatCanNeverSucceed) {
         EXPECT_EQ(s.format(L"%s", "\xFF\xFE"), kNone);
     }
     EXPECT_EQ(value(s), wide<TypeParam>("old"));
+}
+
+// The directive %m sees the caller's errno at every attempt, and formatting leaves it alone.
+TYPED_TEST(Formatting, KeepsErrno) {
+    const auto expected = wide<TypeParam>(std::strerror(ENOENT));
+    for (const unsigned int hint : {0U, 1U, 256U}) {
+        TypeParam s;
+        errno = ENOENT;
+        EXPECT_EQ(s.format(hint, Literal<Char<TypeParam>>("%m%.0s"), ""), expected.size());
+        EXPECT_EQ(errno, ENOENT);
+        EXPECT_EQ(value(s), expected);
+    }
 }
 
 TEST(Formatting, DecodesNarrowOutputIntoWideText) {
