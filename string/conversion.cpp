@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "string/IString.h"
 #include "string/scratch.h"
@@ -37,6 +38,31 @@ unsigned int fromWide(Encoding encoding, const wchar_t* source, unsigned int len
                              : WCStoMBS(source, length, destination, capacity, ok);
 }
 
+// Makes `target` what `convert` writes into the room that it is given, of `needed` elements and one more;
+// where it writes nothing, or memory runs out, `target` stays as it was. Where the target has to grow, its
+// new storage is that room; else it is scratch memory, of which up to `onStack` elements are taken from the
+// stack.
+template <class Char, class Convert>
+bool replaceByConverted(std::basic_string<Char>& target, unsigned int needed, std::size_t onStack,
+                        Convert convert) {
+    const std::size_t room = std::size_t{needed} + 1;
+    if (target.capacity() < needed) {
+        std::basic_string<Char> fresh(room, Char{0});
+        const unsigned int written = convert(fresh.data(), static_cast<unsigned int>(room));
+        if (written == 0)
+            return false;
+        fresh.resize(written);
+        target.swap(fresh);
+        return true;
+    }
+    const Scratch<Char> scratch(QZSTRING_STACK_SCRATCH(room * sizeof(Char), onStack * sizeof(Char)), room);
+    const unsigned int written = convert(scratch.get(), static_cast<unsigned int>(room));
+    if (written == 0)
+        return false;
+    target.assign(scratch.get(), written);
+    return true;
+}
+
 }  // namespace
 
 // ---- Decoding ----
@@ -51,20 +77,10 @@ bool IString::decode(const char* s, std::size_t length, Encoding encoding, bool*
     const unsigned int needed = toWide(encoding, s, sourceLength, nullptr, 0, nullptr);
     if (needed == 0)
         return false;
-    const std::size_t room = std::size_t{needed} + 1;
-    const Scratch<wchar_t> scratch(
-        QZSTRING_STACK_SCRATCH(room * sizeof(wchar_t), kWideOnStack * sizeof(wchar_t)), room);
-    const unsigned int written =
-        toWide(encoding, s, sourceLength, scratch.get(), static_cast<unsigned int>(room), ok);
-    if (written == 0)
-        return false;
-    try {
-        wideText.assign(scratch.get(), written);
-    } catch (...) {
-        report(ok, false);
-        throw;
-    }
-    return true;
+    return replaceByConverted(wideText, needed, kWideOnStack,
+                              [&](wchar_t* destination, unsigned int capacity) {
+                                  return toWide(encoding, s, sourceLength, destination, capacity, ok);
+                              });
 }
 
 void IString::convertFromMultibyte(const char* s, Encoding encoding, bool* ok) {
@@ -134,14 +150,12 @@ void IString::convertToMultibyte(Encoding encoding, bool* ok) const {
         cacheEncoding = kNoEncoding;
         return;
     }
-    const std::size_t room = std::size_t{needed} + 1;
-    const Scratch<char> scratch(QZSTRING_STACK_SCRATCH(room, kBytesOnStack), room);
     bool converted = false;
-    const unsigned int written = fromWide(encoding, wideText.data(), length(), scratch.get(),
-                                          static_cast<unsigned int>(room), &converted);
-    if (written == 0)
+    const auto convert = [&](char* destination, unsigned int capacity) {
+        return fromWide(encoding, wideText.data(), length(), destination, capacity, &converted);
+    };
+    if (!replaceByConverted(multibyteCache, needed, kBytesOnStack, convert))
         return;
-    multibyteCache.assign(scratch.get(), written);
     cacheEncoding = converted ? encoding : kNoEncoding;
     report(ok, converted);
 }

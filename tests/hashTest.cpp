@@ -56,8 +56,8 @@ TEST(Hash, HasTheValuesOfThePublishedFunctions) {
 }
 
 TEST(Hash, ReadsEveryElementOnce) {
-    for (const std::size_t length :
-         {1, 3, 4, 8, 15, 16, 17, 48, 112, 113, 128, 129, 240, 512, 513, 1024, 1100}) {
+    for (const int count : {1, 3, 4, 8, 15, 16, 17, 48, 112, 113, 128, 129, 240, 512, 513, 1024, 1100}) {
+        const auto length = static_cast<std::size_t>(count);
         std::set<std::uint64_t> seen;
         std::string text = pattern(length);
         seen.insert(hashOf(text));
