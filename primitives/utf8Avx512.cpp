@@ -35,6 +35,7 @@ namespace qzString::kernels::avx512 {
 namespace {
 
 constexpr std::size_t kBlock = 64;
+constexpr std::size_t kWorthAligning = 16 * kBlock;
 
 // ---- Decoding ----
 
@@ -197,7 +198,7 @@ QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length
                                           std::size_t room) {
     const std::size_t most = length < room ? length : room;
     std::size_t at = 0;
-    if (most >= 4 * kBlock && isAsciiBlock(source)) {
+    if (most >= kWorthAligning && isAsciiBlock(source)) {
         _mm512_storeu_si512(destination, widen(source));
         at = (0 - reinterpret_cast<std::uintptr_t>(destination) / sizeof(wchar_t)) % 16;
     }
@@ -262,8 +263,8 @@ QZSTRING_KERNEL std::size_t decodePart(const char* source, std::size_t at, std::
 // How many bytes to take first, so that the blocks after them begin with a cache line: loads across two cost
 // twice.
 QZSTRING_KERNEL std::size_t firstPart(const char* source, std::size_t length) {
-    if (length < 4 * kBlock)
-        return length < kBlock ? length : kBlock;
+    if (length < kWorthAligning)
+        return kBlock;
     return kBlock - reinterpret_cast<std::uintptr_t>(source) % kBlock;
 }
 
@@ -301,6 +302,13 @@ QZSTRING_TARGET __attribute__((noinline)) Progress decodeLong(const char* source
                 continue;
             }
             taken = at == 0 ? firstPart(source, length) : taken;
+            const __m512i part = _mm512_maskz_loadu_epi8(lowBits(taken), source + at);
+            if (afterAscii && taken <= room && _mm512_movepi8_mask(part) == 0) {
+                storeAscii(source + at, taken, destination + written);
+                at += taken;
+                written += taken;
+                continue;
+            }
             count = decodePart(source, at, taken, length, destination + written, room);
         }
         if (count == kRefused)
@@ -319,7 +327,7 @@ QZSTRING_TARGET __attribute__((noinline)) Progress measureLong(const char* sourc
     std::size_t characters = 0;
     while (at < length) {
         const std::size_t rest = length - at;
-        if (at != 0 && rest >= 4 * kBlock) {
+        if ((at != 0 || length < kWorthAligning) && rest >= 4 * kBlock) {
             const std::size_t run = utf8::endsInside(source, source + at) ? 0 : asciiSteps(source + at, rest);
             if (run != 0) {
                 at += run;
