@@ -83,9 +83,13 @@ std::uint64_t hashShort(const unsigned char* p, std::size_t length) {
                     read64(bytes + 8) ^ read64(kSecret + secret + 8));
     };
     const unsigned char* const end = p + length;
-    std::uint64_t hash = length * kPrime64[0];
-    for (std::size_t i = 0; i < (length + 31) / 32; ++i)
-        hash += mix(p + 16 * i, 32 * i) + mix(end - 16 * (i + 1), 32 * i + 16);
+    std::uint64_t hash = length * kPrime64[0] + mix(p, 0) + mix(end - 16, 16);
+    if (length > 32)
+        hash += mix(p + 16, 32) + mix(end - 32, 48);
+    if (length > 64)
+        hash += mix(p + 32, 64) + mix(end - 48, 80);
+    if (length > 96)
+        hash += mix(p + 48, 96) + mix(end - 64, 112);
     return avalanche(hash);
 }
 
