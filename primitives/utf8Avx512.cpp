@@ -71,6 +71,49 @@ constexpr long long copyBit(int from, int to, int count) {
     return static_cast<long long>(matrix);
 }
 
+// The constants of decoding. Where a loop keeps them in registers their origin is hidden from the compiler,
+// which would otherwise make them anew in every block, on the port that the shuffles need.
+template <bool kKept>
+struct Constants {
+    __m512i continuationEnd, topBit, third, fourth, fourLead;
+    __m512i firstHigh, firstLow, secondHigh;
+    __m512i highHalf, twoBitsUp, fourBitsDown, fourBitsUp, thirdMark;
+    __m512i spread[4];
+    __mmask64 lowBytes, middleBytes;
+
+    QZSTRING_KERNEL Constants()
+        : continuationEnd(kept(_mm512_set1_epi8(-64))),
+          topBit(kept(_mm512_set1_epi8(static_cast<char>(0x80)))),
+          third(kept(_mm512_set1_epi8(0xE0 - 0x80))),
+          fourth(kept(_mm512_set1_epi8(0xF0 - 0x80))),
+          fourLead(kept(_mm512_set1_epi8(static_cast<char>(0xF0)))),
+          firstHigh(kept(nibbleTable(utf8::kFirstHigh))),
+          firstLow(kept(nibbleTable(utf8::kFirstLow))),
+          secondHigh(kept(nibbleTable(utf8::kSecondHigh))),
+          highHalf(kept(_mm512_set1_epi64(moveBits(4, 0, 4)))),
+          twoBitsUp(kept(_mm512_set1_epi64(moveBits(0, 6, 2)))),
+          fourBitsDown(kept(_mm512_set1_epi64(moveBits(2, 0, 4)))),
+          fourBitsUp(kept(_mm512_set1_epi64(moveBits(0, 4, 4)))),
+          thirdMark(kept(_mm512_set1_epi64(copyBit(6, 4, 4)))),
+          spread{kept(table(kSpread)), kept(_mm512_add_epi8(table(kSpread), _mm512_set1_epi8(16))),
+                 kept(_mm512_add_epi8(table(kSpread), _mm512_set1_epi8(32))),
+                 kept(_mm512_add_epi8(table(kSpread), _mm512_set1_epi8(48)))},
+          lowBytes(keptMask(0x1111111111111111)),
+          middleBytes(keptMask(0x2222222222222222)) {}
+
+  private:
+    QZSTRING_KERNEL static __m512i kept(__m512i constant) {
+        if constexpr (kKept)
+            asm("" : "+v"(constant));
+        return constant;
+    }
+    QZSTRING_KERNEL static __mmask64 keptMask(__mmask64 constant) {
+        if constexpr (kKept)
+            asm("" : "+Yk"(constant));
+        return constant;
+    }
+};
+
 // A block, the same bytes seen from 1, 2 and 3 positions on, and from one position back.
 struct Bytes {
     __m512i at, before1, before2, before3;
@@ -91,28 +134,27 @@ QZSTRING_KERNEL Bytes loadPart(const char* block, std::uint64_t valid, bool firs
 }
 
 // Not zero where a byte and the ones before it cannot stand in well-formed text.
-QZSTRING_KERNEL __m512i faultsOf(const Bytes& bytes) {
-    const __m512i highHalf = _mm512_set1_epi64(moveBits(4, 0, 4));
-    const __m512i first = _mm512_shuffle_epi8(nibbleTable(utf8::kFirstHigh),
-                                              _mm512_gf2p8affine_epi64_epi8(bytes.before1, highHalf, 0));
-    const __m512i firstLow = _mm512_permutexvar_epi8(bytes.before1, nibbleTable(utf8::kFirstLow));
-    const __m512i second = _mm512_shuffle_epi8(nibbleTable(utf8::kSecondHigh),
-                                               _mm512_gf2p8affine_epi64_epi8(bytes.at, highHalf, 0));
+template <class Constant>
+QZSTRING_KERNEL __m512i faultsOf(const Bytes& bytes, const Constant& constant) {
+    const __m512i first = _mm512_shuffle_epi8(
+        constant.firstHigh, _mm512_gf2p8affine_epi64_epi8(bytes.before1, constant.highHalf, 0));
+    const __m512i firstLow = _mm512_permutexvar_epi8(bytes.before1, constant.firstLow);
+    const __m512i second = _mm512_shuffle_epi8(constant.secondHigh,
+                                               _mm512_gf2p8affine_epi64_epi8(bytes.at, constant.highHalf, 0));
     const __m512i pairs = _mm512_ternarylogic_epi32(first, firstLow, second, 0x80);
     // The top bit where the byte is the third or fourth of a character.
-    const __m512i third = _mm512_subs_epu8(bytes.before2, _mm512_set1_epi8(0xE0 - 0x80));
-    const __m512i fourth = _mm512_subs_epu8(bytes.before3, _mm512_set1_epi8(0xF0 - 0x80));
-    const __m512i wanted =
-        _mm512_ternarylogic_epi32(third, fourth, _mm512_set1_epi8(static_cast<char>(0x80)), 0xA8);
-    return _mm512_xor_si512(wanted, pairs);
+    const __m512i third = _mm512_subs_epu8(bytes.before2, constant.third);
+    const __m512i fourth = _mm512_subs_epu8(bytes.before3, constant.fourth);
+    return _mm512_xor_si512(_mm512_ternarylogic_epi32(third, fourth, constant.topBit, 0xA8), pairs);
 }
 
 QZSTRING_KERNEL bool anyFault(__m512i faults) {
     return _mm512_test_epi32_mask(faults, faults) != 0;
 }
 
-QZSTRING_KERNEL std::uint64_t continuations(__m512i bytes) {
-    return _mm512_cmplt_epi8_mask(bytes, _mm512_set1_epi8(-64));
+template <class Constant>
+QZSTRING_KERNEL std::uint64_t continuations(__m512i bytes, const Constant& constant) {
+    return _mm512_cmplt_epi8_mask(bytes, constant.continuationEnd);
 }
 
 struct CodePoints {
@@ -120,19 +162,18 @@ struct CodePoints {
 };
 
 // `high` marks the bytes beyond ASCII, `four` those that would end a character of four bytes.
-QZSTRING_KERNEL CodePoints form(const Bytes& bytes, __mmask64 high, __mmask64 four) {
+template <class Constant>
+QZSTRING_KERNEL CodePoints form(const Bytes& bytes, __mmask64 high, __mmask64 four,
+                                const Constant& constant) {
     // Two bits of the byte before, above the last byte's six: its mark 10xxxxxx is cleared in passing.
     const __m512i low = _mm512_xor_si512(
-        bytes.at,
-        _mm512_maskz_gf2p8affine_epi64_epi8(high, bytes.before1, _mm512_set1_epi64(moveBits(0, 6, 2)), 0x80));
+        bytes.at, _mm512_maskz_gf2p8affine_epi64_epi8(high, bytes.before1, constant.twoBitsUp, 0x80));
     // Four bits of the byte before, and four of the one before that where the former is a continuation: bit 6
     // is clear.
-    const __m512i lower =
-        _mm512_maskz_gf2p8affine_epi64_epi8(high, bytes.before1, _mm512_set1_epi64(moveBits(2, 0, 4)), 0);
-    const __m512i upper =
-        _mm512_gf2p8affine_epi64_epi8(bytes.before2, _mm512_set1_epi64(moveBits(0, 4, 4)), 0);
+    const __m512i lower = _mm512_maskz_gf2p8affine_epi64_epi8(high, bytes.before1, constant.fourBitsDown, 0);
+    const __m512i upper = _mm512_gf2p8affine_epi64_epi8(bytes.before2, constant.fourBitsUp, 0);
     const __m512i isThree =
-        _mm512_maskz_gf2p8affine_epi64_epi8(high, bytes.before1, _mm512_set1_epi64(copyBit(6, 4, 4)), 0xF0);
+        _mm512_maskz_gf2p8affine_epi64_epi8(high, bytes.before1, constant.thirdMark, 0xF0);
     const __m512i middle = _mm512_ternarylogic_epi32(lower, upper, isThree, 0xF8);
     __m512i top = _mm512_setzero_si512();
     if (four != 0) {
@@ -146,29 +187,32 @@ QZSTRING_KERNEL CodePoints form(const Bytes& bytes, __mmask64 high, __mmask64 fo
 }
 
 // The n-th group of 16 characters as 32-bit values.
-QZSTRING_KERNEL __m512i group(const CodePoints& points, bool hasHigh, int n) {
-    const __m512i index = _mm512_add_epi8(table(kSpread), _mm512_set1_epi8(static_cast<char>(16 * n)));
-    __m512i values = _mm512_maskz_permutexvar_epi8(0x1111111111111111, index, points.low);
-    values = _mm512_mask_permutexvar_epi8(values, 0x2222222222222222, index, points.middle);
+template <class Constant>
+QZSTRING_KERNEL __m512i group(const CodePoints& points, bool hasHigh, int n, const Constant& constant) {
+    const __m512i index = constant.spread[n];
+    __m512i values = _mm512_maskz_permutexvar_epi8(constant.lowBytes, index, points.low);
+    values = _mm512_mask_permutexvar_epi8(values, constant.middleBytes, index, points.middle);
     return hasHigh ? _mm512_mask_permutexvar_epi8(values, 0x4444444444444444, index, points.high) : values;
 }
 
+template <class Constant>
 QZSTRING_KERNEL void store(const CodePoints& points, bool hasHigh, std::size_t count, bool roomForAll,
-                           wchar_t* destination) {
+                           wchar_t* destination, const Constant& constant) {
     if (roomForAll) {
-        // What the later groups hold beyond the count is written over by the next block.
-        _mm512_storeu_si512(destination, group(points, hasHigh, 0));
+        // What the last group holds beyond the count is written over by the next block.
+        _mm512_storeu_si512(destination, group(points, hasHigh, 0, constant));
         if (count > 16)
-            _mm512_storeu_si512(destination + 16, group(points, hasHigh, 1));
+            _mm512_storeu_si512(destination + 16, group(points, hasHigh, 1, constant));
         if (count > 32)
-            _mm512_storeu_si512(destination + 32, group(points, hasHigh, 2));
+            _mm512_storeu_si512(destination + 32, group(points, hasHigh, 2, constant));
         if (count > 48)
-            _mm512_storeu_si512(destination + 48, group(points, hasHigh, 3));
+            _mm512_storeu_si512(destination + 48, group(points, hasHigh, 3, constant));
         return;
     }
     for (int n = 0; 16 * static_cast<std::size_t>(n) < count; ++n) {
         const std::size_t done = 16 * static_cast<std::size_t>(n);
-        _mm512_mask_storeu_epi32(destination + done, lowLanes(count - done), group(points, hasHigh, n));
+        _mm512_mask_storeu_epi32(destination + done, lowLanes(count - done),
+                                 group(points, hasHigh, n, constant));
     }
 }
 
@@ -227,37 +271,42 @@ QZSTRING_KERNEL std::size_t asciiSteps(const char* text, std::size_t length) {
 // that end in it, or kRefused. `ends` are the places before a byte that is no continuation.
 constexpr std::size_t kRefused = static_cast<std::size_t>(-1);
 
+template <class Constant>
 QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, std::uint64_t high, std::uint64_t ends,
-                                        wchar_t* destination, std::size_t room, bool muchFollows) {
+                                        wchar_t* destination, std::size_t room, bool muchFollows,
+                                        const Constant& constant) {
     const auto count = static_cast<std::size_t>(_mm_popcnt_u64(ends));
-    if (anyFault(faultsOf(bytes)) || count > room)
+    if (anyFault(faultsOf(bytes, constant)) || count > room)
         return kRefused;
-    const __mmask64 four = _mm512_cmpge_epu8_mask(bytes.before3, _mm512_set1_epi8(static_cast<char>(0xF0)));
-    CodePoints points = form(bytes, high, four);
+    const __mmask64 four = _mm512_cmpge_epu8_mask(bytes.before3, constant.fourLead);
+    CodePoints points = form(bytes, high, four, constant);
     points.low = _mm512_maskz_compress_epi8(ends, points.low);
     points.middle = _mm512_maskz_compress_epi8(ends, points.middle);
     const bool roomForAll = muchFollows && room >= kBlock;
     if (four != 0) {
         points.high = _mm512_maskz_compress_epi8(ends, points.high);
-        store(points, true, count, roomForAll, destination);
+        store(points, true, count, roomForAll, destination, constant);
     } else {
-        store(points, false, count, roomForAll, destination);
+        store(points, false, count, roomForAll, destination, constant);
     }
     return count;
 }
 
 // The same for `most` bytes at the beginning or the end of a text: lanes outside them are masked out.
+template <class Constant>
 QZSTRING_KERNEL std::size_t decodePart(const char* source, std::size_t at, std::size_t most,
-                                       std::size_t length, wchar_t* destination, std::size_t room) {
+                                       std::size_t length, wchar_t* destination, std::size_t room,
+                                       const Constant& constant) {
     const bool isLast = most == length - at;
     const std::uint64_t valid = lowBits(most);
     const Bytes bytes = loadPart(source + at, valid, at == 0);
     const std::uint64_t next = isLast ? valid >> 1 : valid;
-    const std::uint64_t ends = ~continuations(_mm512_maskz_loadu_epi8(next, source + at + 1)) & valid;
+    const std::uint64_t ends =
+        ~continuations(_mm512_maskz_loadu_epi8(next, source + at + 1), constant) & valid;
     if (isLast && utf8::endsInside(source, source + length))
         return kRefused;
     return decodeBlock(bytes, _mm512_movepi8_mask(bytes.at), ends, destination, room,
-                       length - at >= 5 * kBlock);
+                       length - at >= 5 * kBlock, constant);
 }
 
 // How many bytes to take first, so that the blocks after them begin with a cache line: loads across two cost
@@ -271,6 +320,7 @@ QZSTRING_KERNEL std::size_t firstPart(const char* source, std::size_t length) {
 // Decodes blocks as long as they are well-formed and fit; more than one.
 QZSTRING_TARGET __attribute__((noinline)) Progress decodeLong(const char* source, std::size_t length,
                                                               wchar_t* destination, std::size_t capacity) {
+    const Constants<true> constant;
     std::size_t at = 0;
     std::size_t written = 0;
     bool afterAscii = true;
@@ -291,9 +341,9 @@ QZSTRING_TARGET __attribute__((noinline)) Progress decodeLong(const char* source
                 afterAscii = true;
                 continue;
             }
-            const std::uint64_t ends = ~continuations(_mm512_loadu_si512(source + at + 1));
+            const std::uint64_t ends = ~continuations(_mm512_loadu_si512(source + at + 1), constant);
             // At least a character of every four bytes: 256 more fill what a whole block may write too much.
-            count = decodeBlock(bytes, high, ends, destination + written, room, rest >= 5 * kBlock);
+            count = decodeBlock(bytes, high, ends, destination + written, room, rest >= 5 * kBlock, constant);
         } else {
             const std::size_t run = at == 0 ? storeAsciiRun(source, length, destination, capacity) : 0;
             if (run != 0) {
@@ -309,7 +359,7 @@ QZSTRING_TARGET __attribute__((noinline)) Progress decodeLong(const char* source
                 written += taken;
                 continue;
             }
-            count = decodePart(source, at, taken, length, destination + written, room);
+            count = decodePart(source, at, taken, length, destination + written, room, constant);
         }
         if (count == kRefused)
             break;
@@ -323,6 +373,7 @@ QZSTRING_TARGET __attribute__((noinline)) Progress decodeLong(const char* source
 
 // The same without the stores. Four blocks in a row are checked at once.
 QZSTRING_TARGET __attribute__((noinline)) Progress measureLong(const char* source, std::size_t length) {
+    const Constants<true> constant;
     std::size_t at = 0;
     std::size_t characters = 0;
     while (at < length) {
@@ -341,8 +392,8 @@ QZSTRING_TARGET __attribute__((noinline)) Progress measureLong(const char* sourc
             std::size_t continued = 0;
             for (std::size_t i = at; i < at + count; i += kBlock) {
                 const Bytes bytes = loadWhole(source + i);
-                faults = _mm512_or_si512(faults, faultsOf(bytes));
-                continued += static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at)));
+                faults = _mm512_or_si512(faults, faultsOf(bytes, constant));
+                continued += static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at, constant)));
             }
             if (anyFault(faults))
                 break;
@@ -352,10 +403,10 @@ QZSTRING_TARGET __attribute__((noinline)) Progress measureLong(const char* sourc
         }
         const std::size_t most = at == 0 ? firstPart(source, length) : rest;
         const Bytes bytes = loadPart(source + at, lowBits(most), at == 0);
-        if (anyFault(faultsOf(bytes)))
+        if (anyFault(faultsOf(bytes, constant)))
             break;
         at += most;
-        characters += most - static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at)));
+        characters += most - static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at, constant)));
     }
     if (at < length || utf8::endsInside(source, source + length)) {
         // Characters were counted by their lead bytes: not so the one that goes on past this place.
@@ -638,7 +689,7 @@ QZSTRING_TARGET Progress decode(const char* source, std::size_t length, wchar_t*
         const __m512i block = _mm512_maskz_loadu_epi8(lowBits(length), source);
         std::size_t written = kRefused;
         if (_mm512_movepi8_mask(block) != 0) {
-            written = decodePart(source, 0, length, length, destination, capacity);
+            written = decodePart(source, 0, length, length, destination, capacity, Constants<false>());
         } else if (length <= capacity) {
             storeAscii(source, length, destination);
             written = length;
@@ -653,11 +704,13 @@ QZSTRING_TARGET Progress decode(const char* source, std::size_t length, wchar_t*
 
 QZSTRING_TARGET Progress decodedLength(const char* source, std::size_t length) {
     if (length <= kBlock) {
+        const Constants<false> constant;
         const Bytes bytes = loadPart(source, lowBits(length), true);
-        const bool refused = _mm512_movepi8_mask(bytes.at) != 0 &&
-                             (anyFault(faultsOf(bytes)) || utf8::endsInside(source, source + length));
+        const bool refused =
+            _mm512_movepi8_mask(bytes.at) != 0 &&
+            (anyFault(faultsOf(bytes, constant)) || utf8::endsInside(source, source + length));
         const std::size_t characters =
-            length - static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at)));
+            length - static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at, constant)));
         _mm256_zeroupper();
         return refused ? finishLength(source, length, {0, 0}) : Progress{length, characters};
     }
