@@ -27,6 +27,7 @@
 #if QZSTRING_KERNELS_X86
 
 #include "primitives/avx512.h"
+#include "primitives/inline.h"
 #include "primitives/utf8Check.h"
 #include "primitives/utf8Kernels.h"
 #include "primitives/utf8Portable.h"
@@ -71,8 +72,22 @@ constexpr long long copyBit(int from, int to, int count) {
     return static_cast<long long>(matrix);
 }
 
-// The constants of decoding. Where a loop keeps them in registers their origin is hidden from the compiler,
-// which would otherwise make them anew in every block, on the port that the shuffles need.
+// Where a loop keeps its constants in registers their origin is hidden from the compiler, which would
+// otherwise make them anew in every block, on the port that the shuffles need.
+template <bool kKept>
+QZSTRING_KERNEL __m512i kept(__m512i constant) {
+    if constexpr (kKept)
+        asm("" : "+v"(constant));
+    return constant;
+}
+template <bool kKept>
+QZSTRING_KERNEL __mmask64 keptMask(__mmask64 constant) {
+    if constexpr (kKept)
+        asm("" : "+Yk"(constant));
+    return constant;
+}
+
+// The constants of decoding.
 template <bool kKept>
 struct Constants {
     __m512i continuationEnd, topBit, third, fourth, fourLead;
@@ -82,36 +97,25 @@ struct Constants {
     __mmask64 lowBytes, middleBytes;
 
     QZSTRING_KERNEL Constants()
-        : continuationEnd(kept(_mm512_set1_epi8(-64))),
-          topBit(kept(_mm512_set1_epi8(static_cast<char>(0x80)))),
-          third(kept(_mm512_set1_epi8(0xE0 - 0x80))),
-          fourth(kept(_mm512_set1_epi8(0xF0 - 0x80))),
-          fourLead(kept(_mm512_set1_epi8(static_cast<char>(0xF0)))),
-          firstHigh(kept(nibbleTable(utf8::kFirstHigh))),
-          firstLow(kept(nibbleTable(utf8::kFirstLow))),
-          secondHigh(kept(nibbleTable(utf8::kSecondHigh))),
-          highHalf(kept(_mm512_set1_epi64(moveBits(4, 0, 4)))),
-          twoBitsUp(kept(_mm512_set1_epi64(moveBits(0, 6, 2)))),
-          fourBitsDown(kept(_mm512_set1_epi64(moveBits(2, 0, 4)))),
-          fourBitsUp(kept(_mm512_set1_epi64(moveBits(0, 4, 4)))),
-          thirdMark(kept(_mm512_set1_epi64(copyBit(6, 4, 4)))),
-          spread{kept(table(kSpread)), kept(_mm512_add_epi8(table(kSpread), _mm512_set1_epi8(16))),
-                 kept(_mm512_add_epi8(table(kSpread), _mm512_set1_epi8(32))),
-                 kept(_mm512_add_epi8(table(kSpread), _mm512_set1_epi8(48)))},
-          lowBytes(keptMask(0x1111111111111111)),
-          middleBytes(keptMask(0x2222222222222222)) {}
-
-  private:
-    QZSTRING_KERNEL static __m512i kept(__m512i constant) {
-        if constexpr (kKept)
-            asm("" : "+v"(constant));
-        return constant;
-    }
-    QZSTRING_KERNEL static __mmask64 keptMask(__mmask64 constant) {
-        if constexpr (kKept)
-            asm("" : "+Yk"(constant));
-        return constant;
-    }
+        : continuationEnd(kept<kKept>(_mm512_set1_epi8(-64))),
+          topBit(kept<kKept>(_mm512_set1_epi8(static_cast<char>(0x80)))),
+          third(kept<kKept>(_mm512_set1_epi8(0xE0 - 0x80))),
+          fourth(kept<kKept>(_mm512_set1_epi8(0xF0 - 0x80))),
+          fourLead(kept<kKept>(_mm512_set1_epi8(static_cast<char>(0xF0)))),
+          firstHigh(kept<kKept>(nibbleTable(utf8::kFirstHigh))),
+          firstLow(kept<kKept>(nibbleTable(utf8::kFirstLow))),
+          secondHigh(kept<kKept>(nibbleTable(utf8::kSecondHigh))),
+          highHalf(kept<kKept>(_mm512_set1_epi64(moveBits(4, 0, 4)))),
+          twoBitsUp(kept<kKept>(_mm512_set1_epi64(moveBits(0, 6, 2)))),
+          fourBitsDown(kept<kKept>(_mm512_set1_epi64(moveBits(2, 0, 4)))),
+          fourBitsUp(kept<kKept>(_mm512_set1_epi64(moveBits(0, 4, 4)))),
+          thirdMark(kept<kKept>(_mm512_set1_epi64(copyBit(6, 4, 4)))),
+          spread{kept<kKept>(table(kSpread)),
+                 kept<kKept>(_mm512_add_epi8(table(kSpread), _mm512_set1_epi8(16))),
+                 kept<kKept>(_mm512_add_epi8(table(kSpread), _mm512_set1_epi8(32))),
+                 kept<kKept>(_mm512_add_epi8(table(kSpread), _mm512_set1_epi8(48)))},
+          lowBytes(keptMask<kKept>(0x1111111111111111)),
+          middleBytes(keptMask<kKept>(0x2222222222222222)) {}
 };
 
 // A block, the same bytes seen from 1, 2 and 3 positions on, and from one position back.
@@ -318,8 +322,8 @@ QZSTRING_KERNEL std::size_t firstPart(const char* source, std::size_t length) {
 }
 
 // Decodes blocks as long as they are well-formed and fit; more than one.
-QZSTRING_TARGET __attribute__((noinline)) Progress decodeLong(const char* source, std::size_t length,
-                                                              wchar_t* destination, std::size_t capacity) {
+QZSTRING_TARGET QZSTRING_NOINLINE Progress decodeLong(const char* source, std::size_t length,
+                                                      wchar_t* destination, std::size_t capacity) {
     const Constants<true> constant;
     std::size_t at = 0;
     std::size_t written = 0;
@@ -372,7 +376,7 @@ QZSTRING_TARGET __attribute__((noinline)) Progress decodeLong(const char* source
 }
 
 // The same without the stores. Four blocks in a row are checked at once.
-QZSTRING_TARGET __attribute__((noinline)) Progress measureLong(const char* source, std::size_t length) {
+QZSTRING_TARGET QZSTRING_NOINLINE Progress measureLong(const char* source, std::size_t length) {
     const Constants<true> constant;
     std::size_t at = 0;
     std::size_t characters = 0;
@@ -448,6 +452,21 @@ alignas(64) constexpr int kExtra[32] = {
     0, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 2, 2, 2, 2, 2, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0,
 };
 
+// The constants of encoding.
+template <bool kKept>
+struct EncodingConstants {
+    __m512i beyondAscii, beyondTwo, surrogate, lowSix, twoUnit, sixBits, pairTag;
+
+    QZSTRING_KERNEL EncodingConstants()
+        : beyondAscii(kept<kKept>(_mm512_set1_epi32(-0x80))),
+          beyondTwo(kept<kKept>(_mm512_set1_epi32(-0x800))),
+          surrogate(kept<kKept>(_mm512_set1_epi32(0xD800))),
+          lowSix(kept<kKept>(_mm512_set1_epi8(0x3F))),
+          twoUnit(kept<kKept>(_mm512_set1_epi16(0x80))),
+          sixBits(kept<kKept>(_mm512_set1_epi16(0x3F00))),
+          pairTag(kept<kKept>(_mm512_set1_epi16(static_cast<short>(0x80C0)))) {}
+};
+
 // Remembers whether any character was a surrogate or above U+10FFFF.
 struct Faults {
     __m512i largest;
@@ -458,10 +477,9 @@ struct Faults {
         : largest(_mm512_setzero_si512()),
           nearestSurrogate(_mm512_set1_epi32(-1)),
           nearestUnit(_mm512_set1_epi32(-1)) {}
-    QZSTRING_KERNEL void see(__m512i characters) {
+    QZSTRING_KERNEL void see(__m512i characters, __m512i surrogate = _mm512_set1_epi32(0xD800)) {
         largest = _mm512_max_epu32(largest, characters);
-        nearestSurrogate =
-            _mm512_min_epu32(nearestSurrogate, _mm512_xor_si512(characters, _mm512_set1_epi32(0xD800)));
+        nearestSurrogate = _mm512_min_epu32(nearestSurrogate, _mm512_xor_si512(characters, surrogate));
     }
     // Characters below U+10000 in 16-bit lanes.
     QZSTRING_KERNEL void seeUnits(__m512i units) {
@@ -481,24 +499,26 @@ struct Encoded {
     std::uint64_t used;
 };
 
-QZSTRING_KERNEL Encoded encodeAny(__m512i characters) {
+QZSTRING_KERNEL Encoded encodeAny(__m512i characters, __m512i lowSix) {
     const __m512i zeros = _mm512_lzcnt_epi32(characters);
     const __m512i tags = _mm512_permutex2var_epi32(table(kTags), zeros, table(kTags + 16));
     // Bytes from the bits 18, 12, 6 and 0 on, of both characters of each 64-bit lane.
     const __m512i fields = _mm512_multishift_epi64_epi8(_mm512_set1_epi64(0x20262C3200060C12), characters);
-    const __m512i bytes = _mm512_mask_ternarylogic_epi32(fields, _mm512_movepi32_mask(tags),
-                                                         _mm512_set1_epi8(0x3F), tags, 0xEA);
+    const __m512i bytes =
+        _mm512_mask_ternarylogic_epi32(fields, _mm512_movepi32_mask(tags), lowSix, tags, 0xEA);
     return {bytes, _mm512_movepi8_mask(tags) | 0x8888888888888888};
 }
 
 // 32 characters below U+0800, in 16-bit lanes; those that are not `valid` are zero and take no byte.
-QZSTRING_KERNEL Encoded encodeTwoByte(__m512i first, __m512i second, std::uint32_t valid) {
+template <class Constant>
+QZSTRING_KERNEL Encoded encodeTwoByte(__m512i first, __m512i second, std::uint32_t valid,
+                                      const Constant& constant) {
     const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
     const __m512i units = _mm512_permutexvar_epi64(order, _mm512_packus_epi32(first, second));
-    const __mmask32 two = _mm512_cmpge_epu16_mask(units, _mm512_set1_epi16(0x80));
-    const __m512i sixBits = _mm512_and_si512(_mm512_slli_epi16(units, 8), _mm512_set1_epi16(0x3F00));
-    const __m512i pairs = _mm512_ternarylogic_epi32(_mm512_srli_epi16(units, 6), sixBits,
-                                                    _mm512_set1_epi16(static_cast<short>(0x80C0)), 0xFE);
+    const __mmask32 two = _mm512_cmpge_epu16_mask(units, constant.twoUnit);
+    const __m512i sixBits = _mm512_and_si512(_mm512_slli_epi16(units, 8), constant.sixBits);
+    const __m512i pairs =
+        _mm512_ternarylogic_epi32(_mm512_srli_epi16(units, 6), sixBits, constant.pairTag, 0xFE);
     return {_mm512_mask_mov_epi16(units, two, pairs),
             _pdep_u64(valid, 0x5555555555555555) | _pdep_u64(two, 0xAAAAAAAAAAAAAAAA)};
 }
@@ -568,25 +588,27 @@ QZSTRING_KERNEL Characters loadPart(const wchar_t* source, std::uint64_t valid) 
 
 // Encodes up to 64 characters, of which `count` are valid; `later` more follow. Returns false where there is
 // no room. Where not kWhole, fewer than 64.
-template <bool kWhole>
+template <bool kWhole, class Constant>
 QZSTRING_KERNEL bool encodeCharacters(const Characters& characters, std::size_t count, std::size_t later,
-                                      Destination& destination, Faults& faults) {
+                                      Destination& destination, Faults& faults, const Constant& constant) {
     const __m512i all = characters.all();
-    if (!anyFrom(all, 0x80)) {
+    if (_mm512_test_epi32_mask(all, constant.beyondAscii) == 0) {
         return destination.putAscii(packAscii(characters.a, characters.b, characters.c, characters.d), count);
     }
     const std::uint64_t valid = lowBits(count);
-    if (!anyFrom(all, 0x800)) {
-        return destination.put(encodeTwoByte(characters.a, characters.b, static_cast<std::uint32_t>(valid)),
-                               later) &&
-               (count <= 32 || destination.put(encodeTwoByte(characters.c, characters.d,
-                                                             static_cast<std::uint32_t>(valid >> 32)),
-                                               later));
+    if (_mm512_test_epi32_mask(all, constant.beyondTwo) == 0) {
+        return destination.put(
+                   encodeTwoByte(characters.a, characters.b, static_cast<std::uint32_t>(valid), constant),
+                   later) &&
+               (count <= 32 ||
+                destination.put(encodeTwoByte(characters.c, characters.d,
+                                              static_cast<std::uint32_t>(valid >> 32), constant),
+                                later));
     }
     const __m512i parts[] = {characters.a, characters.b, characters.c, characters.d};
     for (std::size_t i = 0; i < 4 && (kWhole || 16 * i < count); ++i) {
-        faults.see(parts[i]);
-        Encoded encoded = encodeAny(parts[i]);
+        faults.see(parts[i], constant.surrogate);
+        Encoded encoded = encodeAny(parts[i], constant.lowSix);
         if (!kWhole)
             encoded.used &= lowBits(4 * (count - 16 * i));
         if (!destination.put(encoded, later))
@@ -595,23 +617,37 @@ QZSTRING_KERNEL bool encodeCharacters(const Characters& characters, std::size_t 
     return true;
 }
 
-// Encodes as long as there is room. Returns false where any character was ill-formed.
-QZSTRING_TARGET bool encodeBlocks(const wchar_t* source, std::size_t length, Destination& destination,
+// Encodes as long as there is room. Returns false where any character was ill-formed. `kLong`: more than one
+// block.
+template <bool kLong>
+QZSTRING_KERNEL bool encodeBlocks(const wchar_t* source, std::size_t length, Destination& destination,
                                   std::size_t& read) {
+    const EncodingConstants<kLong> constant;
     Faults faults;
     std::size_t at = 0;
     bool fits = true;
     for (; fits && length - at >= 64; at += fits ? 64 : 0)
-        fits = encodeCharacters<true>(loadWhole(source + at), 64, length - at - 64, destination, faults);
+        fits = encodeCharacters<true>(loadWhole(source + at), 64, length - at - 64, destination, faults,
+                                      constant);
     if (fits && at < length) {
         fits = encodeCharacters<false>(loadPart(source + at, lowBits(length - at)), length - at, 0,
-                                       destination, faults);
+                                       destination, faults, constant);
         at = fits ? length : at;
     }
     read = at;
     const bool faulty = faults.any();
     _mm256_zeroupper();
     return !faulty;
+}
+
+QZSTRING_TARGET QZSTRING_NOINLINE bool encodeShort(const wchar_t* source, std::size_t length,
+                                                   Destination& destination, std::size_t& read) {
+    return encodeBlocks<false>(source, length, destination, read);
+}
+
+QZSTRING_TARGET QZSTRING_NOINLINE bool encodeLong(const wchar_t* source, std::size_t length,
+                                                  Destination& destination, std::size_t& read) {
+    return encodeBlocks<true>(source, length, destination, read);
 }
 
 QZSTRING_KERNEL std::size_t countFrom(__m512i units, short limit) {
@@ -721,7 +757,7 @@ QZSTRING_TARGET Progress decodedLength(const char* source, std::size_t length) {
 Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity) {
     Destination to{destination, capacity};
     std::size_t read = 0;
-    if (!encodeBlocks(source, length, to, read))
+    if (!(length <= 128 ? encodeShort : encodeLong)(source, length, to, read))
         return utf8::encode(source, length, destination, capacity);
     return {read, to.written};
 }
