@@ -59,6 +59,33 @@ QZSTRING_KERNEL __m256i bytesOf(int value) {
     return _mm256_set1_epi8(static_cast<char>(value));
 }
 
+// The constants of the loops. Their origin is hidden from the compiler, which would otherwise make them anew
+// in every block, on the port that the shuffles need; those that find no register are read from the stack.
+QZSTRING_KERNEL __m256i kept(__m256i constant) {
+    asm("" : "+x"(constant));
+    return constant;
+}
+
+struct DecodingConstants {
+    __m256i firstHigh, firstLow, secondHigh;
+    __m256i lowHalf, highHalf, third, fourth, topBit, lastContinuation, lowSix, highTwo, lowTwo, middleThree;
+
+    QZSTRING_KERNEL DecodingConstants()
+        : firstHigh(kept(nibbleTable(utf8::kFirstHigh))),
+          firstLow(kept(nibbleTable(utf8::kFirstLow))),
+          secondHigh(kept(nibbleTable(utf8::kSecondHigh))),
+          lowHalf(kept(bytesOf(0x0F))),
+          highHalf(kept(bytesOf(0xF0))),
+          third(kept(bytesOf(0xE0 - 0x80))),
+          fourth(kept(bytesOf(0xF0 - 0x80))),
+          topBit(kept(bytesOf(0x80))),
+          lastContinuation(kept(bytesOf(0xBF))),
+          lowSix(kept(bytesOf(0x3F))),
+          highTwo(kept(bytesOf(0xC0))),
+          lowTwo(kept(bytesOf(0x03))),
+          middleThree(kept(bytesOf(0x1C))) {}
+};
+
 struct Bytes {
     __m256i at, before1, before2, before3;
 };
@@ -68,19 +95,18 @@ QZSTRING_KERNEL Bytes loadAround(const char* block) {
 }
 
 // Not zero where a byte and the ones before it cannot stand in well-formed text.
-QZSTRING_KERNEL __m256i faultsOf(const Bytes& bytes) {
-    const __m256i lowHalf = bytesOf(0x0F);
-    const __m256i firstHigh = _mm256_and_si256(_mm256_srli_epi16(bytes.before1, 4), lowHalf);
-    const __m256i secondHigh = _mm256_and_si256(_mm256_srli_epi16(bytes.at, 4), lowHalf);
+QZSTRING_KERNEL __m256i faultsOf(const Bytes& bytes, const DecodingConstants& constant) {
+    const __m256i firstHigh = _mm256_and_si256(_mm256_srli_epi16(bytes.before1, 4), constant.lowHalf);
+    const __m256i secondHigh = _mm256_and_si256(_mm256_srli_epi16(bytes.at, 4), constant.lowHalf);
     const __m256i pairs = _mm256_and_si256(
         _mm256_and_si256(
-            _mm256_shuffle_epi8(nibbleTable(utf8::kFirstHigh), firstHigh),
-            _mm256_shuffle_epi8(nibbleTable(utf8::kFirstLow), _mm256_and_si256(bytes.before1, lowHalf))),
-        _mm256_shuffle_epi8(nibbleTable(utf8::kSecondHigh), secondHigh));
+            _mm256_shuffle_epi8(constant.firstHigh, firstHigh),
+            _mm256_shuffle_epi8(constant.firstLow, _mm256_and_si256(bytes.before1, constant.lowHalf))),
+        _mm256_shuffle_epi8(constant.secondHigh, secondHigh));
     // The top bit where the byte is the third or fourth of a character.
-    const __m256i third = _mm256_subs_epu8(bytes.before2, bytesOf(0xE0 - 0x80));
-    const __m256i fourth = _mm256_subs_epu8(bytes.before3, bytesOf(0xF0 - 0x80));
-    return _mm256_xor_si256(_mm256_and_si256(_mm256_or_si256(third, fourth), bytesOf(0x80)), pairs);
+    const __m256i third = _mm256_subs_epu8(bytes.before2, constant.third);
+    const __m256i fourth = _mm256_subs_epu8(bytes.before3, constant.fourth);
+    return _mm256_xor_si256(_mm256_and_si256(_mm256_or_si256(third, fourth), constant.topBit), pairs);
 }
 
 QZSTRING_KERNEL bool anyFault(__m256i faults) {
@@ -92,8 +118,8 @@ QZSTRING_KERNEL std::uint32_t topBits(__m256i bytes) {
 }
 
 // Bytes that are no continuation.
-QZSTRING_KERNEL std::uint32_t starts(__m256i bytes) {
-    return topBits(_mm256_cmpgt_epi8(bytes, bytesOf(0xBF)));
+QZSTRING_KERNEL std::uint32_t starts(__m256i bytes, const DecodingConstants& constant) {
+    return topBits(_mm256_cmpgt_epi8(bytes, constant.lastContinuation));
 }
 
 struct CodePoints {
@@ -101,23 +127,24 @@ struct CodePoints {
     bool hasHigh;
 };
 
-QZSTRING_KERNEL CodePoints form(const Bytes& bytes) {
+QZSTRING_KERNEL CodePoints form(const Bytes& bytes, const DecodingConstants& constant) {
     const __m256i zero = _mm256_setzero_si256();
     const __m256i joined =
-        _mm256_or_si256(_mm256_and_si256(bytes.at, bytesOf(0x3F)),
-                        _mm256_and_si256(_mm256_slli_epi16(bytes.before1, 6), bytesOf(0xC0)));
+        _mm256_or_si256(_mm256_and_si256(bytes.at, constant.lowSix),
+                        _mm256_and_si256(_mm256_slli_epi16(bytes.before1, 6), constant.highTwo));
     const __m256i low = _mm256_blendv_epi8(bytes.at, joined, bytes.at);
-    const __m256i isThree = _mm256_cmpgt_epi8(bytesOf(0xC0), bytes.before1);
+    const __m256i isThree = _mm256_cmpgt_epi8(constant.highTwo, bytes.before1);
     const __m256i upper =
-        _mm256_and_si256(_mm256_and_si256(_mm256_slli_epi16(bytes.before2, 4), bytesOf(0xF0)), isThree);
-    const __m256i lower = _mm256_and_si256(_mm256_srli_epi16(bytes.before1, 2), bytesOf(0x0F));
+        _mm256_and_si256(_mm256_and_si256(_mm256_slli_epi16(bytes.before2, 4), constant.highHalf), isThree);
+    const __m256i lower = _mm256_and_si256(_mm256_srli_epi16(bytes.before1, 2), constant.lowHalf);
     const __m256i middle = _mm256_and_si256(_mm256_or_si256(lower, upper), _mm256_cmpgt_epi8(zero, bytes.at));
-    const __m256i isFour = _mm256_cmpeq_epi8(_mm256_max_epu8(bytes.before3, bytesOf(0xF0)), bytes.before3);
+    const __m256i isFour =
+        _mm256_cmpeq_epi8(_mm256_max_epu8(bytes.before3, constant.highHalf), bytes.before3);
     if (_mm256_testz_si256(isFour, isFour) != 0)
         return {low, middle, zero, false};
     const __m256i high =
-        _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(bytes.before2, 4), bytesOf(0x03)),
-                        _mm256_and_si256(_mm256_slli_epi16(bytes.before3, 2), bytesOf(0x1C)));
+        _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(bytes.before2, 4), constant.lowTwo),
+                        _mm256_and_si256(_mm256_slli_epi16(bytes.before3, 2), constant.middleThree));
     return {low, middle, _mm256_and_si256(high, isFour), true};
 }
 
@@ -158,11 +185,12 @@ constexpr std::size_t kRefused = static_cast<std::size_t>(-1);
 // Decodes one block where it is well-formed and fits. Returns the number of characters that end in it, or
 // kRefused.
 QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, std::uint32_t ends, wchar_t* destination,
-                                        std::size_t room, bool muchFollows) {
+                                        std::size_t room, bool muchFollows,
+                                        const DecodingConstants& constant) {
     const auto count = static_cast<std::size_t>(_mm_popcnt_u32(ends));
-    if (anyFault(faultsOf(bytes)) || count > room)
+    if (anyFault(faultsOf(bytes, constant)) || count > room)
         return kRefused;
-    const CodePoints points = form(bytes);
+    const CodePoints points = form(bytes, constant);
     if (muchFollows && room >= count + 8) {
         store(points, ends, destination);
     } else {
@@ -205,6 +233,7 @@ QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length
 
 QZSTRING_TARGET Progress decodeBlocks(const char* source, std::size_t length, wchar_t* destination,
                                       std::size_t capacity) {
+    const DecodingConstants constant;
     std::size_t at = 0;
     std::size_t written = 0;
     bool afterAscii = true;
@@ -223,12 +252,13 @@ QZSTRING_TARGET Progress decodeBlocks(const char* source, std::size_t length, wc
         const bool muchFollows = rest >= 2 * kBlock;
         std::size_t count = kRefused;
         if (at >= 3 && rest > kBlock) {
-            count = decodeBlock(loadAround(source + at), starts(load256(source + at + 1)),
-                                destination + written, room, muchFollows);
+            count = decodeBlock(loadAround(source + at), starts(load256(source + at + 1), constant),
+                                destination + written, room, muchFollows, constant);
         } else if (rest > kBlock || !utf8::endsInside(source, source + length)) {
             const Part part(source, at, length);
-            count = decodeBlock(loadAround(part.block()), starts(load256(part.block() + 1)) & part.valid(),
-                                destination + written, room, muchFollows);
+            count = decodeBlock(loadAround(part.block()),
+                                starts(load256(part.block() + 1), constant) & part.valid(),
+                                destination + written, room, muchFollows, constant);
         }
         if (count == kRefused)
             break;
@@ -242,6 +272,7 @@ QZSTRING_TARGET Progress decodeBlocks(const char* source, std::size_t length, wc
 
 // The same without the stores. Four blocks in a row are checked at once.
 QZSTRING_TARGET Progress measureDecoded(const char* source, std::size_t length) {
+    const DecodingConstants constant;
     std::size_t at = 0;
     std::size_t characters = 0;
     while (at < length) {
@@ -263,14 +294,14 @@ QZSTRING_TARGET Progress measureDecoded(const char* source, std::size_t length) 
             }
             for (std::size_t i = at; i < at + count; i += kBlock) {
                 const Bytes bytes = loadAround(source + i);
-                faults = _mm256_or_si256(faults, faultsOf(bytes));
-                begun += static_cast<std::size_t>(_mm_popcnt_u32(starts(bytes.at)));
+                faults = _mm256_or_si256(faults, faultsOf(bytes, constant));
+                begun += static_cast<std::size_t>(_mm_popcnt_u32(starts(bytes.at, constant)));
             }
         } else {
             const Part part(source, at, length);
             const Bytes bytes = loadAround(part.block());
-            faults = faultsOf(bytes);
-            begun = static_cast<std::size_t>(_mm_popcnt_u32(starts(bytes.at) & part.valid()));
+            faults = faultsOf(bytes, constant);
+            begun = static_cast<std::size_t>(_mm_popcnt_u32(starts(bytes.at, constant) & part.valid()));
         }
         if (anyFault(faults))
             break;
@@ -333,6 +364,15 @@ QZSTRING_KERNEL bool isAscii(__m256i characters) {
 
 QZSTRING_TARGET Progress encodeBlocks(const wchar_t* source, std::size_t length, char* destination,
                                       std::size_t capacity) {
+    const __m256i field1 = kept(lanesOf(0x3F000000));
+    const __m256i field2 = kept(lanesOf(0x003F0000));
+    const __m256i field3 = kept(lanesOf(0x00003F00));
+    const __m256i tag2 = kept(lanesOf(0x80C00000));
+    const __m256i tag3 = kept(lanesOf(0x80C00000 ^ 0x8080E000));
+    const __m256i tag4 = kept(lanesOf(0x8080E000 ^ 0x808080F0));
+    const __m256i last1 = kept(lanesOf(0x7F));  // of the characters that take one, two, three bytes
+    const __m256i last2 = kept(lanesOf(0x7FF));
+    const __m256i last3 = kept(lanesOf(0xFFFF));
     std::size_t at = 0;
     std::size_t written = 0;
     // What is left after a block of 8 fills at least the 16 bytes that its second half may write too much.
@@ -355,18 +395,16 @@ QZSTRING_TARGET Progress encodeBlocks(const wchar_t* source, std::size_t length,
         const __m256i faults = illFormed(a);
         if (_mm256_testz_si256(faults, faults) == 0)
             break;
-        const __m256i two = above(a, 0x7F);
-        const __m256i three = above(a, 0x7FF);
-        const __m256i four = above(a, 0xFFFF);
-        const __m256i fields =
-            _mm256_or_si256(_mm256_or_si256(_mm256_and_si256(_mm256_slli_epi32(a, 24), lanesOf(0x3F000000)),
-                                            _mm256_and_si256(_mm256_slli_epi32(a, 10), lanesOf(0x003F0000))),
-                            _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(a, 4), lanesOf(0x00003F00)),
-                                            _mm256_srli_epi32(a, 18)));
+        const __m256i two = _mm256_cmpgt_epi32(a, last1);
+        const __m256i three = _mm256_cmpgt_epi32(a, last2);
+        const __m256i four = _mm256_cmpgt_epi32(a, last3);
+        const __m256i fields = _mm256_or_si256(
+            _mm256_or_si256(_mm256_and_si256(_mm256_slli_epi32(a, 24), field1),
+                            _mm256_and_si256(_mm256_slli_epi32(a, 10), field2)),
+            _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(a, 4), field3), _mm256_srli_epi32(a, 18)));
         const __m256i tags =
-            _mm256_xor_si256(_mm256_and_si256(two, lanesOf(0x80C00000)),
-                             _mm256_xor_si256(_mm256_and_si256(three, lanesOf(0x80C00000 ^ 0x8080E000)),
-                                              _mm256_and_si256(four, lanesOf(0x8080E000 ^ 0x808080F0))));
+            _mm256_xor_si256(_mm256_and_si256(two, tag2),
+                             _mm256_xor_si256(_mm256_and_si256(three, tag3), _mm256_and_si256(four, tag4)));
         const __m256i bytes =
             _mm256_blendv_epi8(_mm256_slli_epi32(a, 24), _mm256_or_si256(fields, tags), two);
         const unsigned twos = laneBits(two);

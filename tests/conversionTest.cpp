@@ -265,6 +265,19 @@ TEST_P(EveryKernel, DecodesAllShortStrings) {
     }
 }
 
+// All strings of 3 bytes that begin with the lead of 3 or 4: each followed by ASCII, 256 in a text.
+TEST_P(EveryKernel, DecodesAllStringsOfThreeBytes) {
+    for (int a = 0xE0; a < 256; ++a) {
+        for (int b = 0; b < 256; ++b) {
+            std::string text;
+            for (int c = 0; c < 256; ++c)
+                text += {static_cast<char>(a), static_cast<char>(b), static_cast<char>(c), 'x'};
+            const Reference expected = decodeByTable(text);
+            ASSERT_NO_FATAL_FAILURE(expectSubstitutes(text, expected)) << a << ' ' << b;
+        }
+    }
+}
+
 // Each seed behind 0 to 130 bytes of padding, and behind itself: whole, cut at every length, and with every
 // byte replaced in turn.
 TEST_P(EveryKernel, CrossesBlockEdges) {
