@@ -118,7 +118,7 @@ struct Constants {
           middleBytes(keptMask<kKept>(0x2222222222222222)) {}
 };
 
-// A block, the same bytes seen from 1, 2 and 3 positions on, and from one position back.
+// A block, and the bytes that stand 1, 2 and 3 positions before each of its bytes.
 struct Bytes {
     __m512i at, before1, before2, before3;
 };

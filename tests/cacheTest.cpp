@@ -2,7 +2,6 @@
 // record every call and answer as they are told.
 #include <pthread.h>
 
-#include <clocale>
 #include <cstdarg>
 #include <functional>
 
@@ -26,8 +25,7 @@ struct Call {
     bool hasFlag;
 };
 
-// How the converters answer. By default they convert byte by byte, UTF-8 to lower-case and the locale to the
-// letter.
+// How the converters answer. By default they copy element by element, and succeed.
 struct Converters {
     std::vector<Call> calls;
     bool querySucceeds = true;

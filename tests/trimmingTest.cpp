@@ -1,7 +1,4 @@
 // Trimming and case mapping of both classes.
-#include <chrono>
-
-#include "primitives/character.h"
 #include "support.h"
 
 using namespace support;
