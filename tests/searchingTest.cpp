@@ -144,6 +144,23 @@ TYPED_TEST(Searching, IsLinearOnRepetitiveText) {
     EXPECT_EQ(periodicText.find(periodic, 1), periodic.length() + 1);
 }
 
+// Where near misses stand at every other position the search changes its algorithm, and must still find what
+// is there.
+TYPED_TEST(Searching, FindsBehindManyNearMisses) {
+    std::string pairs;
+    while (pairs.size() < 2000)
+        pairs += "ab";
+    const std::string needle = pairs.substr(0, 100) + "aa";
+    this->forEveryScanner([&] {
+        for (const std::string& after : {std::string(), std::string("ab"), std::string("b")}) {
+            const TypeParam last = make<TypeParam>(pairs + needle + after);
+            EXPECT_EQ(last.find(make<TypeParam>(needle)), pairs.size());
+            const TypeParam first = make<TypeParam>(after + needle + pairs);
+            EXPECT_EQ(first.rfind(make<TypeParam>(needle)), after.size());
+        }
+    });
+}
+
 namespace {
 
 std::string examined;  // by the predicates, in order
