@@ -40,12 +40,20 @@ constexpr std::size_t kWorthAligning = 16 * kBlock;
 
 // ---- Decoding ----
 
-// Lane j of 32 bits takes byte j, four times.
-alignas(64) constexpr unsigned char kSpread[64] = {
-    0,  0,  0,  0,  1,  1,  1,  1,  2,  2,  2,  2,  3,  3,  3,  3,  4,  4,  4,  4,  5,  5,
-    5,  5,  6,  6,  6,  6,  7,  7,  7,  7,  8,  8,  8,  8,  9,  9,  9,  9,  10, 10, 10, 10,
-    11, 11, 11, 11, 12, 12, 12, 12, 13, 13, 13, 13, 14, 14, 14, 14, 15, 15, 15, 15,
+struct alignas(64) Spread {
+    unsigned char indices[4][64];
 };
+
+// Group n: lane j of 32 bits takes byte 16 n + j, four times.
+constexpr Spread makeSpread() {
+    Spread spread{};
+    for (std::size_t n = 0; n < 4; ++n) {
+        for (std::size_t i = 0; i < 64; ++i)
+            spread.indices[n][i] = static_cast<unsigned char>(16 * n + i / 4);
+    }
+    return spread;
+}
+constexpr Spread kSpread = makeSpread();
 
 QZSTRING_KERNEL __m512i table(const void* entries) {
     return _mm512_load_si512(entries);
@@ -57,19 +65,19 @@ QZSTRING_KERNEL __m512i nibbleTable(const unsigned char (&entries)[16]) {
 
 // The matrix of the affine transformation whose result has, for i from 0 on, in bit `to + i` the bit `from +
 // i` of the byte. Row 7 - n of the matrix, as its bytes go, makes bit n.
-constexpr long long moveBits(int from, int to, int count) {
-    unsigned long long matrix = 0;
+constexpr std::uint64_t moveBits(int from, int to, int count) {
+    std::uint64_t matrix = 0;
     for (int i = 0; i < count; ++i)
-        matrix |= (1ULL << (from + i)) << 8 * (7 - (to + i));
-    return static_cast<long long>(matrix);
+        matrix |= (std::uint64_t{1} << (from + i)) << 8 * (7 - (to + i));
+    return matrix;
 }
 
 // The matrix that copies one bit to `count` bits from `to` on.
-constexpr long long copyBit(int from, int to, int count) {
-    unsigned long long matrix = 0;
+constexpr std::uint64_t copyBit(int from, int to, int count) {
+    std::uint64_t matrix = 0;
     for (int i = 0; i < count; ++i)
-        matrix |= (1ULL << from) << 8 * (7 - (to + i));
-    return static_cast<long long>(matrix);
+        matrix |= (std::uint64_t{1} << from) << 8 * (7 - (to + i));
+    return matrix;
 }
 
 // Where a loop keeps its constants in registers their origin is hidden from the compiler, which would
@@ -87,6 +95,23 @@ QZSTRING_KERNEL __mmask64 keptMask(__mmask64 constant) {
     return constant;
 }
 
+// A constant of 64 bits in every lane. One that is kept comes from memory, which takes a load and no shuffle.
+template <bool kKept, std::uint64_t kValue>
+QZSTRING_KERNEL __m512i everywhere() {
+    if constexpr (kKept) {
+        static constexpr std::uint64_t value = kValue;
+        __m512i lanes;
+        asm("vpbroadcastq %1, %0" : "=v"(lanes) : "m"(value));
+        return lanes;
+    } else {
+        return _mm512_set1_epi64(static_cast<long long>(kValue));
+    }
+}
+
+constexpr std::uint64_t bytesOf(unsigned char byte) {
+    return 0x0101010101010101U * byte;
+}
+
 // The constants of decoding.
 template <bool kKept>
 struct Constants {
@@ -97,23 +122,21 @@ struct Constants {
     __mmask64 lowBytes, middleBytes;
 
     QZSTRING_KERNEL Constants()
-        : continuationEnd(kept<kKept>(_mm512_set1_epi8(-64))),
-          topBit(kept<kKept>(_mm512_set1_epi8(static_cast<char>(0x80)))),
-          third(kept<kKept>(_mm512_set1_epi8(0xE0 - 0x80))),
-          fourth(kept<kKept>(_mm512_set1_epi8(0xF0 - 0x80))),
-          fourLead(kept<kKept>(_mm512_set1_epi8(static_cast<char>(0xF0)))),
+        : continuationEnd(everywhere<kKept, bytesOf(0xC0)>()),
+          topBit(everywhere<kKept, bytesOf(0x80)>()),
+          third(everywhere<kKept, bytesOf(0xE0 - 0x80)>()),
+          fourth(everywhere<kKept, bytesOf(0xF0 - 0x80)>()),
+          fourLead(everywhere<kKept, bytesOf(0xF0)>()),
           firstHigh(kept<kKept>(nibbleTable(utf8::kFirstHigh))),
           firstLow(kept<kKept>(nibbleTable(utf8::kFirstLow))),
           secondHigh(kept<kKept>(nibbleTable(utf8::kSecondHigh))),
-          highHalf(kept<kKept>(_mm512_set1_epi64(moveBits(4, 0, 4)))),
-          twoBitsUp(kept<kKept>(_mm512_set1_epi64(moveBits(0, 6, 2)))),
-          fourBitsDown(kept<kKept>(_mm512_set1_epi64(moveBits(2, 0, 4)))),
-          fourBitsUp(kept<kKept>(_mm512_set1_epi64(moveBits(0, 4, 4)))),
-          thirdMark(kept<kKept>(_mm512_set1_epi64(copyBit(6, 4, 4)))),
-          spread{kept<kKept>(table(kSpread)),
-                 kept<kKept>(_mm512_add_epi8(table(kSpread), _mm512_set1_epi8(16))),
-                 kept<kKept>(_mm512_add_epi8(table(kSpread), _mm512_set1_epi8(32))),
-                 kept<kKept>(_mm512_add_epi8(table(kSpread), _mm512_set1_epi8(48)))},
+          highHalf(everywhere<kKept, moveBits(4, 0, 4)>()),
+          twoBitsUp(everywhere<kKept, moveBits(0, 6, 2)>()),
+          fourBitsDown(everywhere<kKept, moveBits(2, 0, 4)>()),
+          fourBitsUp(everywhere<kKept, moveBits(0, 4, 4)>()),
+          thirdMark(everywhere<kKept, copyBit(6, 4, 4)>()),
+          spread{kept<kKept>(table(kSpread.indices[0])), kept<kKept>(table(kSpread.indices[1])),
+                 kept<kKept>(table(kSpread.indices[2])), kept<kKept>(table(kSpread.indices[3]))},
           lowBytes(keptMask<kKept>(0x1111111111111111)),
           middleBytes(keptMask<kKept>(0x2222222222222222)) {}
 };
@@ -128,13 +151,24 @@ QZSTRING_KERNEL Bytes loadWhole(const char* block) {
             _mm512_loadu_si512(block - 3)};
 }
 
-// At the beginning and the end of the text: lanes that are not `valid`, or whose place lies before the text,
-// are zero.
-QZSTRING_KERNEL Bytes loadPart(const char* block, std::uint64_t valid, bool first) {
-    const std::uint64_t none = first ? ~std::uint64_t{0} : 0;
-    return {_mm512_maskz_loadu_epi8(valid, block), _mm512_maskz_loadu_epi8(valid & ~(none & 1), block - 1),
-            _mm512_maskz_loadu_epi8(valid & ~(none & 3), block - 2),
-            _mm512_maskz_loadu_epi8(valid & ~(none & 7), block - 3)};
+// The lanes of a block at `at` from which one can look `distance` bytes back without leaving the text.
+QZSTRING_KERNEL std::uint64_t canLookBack(std::size_t at, unsigned distance) {
+    return at >= distance ? ~std::uint64_t{0} : ~std::uint64_t{0} << (distance - at);
+}
+
+// At the beginning of the text: lanes that are not `valid`, or whose place lies before the text, are zero.
+QZSTRING_KERNEL Bytes loadPart(const char* source, std::size_t at, std::uint64_t valid) {
+    const char* const block = source + at;
+    return {_mm512_maskz_loadu_epi8(valid, block),
+            _mm512_maskz_loadu_epi8(valid & canLookBack(at, 1), block - 1),
+            _mm512_maskz_loadu_epi8(valid & canLookBack(at, 2), block - 2),
+            _mm512_maskz_loadu_epi8(valid & canLookBack(at, 3), block - 3)};
+}
+
+// At the end of a text of more than one block: its last 64 bytes, some of which the block before had, too.
+QZSTRING_KERNEL Bytes loadLast(const char* source, std::size_t length) {
+    const std::size_t at = length - kBlock;
+    return at >= 3 ? loadWhole(source + at) : loadPart(source, at, ~std::uint64_t{0});
 }
 
 // Not zero where a byte and the ones before it cannot stand in well-formed text.
@@ -181,10 +215,10 @@ QZSTRING_KERNEL CodePoints form(const Bytes& bytes, __mmask64 high, __mmask64 fo
     const __m512i middle = _mm512_ternarylogic_epi32(lower, upper, isThree, 0xF8);
     __m512i top = _mm512_setzero_si512();
     if (four != 0) {
-        const __m512i twoBits =
-            _mm512_maskz_gf2p8affine_epi64_epi8(four, bytes.before2, _mm512_set1_epi64(moveBits(4, 0, 2)), 0);
-        const __m512i threeBits =
-            _mm512_maskz_gf2p8affine_epi64_epi8(four, bytes.before3, _mm512_set1_epi64(moveBits(0, 2, 3)), 0);
+        const __m512i twoBits = _mm512_maskz_gf2p8affine_epi64_epi8(
+            four, bytes.before2, everywhere<false, moveBits(4, 0, 2)>(), 0);
+        const __m512i threeBits = _mm512_maskz_gf2p8affine_epi64_epi8(
+            four, bytes.before3, everywhere<false, moveBits(0, 2, 3)>(), 0);
         top = _mm512_or_si512(twoBits, threeBits);
     }
     return {low, middle, top};
@@ -226,14 +260,15 @@ QZSTRING_KERNEL __m512i widen(const char* source) {
 
 // At most a block of ASCII.
 QZSTRING_KERNEL void storeAscii(const char* source, std::size_t count, wchar_t* destination) {
-    std::size_t at = 0;
-    for (; count - at >= 16; at += 16)
-        _mm512_storeu_si512(destination + at, widen(source + at));
-    if (at < count) {
-        const __mmask16 lanes = lowLanes(count - at);
-        _mm512_mask_storeu_epi32(destination + at, lanes,
-                                 _mm512_cvtepu8_epi32(_mm_maskz_loadu_epi8(lanes, source + at)));
+    if (count < 16) {
+        const __mmask16 lanes = lowLanes(count);
+        _mm512_mask_storeu_epi32(destination, lanes,
+                                 _mm512_cvtepu8_epi32(_mm_maskz_loadu_epi8(lanes, source)));
+        return;
     }
+    for (std::size_t at = 0; at < count - 16; at += 16)
+        _mm512_storeu_si512(destination + at, widen(source + at));
+    _mm512_storeu_si512(destination + count - 16, widen(source + count - 16));
 }
 
 QZSTRING_KERNEL bool isAsciiBlock(const char* block) {
@@ -246,7 +281,7 @@ QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length
                                           std::size_t room) {
     const std::size_t most = length < room ? length : room;
     std::size_t at = 0;
-    if (most >= kWorthAligning && isAsciiBlock(source)) {
+    if (most >= 4 * kBlock && isAsciiBlock(source)) {
         _mm512_storeu_si512(destination, widen(source));
         at = (0 - reinterpret_cast<std::uintptr_t>(destination) / sizeof(wchar_t)) % 16;
     }
@@ -271,6 +306,14 @@ QZSTRING_KERNEL std::size_t asciiSteps(const char* text, std::size_t length) {
     return at;
 }
 
+// Whether the last 64 bytes of a text and what is between `at` and them is ASCII.
+QZSTRING_KERNEL bool isAsciiToEnd(const char* source, std::size_t at, std::size_t length) {
+    __m512i all = _mm512_loadu_si512(source + length - kBlock);
+    for (; length - at > kBlock; at += kBlock)
+        all = _mm512_or_si512(all, _mm512_loadu_si512(source + at));
+    return _mm512_movepi8_mask(all) == 0;
+}
+
 // Decodes one block into `destination` where it is well-formed and fits. Returns the number of characters
 // that end in it, or kRefused. `ends` are the places before a byte that is no continuation.
 constexpr std::size_t kRefused = static_cast<std::size_t>(-1);
@@ -286,7 +329,7 @@ QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, std::uint64_t high, 
     CodePoints points = form(bytes, high, four, constant);
     points.low = _mm512_maskz_compress_epi8(ends, points.low);
     points.middle = _mm512_maskz_compress_epi8(ends, points.middle);
-    const bool roomForAll = muchFollows && room >= kBlock;
+    const bool roomForAll = muchFollows && room >= (count + 15) / 16 * 16;
     if (four != 0) {
         points.high = _mm512_maskz_compress_epi8(ends, points.high);
         store(points, true, count, roomForAll, destination, constant);
@@ -294,23 +337,6 @@ QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, std::uint64_t high, 
         store(points, false, count, roomForAll, destination, constant);
     }
     return count;
-}
-
-// The same for `most` bytes at the beginning or the end of a text: lanes outside them are masked out.
-template <class Constant>
-QZSTRING_KERNEL std::size_t decodePart(const char* source, std::size_t at, std::size_t most,
-                                       std::size_t length, wchar_t* destination, std::size_t room,
-                                       const Constant& constant) {
-    const bool isLast = most == length - at;
-    const std::uint64_t valid = lowBits(most);
-    const Bytes bytes = loadPart(source + at, valid, at == 0);
-    const std::uint64_t next = isLast ? valid >> 1 : valid;
-    const std::uint64_t ends =
-        ~continuations(_mm512_maskz_loadu_epi8(next, source + at + 1), constant) & valid;
-    if (isLast && utf8::endsInside(source, source + length))
-        return kRefused;
-    return decodeBlock(bytes, _mm512_movepi8_mask(bytes.at), ends, destination, room,
-                       length - at >= 5 * kBlock, constant);
 }
 
 // How many bytes to take first, so that the blocks after them begin with a cache line: loads across two cost
@@ -325,46 +351,50 @@ QZSTRING_KERNEL std::size_t firstPart(const char* source, std::size_t length) {
 QZSTRING_TARGET QZSTRING_NOINLINE Progress decodeLong(const char* source, std::size_t length,
                                                       wchar_t* destination, std::size_t capacity) {
     const Constants<true> constant;
-    std::size_t at = 0;
-    std::size_t written = 0;
+    std::size_t at = storeAsciiRun(source, length, destination, capacity);
+    std::size_t written = at;
     bool afterAscii = true;
     while (at < length) {
         const std::size_t rest = length - at;
         const std::size_t room = capacity - written;
-        std::size_t taken = rest < kBlock ? rest : kBlock;
-        std::size_t count = 0;
-        if (at != 0 && rest > kBlock) {
-            const Bytes bytes = loadWhole(source + at);
-            const std::uint64_t high = _mm512_movepi8_mask(bytes.at);
-            if (high == 0 && (afterAscii || !utf8::endsInside(source, source + at))) {
-                const std::size_t run = storeAsciiRun(source + at, rest, destination + written, room);
-                if (run == 0)
-                    break;
-                at += run;
-                written += run;
-                afterAscii = true;
-                continue;
-            }
-            const std::uint64_t ends = ~continuations(_mm512_loadu_si512(source + at + 1), constant);
-            // At least a character of every four bytes: 256 more fill what a whole block may write too much.
-            count = decodeBlock(bytes, high, ends, destination + written, room, rest >= 5 * kBlock, constant);
+        std::size_t taken = kBlock;
+        Bytes bytes;
+        std::uint64_t ends;
+        if (rest <= kBlock) {
+            if (utf8::endsInside(source, source + length))
+                break;
+            taken = rest;
+            bytes = loadLast(source, length);
+            const std::uint64_t starts = ~continuations(bytes.at, constant);
+            ends = (starts >> 1 | std::uint64_t{1} << 63) & ~std::uint64_t{0} << (kBlock - rest);
         } else {
-            const std::size_t run = at == 0 ? storeAsciiRun(source, length, destination, capacity) : 0;
-            if (run != 0) {
-                at += run;
-                written += run;
-                continue;
+            ends = ~continuations(_mm512_loadu_si512(source + at + 1), constant);
+            if (at >= 3) {
+                bytes = loadWhole(source + at);
+            } else {
+                taken = at == 0 ? firstPart(source, length) : kBlock;
+                bytes = loadPart(source, at, lowBits(taken));
+                ends &= lowBits(taken);
             }
-            taken = at == 0 ? firstPart(source, length) : taken;
-            const __m512i part = _mm512_maskz_loadu_epi8(lowBits(taken), source + at);
-            if (afterAscii && taken <= room && _mm512_movepi8_mask(part) == 0) {
-                storeAscii(source + at, taken, destination + written);
-                at += taken;
-                written += taken;
-                continue;
-            }
-            count = decodePart(source, at, taken, length, destination + written, room, constant);
         }
+        const std::uint64_t high = _mm512_movepi8_mask(bytes.at);
+        if (high == 0 && (afterAscii || !utf8::endsInside(source, source + at))) {
+            std::size_t run = storeAsciiRun(source + at, rest, destination + written, room);
+            if (run == 0) {
+                if (taken > room)
+                    break;
+                storeAscii(source + at, taken, destination + written);
+                run = taken;
+            }
+            at += run;
+            written += run;
+            afterAscii = true;
+            continue;
+        }
+        // At least a character of every four bytes: a block more fills the last group of 16 that this one
+        // writes.
+        const std::size_t count =
+            decodeBlock(bytes, high, ends, destination + written, room, rest >= 2 * kBlock, constant);
         if (count == kRefused)
             break;
         at += taken;
@@ -375,42 +405,48 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress decodeLong(const char* source, std::s
     return at == length ? Progress{at, written} : utf8::wholeCharacters(source, {at, written}, afterAscii);
 }
 
-// The same without the stores. Four blocks in a row are checked at once.
-QZSTRING_TARGET QZSTRING_NOINLINE Progress measureLong(const char* source, std::size_t length) {
+// The same without the stores, from `at` on, before which all is ASCII. Four blocks in a row are checked at
+// once.
+QZSTRING_TARGET QZSTRING_NOINLINE Progress measureLong(const char* source, std::size_t length,
+                                                       std::size_t at) {
     const Constants<true> constant;
-    std::size_t at = 0;
-    std::size_t characters = 0;
+    std::size_t characters = at;
     while (at < length) {
         const std::size_t rest = length - at;
-        if ((at != 0 || length < kWorthAligning) && rest >= 4 * kBlock) {
-            const std::size_t run = utf8::endsInside(source, source + at) ? 0 : asciiSteps(source + at, rest);
-            if (run != 0) {
+        __m512i faults = _mm512_setzero_si512();
+        std::size_t taken = rest;
+        std::size_t continued = 0;
+        if (at >= 3 && rest >= kBlock) {
+            if (!utf8::endsInside(source, source + at)) {
+                const std::size_t run = asciiSteps(source + at, rest);
                 at += run;
                 characters += run;
-                continue;
+                if (run != 0)
+                    continue;
             }
-        }
-        if (at != 0 && rest >= kBlock) {
-            const std::size_t count = rest >= 4 * kBlock ? 4 * kBlock : kBlock;
-            __m512i faults = _mm512_setzero_si512();
-            std::size_t continued = 0;
-            for (std::size_t i = at; i < at + count; i += kBlock) {
+            taken = rest >= 4 * kBlock ? 4 * kBlock : kBlock;
+            for (std::size_t i = at; i < at + taken; i += kBlock) {
                 const Bytes bytes = loadWhole(source + i);
                 faults = _mm512_or_si512(faults, faultsOf(bytes, constant));
                 continued += static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at, constant)));
             }
-            if (anyFault(faults))
-                break;
-            at += count;
-            characters += count - continued;
-            continue;
+        } else {
+            Bytes bytes;
+            std::uint64_t counted = ~std::uint64_t{0};
+            if (rest < kBlock) {
+                bytes = loadLast(source, length);
+                counted <<= kBlock - rest;
+            } else {
+                taken = at == 0 ? firstPart(source, length) : kBlock;
+                bytes = loadPart(source, at, lowBits(taken));
+            }
+            faults = faultsOf(bytes, constant);
+            continued = static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at, constant) & counted));
         }
-        const std::size_t most = at == 0 ? firstPart(source, length) : rest;
-        const Bytes bytes = loadPart(source + at, lowBits(most), at == 0);
-        if (anyFault(faultsOf(bytes, constant)))
+        if (anyFault(faults))
             break;
-        at += most;
-        characters += most - static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at, constant)));
+        at += taken;
+        characters += taken - continued;
     }
     if (at < length || utf8::endsInside(source, source + length)) {
         // Characters were counted by their lead bytes: not so the one that goes on past this place.
@@ -722,10 +758,16 @@ QZSTRING_TARGET bool measureEncoded(const wchar_t* source, std::size_t length, s
 QZSTRING_TARGET Progress decode(const char* source, std::size_t length, wchar_t* destination,
                                 std::size_t capacity) {
     if (length <= kBlock) {
-        const __m512i block = _mm512_maskz_loadu_epi8(lowBits(length), source);
+        const std::uint64_t valid = lowBits(length);
+        const Bytes bytes = loadPart(source, 0, valid);
+        const std::uint64_t high = _mm512_movepi8_mask(bytes.at);
         std::size_t written = kRefused;
-        if (_mm512_movepi8_mask(block) != 0) {
-            written = decodePart(source, 0, length, length, destination, capacity, Constants<false>());
+        if (high != 0) {
+            const Constants<false> constant;
+            const std::uint64_t starts = ~continuations(bytes.at, constant);
+            const std::uint64_t ends = (starts >> 1 | std::uint64_t{1} << 63 >> (kBlock - length)) & valid;
+            if (!utf8::endsInside(source, source + length))
+                written = decodeBlock(bytes, high, ends, destination, capacity, false, constant);
         } else if (length <= capacity) {
             storeAscii(source, length, destination);
             written = length;
@@ -741,16 +783,23 @@ QZSTRING_TARGET Progress decode(const char* source, std::size_t length, wchar_t*
 QZSTRING_TARGET Progress decodedLength(const char* source, std::size_t length) {
     if (length <= kBlock) {
         const Constants<false> constant;
-        const Bytes bytes = loadPart(source, lowBits(length), true);
-        const bool refused =
-            _mm512_movepi8_mask(bytes.at) != 0 &&
-            (anyFault(faultsOf(bytes, constant)) || utf8::endsInside(source, source + length));
+        const Bytes bytes = loadPart(source, 0, lowBits(length));
+        if (_mm512_movepi8_mask(bytes.at) == 0) {
+            _mm256_zeroupper();
+            return {length, length};
+        }
+        const bool refused = anyFault(faultsOf(bytes, constant)) || utf8::endsInside(source, source + length);
         const std::size_t characters =
             length - static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at, constant)));
         _mm256_zeroupper();
         return refused ? finishLength(source, length, {0, 0}) : Progress{length, characters};
     }
-    const Progress blocks = measureLong(source, length);
+    const std::size_t ascii = asciiSteps(source, length);
+    if (length - ascii < 4 * kBlock && isAsciiToEnd(source, ascii, length)) {
+        _mm256_zeroupper();
+        return {length, length};
+    }
+    const Progress blocks = measureLong(source, length, ascii);
     return blocks.read == length ? blocks : finishLength(source, length, blocks);
 }
 

@@ -3,7 +3,9 @@
 #include "primitives/conversion.h"
 
 #include <algorithm>
+#include <cstring>
 #include <random>
+#include <vector>
 
 #include "primitives/kernels.h"
 #include "primitives/utf8Portable.h"
@@ -295,6 +297,31 @@ TEST_P(EveryKernel, CrossesBlockEdges) {
                     const std::string shorter = text.substr(0, cut);
                     ASSERT_NO_FATAL_FAILURE(expectDecodes(shorter, decodeByTable(shorter)));
                 }
+            }
+        }
+    }
+}
+
+// Long texts at every place in a cache line, among bytes that would lead or continue characters: what stands
+// around a text has no part in it.
+TEST_P(EveryKernel, SeesNothingAroundTheText) {
+    for (const std::string seed : kSeeds) {
+        std::string text;
+        while (text.size() < 1100)
+            text += seed;
+        const std::wstring expected = decodeByTable(text).text;
+        std::vector<wchar_t> room(text.size());
+        for (const char around : {'\xF0', '\x80'}) {
+            for (std::size_t offset = 0; offset < 64; ++offset) {
+                alignas(64) char memory[64 + 1200];
+                std::memset(memory, around, sizeof memory);
+                std::memcpy(memory + offset, text.data(), text.size());
+                const auto length = static_cast<unsigned int>(text.size());
+                ASSERT_EQ(qzString::UTF8toWCS(memory + offset, length, nullptr, 0, false, nullptr),
+                          expected.size());
+                ASSERT_EQ(qzString::UTF8toWCS(memory + offset, length, room.data(), length, false, nullptr),
+                          expected.size());
+                ASSERT_EQ(std::wstring_view(room.data(), expected.size()), expected) << offset;
             }
         }
     }
