@@ -19,13 +19,13 @@
 
 namespace qzString::kernels {
 
-// The lowest `count` bits; all of them from 64 up.
+// The lowest `count` bits, up to 255; all of them from 64 and from 16 up.
 QZSTRING_KERNEL std::uint64_t lowBits(std::size_t count) {
-    return count < 64 ? _bzhi_u64(~std::uint64_t{0}, static_cast<unsigned>(count)) : ~std::uint64_t{0};
+    return _bzhi_u64(~std::uint64_t{0}, count);
 }
 
 QZSTRING_KERNEL __mmask16 lowLanes(std::size_t count) {
-    return static_cast<__mmask16>(count < 16 ? (1U << count) - 1 : 0xFFFF);
+    return static_cast<__mmask16>(_bzhi_u32(0xFFFF, static_cast<unsigned>(count)));
 }
 
 }  // namespace qzString::kernels

@@ -13,14 +13,8 @@ constexpr const Kernels* kBestFirst[] = {
     &kPortable,
 };
 
-}  // namespace
-
-KernelRange allKernels() {
-    return {std::begin(kBestFirst), std::end(kBestFirst)};
-}
-
 // Threads that choose at the same time choose alike, so that a relaxed store is enough.
-const Kernels& chooseKernels() {
+const Kernels& choose() {
     const Kernels* best = &kPortable;
     for (const Kernels* row : kBestFirst) {
         if (row->usable()) {
@@ -32,8 +26,44 @@ const Kernels& chooseKernels() {
     return *best;
 }
 
+// The entry that chooses a row and calls the row's own.
+template <auto kEntry>
+struct Choosing;
+template <class Result, class... Arguments, Result (*Kernels::*kEntry)(Arguments...)>
+struct Choosing<kEntry> {
+    static Result call(Arguments... arguments) { return (choose().*kEntry)(arguments...); }
+};
+
+bool neverUsable() {
+    return false;
+}
+
+}  // namespace
+
+const Kernels kChoosing = {
+    "choosing",
+    neverUsable,
+    Choosing<&Kernels::decode>::call,
+    Choosing<&Kernels::decodedLength>::call,
+    Choosing<&Kernels::encode>::call,
+    Choosing<&Kernels::encodedLength>::call,
+    Choosing<&Kernels::isAsciiNarrow>::call,
+    Choosing<&Kernels::isAsciiWide>::call,
+    Choosing<&Kernels::toLowerNarrow>::call,
+    Choosing<&Kernels::toUpperNarrow>::call,
+    Choosing<&Kernels::toLowerWide>::call,
+    Choosing<&Kernels::toUpperWide>::call,
+    Choosing<&Kernels::findCaseDifferenceNarrow>::call,
+    Choosing<&Kernels::findCaseDifferenceWide>::call,
+    Choosing<&Kernels::hashLanes>::call,
+};
+
+KernelRange allKernels() {
+    return {std::begin(kBestFirst), std::end(kBestFirst)};
+}
+
 void useKernels(const Kernels* pinned) {
-    chosenKernels.store(pinned, std::memory_order_relaxed);
+    chosenKernels.store(pinned != nullptr ? pinned : &kChoosing, std::memory_order_relaxed);
 }
 
 }  // namespace qzString::kernels

@@ -64,12 +64,11 @@ KernelRange allKernels();
 // library.
 void useKernels(const Kernels* pinned);
 
-// The version in use.
-inline std::atomic<const Kernels*> chosenKernels{nullptr};
-const Kernels& chooseKernels();
+// The version in use: at first a row whose entries choose one and go on in it, so that a call tests nothing.
+extern const Kernels kChoosing;
+inline std::atomic<const Kernels*> chosenKernels{&kChoosing};
 inline const Kernels& active() {
-    const Kernels* chosen = chosenKernels.load(std::memory_order_relaxed);
-    return chosen != nullptr ? *chosen : chooseKernels();
+    return *chosenKernels.load(std::memory_order_relaxed);
 }
 
 // The rows, each in the file of its name; compiled in where the architecture has the instructions.

@@ -61,17 +61,19 @@ unsigned int UTF8toWCS(const char* source, unsigned int sourceLength, wchar_t* d
     if (substitute)
         return convertSubstituting(source, sourceLength, destination, capacity, ok);
     const kernels::Kernels& kernel = kernels::active();
-    return whole(destination == nullptr ? kernel.decodedLength(source, sourceLength)
-                                        : kernel.decode(source, sourceLength, destination, capacity),
-                 sourceLength, ok);
+    const Progress progress = destination == nullptr
+                                  ? kernel.decodedLength(source, sourceLength)
+                                  : kernel.decode(source, sourceLength, destination, capacity);
+    return whole(progress, sourceLength, ok);
 }
 
 unsigned int WCStoUTF8(const wchar_t* source, unsigned int sourceLength, char* destination,
                        unsigned int capacity, bool* ok) {
     const kernels::Kernels& kernel = kernels::active();
-    return whole(destination == nullptr ? kernel.encodedLength(source, sourceLength)
-                                        : kernel.encode(source, sourceLength, destination, capacity),
-                 sourceLength, ok);
+    const Progress progress = destination == nullptr
+                                  ? kernel.encodedLength(source, sourceLength)
+                                  : kernel.encode(source, sourceLength, destination, capacity);
+    return whole(progress, sourceLength, ok);
 }
 
 unsigned int UTF8validLength(const char* text, unsigned int length) {
