@@ -8,6 +8,9 @@
 // first and the last block are copied to where zeros stand around them, so that nothing outside the text is
 // read.
 //
+// Where a block ends characters at every third or every fourth place only, a loop of its own decodes them
+// while they last: eight at a time, one in each lane, checked there by their marks and their values.
+//
 // Encoding, 8 characters a block: each is spread over the four bytes of its lane, lead byte first and
 // right-aligned; for each combination of four lengths a table has the shuffle that moves the bytes in use to
 // the front.
@@ -22,6 +25,7 @@
 #include <cstring>
 
 #include "primitives/avx2.h"
+#include "primitives/inline.h"
 #include "primitives/utf8Check.h"
 #include "primitives/utf8Kernels.h"
 #include "primitives/utf8Portable.h"
@@ -57,6 +61,10 @@ QZSTRING_KERNEL __m256i nibbleTable(const unsigned char (&entries)[16]) {
 
 QZSTRING_KERNEL __m256i bytesOf(int value) {
     return _mm256_set1_epi8(static_cast<char>(value));
+}
+
+QZSTRING_KERNEL __m256i lanesOf(unsigned value) {
+    return _mm256_set1_epi32(static_cast<int>(value));
 }
 
 // The constants of the loops. Their origin is hidden from the compiler, which would otherwise make them anew
@@ -218,56 +226,177 @@ struct Part {
     [[nodiscard]] std::uint32_t valid() const { return count == kBlock ? ~0U : (1U << count) - 1; }
 };
 
+QZSTRING_KERNEL __m256i widen(const char* source) {
+    return _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(source)));
+}
+
+// Widens whole blocks of ASCII while they last and fit, and returns how many bytes that were.
 QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length, wchar_t* destination,
                                           std::size_t room) {
     const std::size_t most = length < room ? length : room;
     std::size_t at = 0;
     for (; most - at >= kBlock && topBits(load256(source + at)) == 0; at += kBlock) {
-        for (std::size_t i = at; i < at + kBlock; i += 8) {
-            const __m128i eight = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(source + i));
-            store256(destination + i, _mm256_cvtepu8_epi32(eight));
-        }
+        for (std::size_t i = at; i < at + kBlock; i += 8)
+            store256(destination + i, widen(source + i));
     }
     return at;
 }
 
-QZSTRING_TARGET Progress decodeBlocks(const char* source, std::size_t length, wchar_t* destination,
-                                      std::size_t capacity) {
-    const DecodingConstants constant;
+// ---- Runs of one length ----
+
+// Eight characters of three or four bytes in a row, one in each lane, or what cannot be that.
+struct Lanes {
+    __m256i characters;
+    bool valid;
+};
+
+template <int kWidth>
+QZSTRING_KERNEL Lanes decodeEight(const char* source) {
+    static_assert(kWidth == 3 || kWidth == 4);
+    const auto half = [](const char* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); };
+    const __m256i bytes =
+        _mm256_inserti128_si256(_mm256_castsi128_si256(half(source)), half(source + 4 * kWidth), 1);
+    // The last byte first in every lane.
+    const __m256i order =
+        kWidth == 3
+            ? _mm256_broadcastsi128_si256(_mm_setr_epi8(2, 1, 0, -1, 5, 4, 3, -1, 8, 7, 6, -1, 11, 10, 9, -1))
+            : _mm256_broadcastsi128_si256(
+                  _mm_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12));
+    const __m256i lanes = _mm256_shuffle_epi8(bytes, order);
+    const __m256i marks = _mm256_and_si256(lanes, lanesOf(kWidth == 3 ? 0x00F0C0C0 : 0xF8C0C0C0));
+    const __m256i marked = _mm256_cmpeq_epi32(marks, lanesOf(kWidth == 3 ? 0x00E08080 : 0xF0808080));
+    // Six bits and six bits, then twelve and the rest.
+    const __m256i fields = _mm256_and_si256(lanes, lanesOf(kWidth == 3 ? 0x000F3F3F : 0x073F3F3F));
+    const __m256i twelves = _mm256_maddubs_epi16(fields, _mm256_set1_epi16(0x4001));
+    const __m256i characters = _mm256_madd_epi16(twelves, lanesOf(0x10000001));
+    __m256i wrong;
+    if (kWidth == 3) {
+        const __m256i high = _mm256_and_si256(characters, lanesOf(0xF800));
+        wrong = _mm256_or_si256(_mm256_cmpeq_epi32(high, _mm256_setzero_si256()),
+                                _mm256_cmpeq_epi32(high, lanesOf(0xD800)));
+    } else {
+        wrong = _mm256_or_si256(_mm256_cmpgt_epi32(lanesOf(0x10000), characters),
+                                _mm256_cmpgt_epi32(characters, lanesOf(0x10FFFF)));
+    }
+    return {characters, topBits(_mm256_andnot_si256(wrong, marked)) == ~0U};
+}
+
+// Decodes eight characters of that many bytes at a time while they last, fit and are well-formed. Returns how
+// many characters that were.
+template <int kWidth>
+QZSTRING_KERNEL std::size_t storeRun(const char* source, std::size_t length, wchar_t* destination,
+                                     std::size_t room) {
+    std::size_t count = 0;
+    for (; room - count >= 8 && length - kWidth * count >= kBlock; count += 8) {
+        const Lanes eight = decodeEight<kWidth>(source + kWidth * count);
+        if (!eight.valid)
+            break;
+        store256(destination + count, eight.characters);
+    }
+    return count;
+}
+
+// A block that has none but characters of three or none but characters of four bytes, to judge by the places
+// where they end: where the first of them begins, counted from the block, and their width; else 0.
+struct Run {
+    int start;
+    int width;
+};
+
+QZSTRING_KERNEL Run findRun(std::uint32_t ends) {
+    const int first = static_cast<int>(_tzcnt_u32(ends)) & 3;
+    const int width = ends == 0x49249249U << first ? 3 : ends == 0x11111111U << first ? 4 : 0;
+    return {first + 1 - width, width};
+}
+
+// Whether what stands before the run is whole and written, and nothing of the run is: it begins with the
+// block, or with the one character that has begun before the block and goes on in it.
+QZSTRING_KERNEL bool beginsAt(const Run& run, const char* source, const char* block) {
+    if (run.start == 0)
+        return !utf8::isContinuation(*block) && !utf8::endsInside(source, block);
+    return utf8::isContinuation(*block) && utf8::lastCharacter(block) == block + run.start;
+}
+
+// How far decoding has come.
+struct Decoding {
     std::size_t at = 0;
     std::size_t written = 0;
-    bool afterAscii = true;
-    while (at < length) {
-        const std::size_t rest = length - at;
-        const std::size_t room = capacity - written;
-        if (rest >= kBlock && (afterAscii || !utf8::endsInside(source, source + at))) {
-            const std::size_t run = storeAsciiRun(source + at, rest, destination + written, room);
-            at += run;
-            written += run;
-            afterAscii = afterAscii || run != 0;
-            if (run != 0)
-                continue;
+    bool afterWhole = true;  // whole characters, all of them written, up to `at`
+
+    QZSTRING_KERNEL void advance(std::size_t bytes, std::size_t characters, bool whole) {
+        at += bytes;
+        written += characters;
+        afterWhole = whole;
+    }
+};
+
+// Decodes as long as blocks are well-formed and fit, up to a run of characters of one width: goes back to
+// where it begins, and returns that width; else 0.
+QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size_t length,
+                                                   wchar_t* destination, std::size_t capacity,
+                                                   Decoding& decoding) {
+    const DecodingConstants constant;
+    Decoding now = decoding;
+    int width = 0;
+    while (now.at < length) {
+        const char* const block = source + now.at;
+        const std::size_t rest = length - now.at;
+        const std::size_t room = capacity - now.written;
+        if (rest >= kBlock && topBits(load256(block)) == 0 &&
+            (now.afterWhole || !utf8::endsInside(source, block))) {
+            const std::size_t run = storeAsciiRun(block, rest, destination + now.written, room);
+            if (run == 0)
+                break;
+            now.advance(run, run, true);
+            continue;
         }
         // At least a character of every four bytes: 32 more fill what a whole block may write too much.
         const bool muchFollows = rest >= 2 * kBlock;
         std::size_t count = kRefused;
-        if (at >= 3 && rest > kBlock) {
-            count = decodeBlock(loadAround(source + at), starts(load256(source + at + 1), constant),
-                                destination + written, room, muchFollows, constant);
+        if (now.at >= 3 && rest > kBlock) {
+            const std::uint32_t ends = starts(load256(block + 1), constant);
+            const Run run = findRun(ends);
+            if (run.width != 0 && beginsAt(run, source, block)) {
+                now.at += static_cast<std::size_t>(run.start);
+                now.afterWhole = true;
+                width = run.width;
+                break;
+            }
+            count =
+                decodeBlock(loadAround(block), ends, destination + now.written, room, muchFollows, constant);
         } else if (rest > kBlock || !utf8::endsInside(source, source + length)) {
-            const Part part(source, at, length);
+            const Part part(source, now.at, length);
             count = decodeBlock(loadAround(part.block()),
                                 starts(load256(part.block() + 1), constant) & part.valid(),
-                                destination + written, room, muchFollows, constant);
+                                destination + now.written, room, muchFollows, constant);
         }
         if (count == kRefused)
             break;
-        at += rest < kBlock ? rest : kBlock;
-        written += count;
-        afterAscii = false;
+        now.advance(rest < kBlock ? rest : kBlock, count, false);
+    }
+    decoding = now;
+    _mm256_zeroupper();
+    return width;
+}
+
+// Where a run decodes nothing, the text is ill-formed there, or does not fit.
+QZSTRING_TARGET Progress decodeVectors(const char* source, std::size_t length, wchar_t* destination,
+                                       std::size_t capacity) {
+    Decoding decoding;
+    while (const int width = decodeBlocks(source, length, destination, capacity, decoding)) {
+        const char* const from = source + decoding.at;
+        const std::size_t rest = length - decoding.at;
+        wchar_t* const to = destination + decoding.written;
+        const std::size_t room = capacity - decoding.written;
+        const std::size_t run =
+            width == 3 ? storeRun<3>(from, rest, to, room) : storeRun<4>(from, rest, to, room);
+        if (run == 0)
+            break;
+        decoding.advance(run * static_cast<std::size_t>(width), run, true);
     }
     _mm256_zeroupper();
-    return at == length ? Progress{at, written} : utf8::wholeCharacters(source, {at, written}, afterAscii);
+    const Progress reached{decoding.at, decoding.written};
+    return decoding.at == length ? reached : utf8::wholeCharacters(source, reached, decoding.afterWhole);
 }
 
 // The same without the stores. Four blocks in a row are checked at once.
@@ -336,10 +465,6 @@ constexpr std::array<Shuffle, 256> kPackings = makePackings();
 // Four bits, each in two.
 constexpr unsigned char kApart[16] = {0x00, 0x01, 0x04, 0x05, 0x10, 0x11, 0x14, 0x15,
                                       0x40, 0x41, 0x44, 0x45, 0x50, 0x51, 0x54, 0x55};
-
-QZSTRING_KERNEL __m256i lanesOf(unsigned value) {
-    return _mm256_set1_epi32(static_cast<int>(value));
-}
 
 QZSTRING_KERNEL unsigned laneBits(__m256i lanes) {
     return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lanes)));
@@ -449,7 +574,7 @@ QZSTRING_TARGET Progress measureEncoded(const wchar_t* source, std::size_t lengt
 // Each goes on in portable code where the blocks end: at the end of the text, of the room, or before a fault.
 
 Progress decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity) {
-    const Progress blocks = decodeBlocks(source, length, destination, capacity);
+    const Progress blocks = decodeVectors(source, length, destination, capacity);
     if (blocks.read == length)
         return blocks;
     const Progress rest = utf8::decode(source + blocks.read, length - blocks.read,
