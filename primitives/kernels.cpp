@@ -9,6 +9,8 @@ constexpr const Kernels* kBestFirst[] = {
 #if QZSTRING_KERNELS_X86
     &kAvx512,
     &kAvx2,
+#elif QZSTRING_KERNELS_NEON
+    &kNeon,
 #endif
     &kPortable,
 };

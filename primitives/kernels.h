@@ -75,9 +75,11 @@ inline const Kernels& active() {
 extern const Kernels kPortable;
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #define QZSTRING_KERNELS_X86 1
-// AVX2
 extern const Kernels kAvx2;
 extern const Kernels kAvx512;
+#elif defined(__aarch64__) && defined(__AARCH64EL__) && (defined(__GNUC__) || defined(__clang__))
+#define QZSTRING_KERNELS_NEON 1
+extern const Kernels kNeon;
 #endif
 
 }  // namespace qzString::kernels

@@ -1,59 +1,22 @@
-// UTF-8 in AVX2.
-//
-// Decoding, 32 bytes a block, goes as in AVX-512 (utf8Avx512.cpp): the block is loaded as it is and as seen
-// from 1, 2 and 3 positions on; pairs of bytes are checked by three look-ups (utf8Check.h); every position
-// gets the low, middle and high byte of the code point that would end there. Selecting those positions at
-// which a character does end takes a table: for each mask of eight positions, the byte shuffle that moves
-// their 16-bit values to the front. Block edges: a character is formed in the block in which it ends. The
-// first and the last block are copied to where zeros stand around them, so that nothing outside the text is
-// read.
-//
-// Where a block ends characters at every third or every fourth place only, a loop of its own decodes them
-// while they last: eight at a time, one in each lane, checked there by their marks and their values.
+// UTF-8 in AVX2. Decoding goes by blocks of 32 bytes: utf8Blocks.h has the algorithm.
 //
 // Encoding, 8 characters a block: each is spread over the four bytes of its lane, lead byte first and
 // right-aligned; for each combination of four lengths a table has the shuffle that moves the bytes in use to
-// the front.
-//
-// Stores are 32 bytes (decoding) or 16 (encoding) whole while what is still to come is sure to fill them;
-// near the end they go through a buffer, so that nothing past the count is touched.
+// the front. Stores are 16 bytes whole while what is still to come is sure to fill them; the portable code
+// writes the rest.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_X86
 
-#include <array>
-#include <cstring>
-
 #include "primitives/avx2.h"
-#include "primitives/inline.h"
+#include "primitives/utf8Blocks.h"
 #include "primitives/utf8Check.h"
 #include "primitives/utf8Kernels.h"
-#include "primitives/utf8Portable.h"
 
 namespace qzString::kernels::avx2 {
 namespace {
 
-constexpr std::size_t kBlock = 32;
-
-using Shuffle = std::array<unsigned char, 16>;
-
 // ---- Decoding ----
-
-constexpr std::array<Shuffle, 256> makeSelections() {
-    std::array<Shuffle, 256> selections{};
-    for (std::size_t mask = 0; mask < 256; ++mask) {
-        std::size_t to = 0;
-        for (std::size_t i = 0; i < 8; ++i) {
-            if ((mask >> i & 1) != 0) {
-                selections[mask][to++] = static_cast<unsigned char>(2 * i);
-                selections[mask][to++] = static_cast<unsigned char>(2 * i + 1);
-            }
-        }
-    }
-    return selections;
-}
-// Moves the 16-bit elements of a mask to the front.
-constexpr std::array<Shuffle, 256> kSelections = makeSelections();
 
 QZSTRING_KERNEL __m256i nibbleTable(const unsigned char (&entries)[16]) {
     return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(entries)));
@@ -94,16 +57,12 @@ struct DecodingConstants {
           middleThree(kept(bytesOf(0x1C))) {}
 };
 
-struct Bytes {
+struct Views {
     __m256i at, before1, before2, before3;
 };
 
-QZSTRING_KERNEL Bytes loadAround(const char* block) {
-    return {load256(block), load256(block - 1), load256(block - 2), load256(block - 3)};
-}
-
 // Not zero where a byte and the ones before it cannot stand in well-formed text.
-QZSTRING_KERNEL __m256i faultsOf(const Bytes& bytes, const DecodingConstants& constant) {
+QZSTRING_KERNEL __m256i faultsOf(const Views& bytes, const DecodingConstants& constant) {
     const __m256i firstHigh = _mm256_and_si256(_mm256_srli_epi16(bytes.before1, 4), constant.lowHalf);
     const __m256i secondHigh = _mm256_and_si256(_mm256_srli_epi16(bytes.at, 4), constant.lowHalf);
     const __m256i pairs = _mm256_and_si256(
@@ -117,17 +76,8 @@ QZSTRING_KERNEL __m256i faultsOf(const Bytes& bytes, const DecodingConstants& co
     return _mm256_xor_si256(_mm256_and_si256(_mm256_or_si256(third, fourth), constant.topBit), pairs);
 }
 
-QZSTRING_KERNEL bool anyFault(__m256i faults) {
-    return _mm256_testz_si256(faults, faults) == 0;
-}
-
 QZSTRING_KERNEL std::uint32_t topBits(__m256i bytes) {
     return static_cast<std::uint32_t>(_mm256_movemask_epi8(bytes));
-}
-
-// Bytes that are no continuation.
-QZSTRING_KERNEL std::uint32_t starts(__m256i bytes, const DecodingConstants& constant) {
-    return topBits(_mm256_cmpgt_epi8(bytes, constant.lastContinuation));
 }
 
 struct CodePoints {
@@ -135,7 +85,7 @@ struct CodePoints {
     bool hasHigh;
 };
 
-QZSTRING_KERNEL CodePoints form(const Bytes& bytes, const DecodingConstants& constant) {
+QZSTRING_KERNEL CodePoints form(const Views& bytes, const DecodingConstants& constant) {
     const __m256i zero = _mm256_setzero_si256();
     const __m256i joined =
         _mm256_or_si256(_mm256_and_si256(bytes.at, constant.lowSix),
@@ -160,7 +110,7 @@ QZSTRING_KERNEL CodePoints form(const Bytes& bytes, const DecodingConstants& con
 QZSTRING_KERNEL wchar_t* storeEight(__m128i values, __m128i high, bool hasHigh, std::uint32_t mask,
                                     wchar_t* destination) {
     const __m128i selection =
-        _mm_loadu_si128(reinterpret_cast<const __m128i*>(kSelections[mask & 0xFF].data()));
+        _mm_loadu_si128(reinterpret_cast<const __m128i*>(blocks::kSelections[mask & 0xFF].data()));
     __m256i characters = _mm256_cvtepu16_epi32(_mm_shuffle_epi8(values, selection));
     if (hasHigh) {
         const __m256i upper = _mm256_cvtepu16_epi32(_mm_shuffle_epi8(high, selection));
@@ -188,70 +138,9 @@ QZSTRING_KERNEL void store(const CodePoints& points, std::uint32_t ends, wchar_t
                destination);
 }
 
-constexpr std::size_t kRefused = static_cast<std::size_t>(-1);
-
-// Decodes one block where it is well-formed and fits. Returns the number of characters that end in it, or
-// kRefused.
-QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, std::uint32_t ends, wchar_t* destination,
-                                        std::size_t room, bool muchFollows,
-                                        const DecodingConstants& constant) {
-    const auto count = static_cast<std::size_t>(_mm_popcnt_u32(ends));
-    if (anyFault(faultsOf(bytes, constant)) || count > room)
-        return kRefused;
-    const CodePoints points = form(bytes, constant);
-    if (muchFollows && room >= count + 8) {
-        store(points, ends, destination);
-    } else {
-        wchar_t buffer[kBlock + 8];
-        store(points, ends, buffer);
-        std::memcpy(destination, buffer, count * sizeof(wchar_t));
-    }
-    return count;
-}
-
-// A block at the beginning or the end of the text, with the bytes around it, and zeros where the text has
-// none.
-struct Part {
-    char bytes[3 + kBlock + 1] = {};
-    std::size_t count;
-
-    Part(const char* source, std::size_t at, std::size_t length) {
-        const std::size_t before = at < 3 ? at : 3;
-        const std::size_t rest = length - at;
-        std::memcpy(bytes + 3 - before, source + at - before,
-                    before + (rest < kBlock + 1 ? rest : kBlock + 1));
-        count = rest < kBlock ? rest : kBlock;
-    }
-    [[nodiscard]] const char* block() const { return bytes + 3; }
-    [[nodiscard]] std::uint32_t valid() const { return count == kBlock ? ~0U : (1U << count) - 1; }
-};
-
-QZSTRING_KERNEL __m256i widen(const char* source) {
-    return _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(source)));
-}
-
-// Widens whole blocks of ASCII while they last and fit, and returns how many bytes that were.
-QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length, wchar_t* destination,
-                                          std::size_t room) {
-    const std::size_t most = length < room ? length : room;
-    std::size_t at = 0;
-    for (; most - at >= kBlock && topBits(load256(source + at)) == 0; at += kBlock) {
-        for (std::size_t i = at; i < at + kBlock; i += 8)
-            store256(destination + i, widen(source + i));
-    }
-    return at;
-}
-
-// ---- Runs of one length ----
-
-// Eight characters of three or four bytes in a row, one in each lane, or what cannot be that.
-struct Lanes {
-    __m256i characters;
-    bool valid;
-};
-
+// Eight characters of three or of four bytes, one in each lane. Returns false where they cannot be that.
 template <int kWidth>
-QZSTRING_KERNEL Lanes decodeEight(const char* source) {
+QZSTRING_KERNEL bool decodeEight(const char* source, wchar_t* destination) {
     static_assert(kWidth == 3 || kWidth == 4);
     const auto half = [](const char* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); };
     const __m256i bytes =
@@ -278,190 +167,14 @@ QZSTRING_KERNEL Lanes decodeEight(const char* source) {
         wrong = _mm256_or_si256(_mm256_cmpgt_epi32(lanesOf(0x10000), characters),
                                 _mm256_cmpgt_epi32(characters, lanesOf(0x10FFFF)));
     }
-    return {characters, topBits(_mm256_andnot_si256(wrong, marked)) == ~0U};
-}
-
-// Decodes eight characters of that many bytes at a time while they last, fit and are well-formed. Returns how
-// many characters that were.
-template <int kWidth>
-QZSTRING_KERNEL std::size_t storeRun(const char* source, std::size_t length, wchar_t* destination,
-                                     std::size_t room) {
-    std::size_t count = 0;
-    for (; room - count >= 8 && length - kWidth * count >= kBlock; count += 8) {
-        const Lanes eight = decodeEight<kWidth>(source + kWidth * count);
-        if (!eight.valid)
-            break;
-        store256(destination + count, eight.characters);
-    }
-    return count;
-}
-
-// A block that has none but characters of three or none but characters of four bytes, to judge by the places
-// where they end: where the first of them begins, counted from the block, and their width; else 0.
-struct Run {
-    int start;
-    int width;
-};
-
-QZSTRING_KERNEL Run findRun(std::uint32_t ends) {
-    const int first = static_cast<int>(_tzcnt_u32(ends)) & 3;
-    const int width = ends == 0x49249249U << first ? 3 : ends == 0x11111111U << first ? 4 : 0;
-    return {first + 1 - width, width};
-}
-
-// Whether what stands before the run is whole and written, and nothing of the run is: it begins with the
-// block, or with the one character that has begun before the block and goes on in it.
-QZSTRING_KERNEL bool beginsAt(const Run& run, const char* source, const char* block) {
-    if (run.start == 0)
-        return !utf8::isContinuation(*block) && !utf8::endsInside(source, block);
-    return utf8::isContinuation(*block) && utf8::lastCharacter(block) == block + run.start;
-}
-
-// How far decoding has come.
-struct Decoding {
-    std::size_t at = 0;
-    std::size_t written = 0;
-    bool afterWhole = true;  // whole characters, all of them written, up to `at`
-
-    QZSTRING_KERNEL void advance(std::size_t bytes, std::size_t characters, bool whole) {
-        at += bytes;
-        written += characters;
-        afterWhole = whole;
-    }
-};
-
-// Decodes as long as blocks are well-formed and fit, up to a run of characters of one width: goes back to
-// where it begins, and returns that width; else 0.
-QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size_t length,
-                                                   wchar_t* destination, std::size_t capacity,
-                                                   Decoding& decoding) {
-    const DecodingConstants constant;
-    Decoding now = decoding;
-    int width = 0;
-    while (now.at < length) {
-        const char* const block = source + now.at;
-        const std::size_t rest = length - now.at;
-        const std::size_t room = capacity - now.written;
-        if (rest >= kBlock && topBits(load256(block)) == 0 &&
-            (now.afterWhole || !utf8::endsInside(source, block))) {
-            const std::size_t run = storeAsciiRun(block, rest, destination + now.written, room);
-            if (run == 0)
-                break;
-            now.advance(run, run, true);
-            continue;
-        }
-        // At least a character of every four bytes: 32 more fill what a whole block may write too much.
-        const bool muchFollows = rest >= 2 * kBlock;
-        std::size_t count = kRefused;
-        if (now.at >= 3 && rest > kBlock) {
-            const std::uint32_t ends = starts(load256(block + 1), constant);
-            const Run run = findRun(ends);
-            if (run.width != 0 && beginsAt(run, source, block)) {
-                now.at += static_cast<std::size_t>(run.start);
-                now.afterWhole = true;
-                width = run.width;
-                break;
-            }
-            count =
-                decodeBlock(loadAround(block), ends, destination + now.written, room, muchFollows, constant);
-        } else if (rest > kBlock || !utf8::endsInside(source, source + length)) {
-            const Part part(source, now.at, length);
-            count = decodeBlock(loadAround(part.block()),
-                                starts(load256(part.block() + 1), constant) & part.valid(),
-                                destination + now.written, room, muchFollows, constant);
-        }
-        if (count == kRefused)
-            break;
-        now.advance(rest < kBlock ? rest : kBlock, count, false);
-    }
-    decoding = now;
-    _mm256_zeroupper();
-    return width;
-}
-
-// Where a run decodes nothing, the text is ill-formed there, or does not fit.
-QZSTRING_TARGET Progress decodeVectors(const char* source, std::size_t length, wchar_t* destination,
-                                       std::size_t capacity) {
-    Decoding decoding;
-    while (const int width = decodeBlocks(source, length, destination, capacity, decoding)) {
-        const char* const from = source + decoding.at;
-        const std::size_t rest = length - decoding.at;
-        wchar_t* const to = destination + decoding.written;
-        const std::size_t room = capacity - decoding.written;
-        const std::size_t run =
-            width == 3 ? storeRun<3>(from, rest, to, room) : storeRun<4>(from, rest, to, room);
-        if (run == 0)
-            break;
-        decoding.advance(run * static_cast<std::size_t>(width), run, true);
-    }
-    _mm256_zeroupper();
-    const Progress reached{decoding.at, decoding.written};
-    return decoding.at == length ? reached : utf8::wholeCharacters(source, reached, decoding.afterWhole);
-}
-
-// The same without the stores. Four blocks in a row are checked at once.
-QZSTRING_TARGET Progress measureDecoded(const char* source, std::size_t length) {
-    const DecodingConstants constant;
-    std::size_t at = 0;
-    std::size_t characters = 0;
-    while (at < length) {
-        const std::size_t rest = length - at;
-        __m256i faults = _mm256_setzero_si256();
-        std::size_t count = rest < kBlock ? rest : kBlock;
-        std::size_t begun = 0;
-        if (at >= 3 && rest >= kBlock) {
-            count = rest >= 4 * kBlock ? 4 * kBlock : kBlock;
-            if (count > kBlock && !utf8::endsInside(source, source + at)) {
-                const __m256i all = _mm256_or_si256(
-                    _mm256_or_si256(load256(source + at), load256(source + at + kBlock)),
-                    _mm256_or_si256(load256(source + at + 2 * kBlock), load256(source + at + 3 * kBlock)));
-                if (topBits(all) == 0) {
-                    at += count;
-                    characters += count;
-                    continue;
-                }
-            }
-            for (std::size_t i = at; i < at + count; i += kBlock) {
-                const Bytes bytes = loadAround(source + i);
-                faults = _mm256_or_si256(faults, faultsOf(bytes, constant));
-                begun += static_cast<std::size_t>(_mm_popcnt_u32(starts(bytes.at, constant)));
-            }
-        } else {
-            const Part part(source, at, length);
-            const Bytes bytes = loadAround(part.block());
-            faults = faultsOf(bytes, constant);
-            begun = static_cast<std::size_t>(_mm_popcnt_u32(starts(bytes.at, constant) & part.valid()));
-        }
-        if (anyFault(faults))
-            break;
-        at += count;
-        characters += begun;
-    }
-    if (at != 0 && utf8::endsInside(source, source + at)) {
-        // Characters were counted by their lead bytes: not so the one that goes on past this place.
-        at = static_cast<std::size_t>(utf8::lastCharacter(source + at) - source);
-        --characters;
-    }
-    _mm256_zeroupper();
-    return {at, characters};
+    if (topBits(_mm256_andnot_si256(wrong, marked)) != ~0U)
+        return false;
+    store256(destination, characters);
+    return true;
 }
 
 // ---- Encoding ----
 
-constexpr std::array<Shuffle, 256> makePackings() {
-    std::array<Shuffle, 256> packings{};
-    for (std::size_t lengths = 0; lengths < 256; ++lengths) {
-        std::size_t to = 0;
-        for (std::size_t lane = 0; lane < 4; ++lane) {
-            const std::size_t more = lengths >> 2 * lane & 3;
-            for (std::size_t byte = 3 - more; byte < 4; ++byte)
-                packings[lengths][to++] = static_cast<unsigned char>(4 * lane + byte);
-        }
-    }
-    return packings;
-}
-// By the number of bytes beyond the first of four lanes, two bits each: moves the bytes in use to the front.
-constexpr std::array<Shuffle, 256> kPackings = makePackings();
 // Four bits, each in two.
 constexpr unsigned char kApart[16] = {0x00, 0x01, 0x04, 0x05, 0x10, 0x11, 0x14, 0x15,
                                       0x40, 0x41, 0x44, 0x45, 0x50, 0x51, 0x54, 0x55};
@@ -539,7 +252,8 @@ QZSTRING_TARGET Progress encodeBlocks(const wchar_t* source, std::size_t length,
             const unsigned x = twos >> 4 * half & 15;
             const unsigned y = threes >> 4 * half & 15;
             const unsigned z = fours >> 4 * half & 15;
-            const auto& packing = kPackings[static_cast<std::size_t>(kApart[x] + kApart[y] + kApart[z])];
+            const auto& packing =
+                blocks::kPackings[static_cast<std::size_t>(kApart[x] + kApart[y] + kApart[z])];
             const __m128i lanes =
                 half == 0 ? _mm256_castsi256_si128(bytes) : _mm256_extracti128_si256(bytes, 1);
             const __m128i packed =
@@ -569,38 +283,74 @@ QZSTRING_TARGET Progress measureEncoded(const wchar_t* source, std::size_t lengt
     return {at, bytes};
 }
 
+// What the block loops work on.
+struct Vector {
+    static constexpr std::size_t kBlock = 32;
+    using Constants = DecodingConstants;
+    using Bytes = Views;
+    using Faults = __m256i;
+
+    QZSTRING_KERNEL static Bytes loadAround(const char* block) {
+        return {load256(block), load256(block - 1), load256(block - 2), load256(block - 3)};
+    }
+    QZSTRING_KERNEL static Faults noFaults() { return _mm256_setzero_si256(); }
+    QZSTRING_KERNEL static Faults faultsOf(const Bytes& bytes, const Constants& constant) {
+        return avx2::faultsOf(bytes, constant);
+    }
+    QZSTRING_KERNEL static Faults either(Faults a, Faults b) { return _mm256_or_si256(a, b); }
+    QZSTRING_KERNEL static bool any(Faults faults) { return _mm256_testz_si256(faults, faults) == 0; }
+    QZSTRING_KERNEL static std::uint32_t starts(const char* block, const Constants& constant) {
+        return topBits(_mm256_cmpgt_epi8(load256(block), constant.lastContinuation));
+    }
+    QZSTRING_KERNEL static std::size_t count(std::uint32_t mask) {
+        return static_cast<std::size_t>(_mm_popcnt_u32(mask));
+    }
+    QZSTRING_KERNEL static bool isAscii(const char* block) { return topBits(load256(block)) == 0; }
+    QZSTRING_KERNEL static bool isAsciiFour(const char* block) {
+        return topBits(_mm256_or_si256(
+                   _mm256_or_si256(load256(block), load256(block + kBlock)),
+                   _mm256_or_si256(load256(block + 2 * kBlock), load256(block + 3 * kBlock)))) == 0;
+    }
+    QZSTRING_KERNEL static void widen(const char* block, wchar_t* destination) {
+        for (std::size_t i = 0; i < kBlock; i += 8) {
+            const __m128i eight = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(block + i));
+            store256(destination + i, _mm256_cvtepu8_epi32(eight));
+        }
+    }
+    QZSTRING_KERNEL static void store(const Bytes& bytes, std::uint32_t ends, wchar_t* destination,
+                                      const Constants& constant) {
+        avx2::store(form(bytes, constant), ends, destination);
+    }
+    template <int kWidth>
+    QZSTRING_KERNEL static bool storeEight(const char* source, wchar_t* destination) {
+        return decodeEight<kWidth>(source, destination);
+    }
+    static Progress encode(const wchar_t* source, std::size_t length, char* destination,
+                           std::size_t capacity) {
+        return encodeBlocks(source, length, destination, capacity);
+    }
+    static Progress measureEncoded(const wchar_t* source, std::size_t length) {
+        return avx2::measureEncoded(source, length);
+    }
+    QZSTRING_KERNEL static void leave() { _mm256_zeroupper(); }
+};
+
 }  // namespace
 
-// Each goes on in portable code where the blocks end: at the end of the text, of the room, or before a fault.
-
 Progress decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity) {
-    const Progress blocks = decodeVectors(source, length, destination, capacity);
-    if (blocks.read == length)
-        return blocks;
-    const Progress rest = utf8::decode(source + blocks.read, length - blocks.read,
-                                       destination + blocks.written, capacity - blocks.written);
-    return {blocks.read + rest.read, blocks.written + rest.written};
+    return blocks::decode<Vector>(source, length, destination, capacity);
 }
 
 Progress decodedLength(const char* source, std::size_t length) {
-    const Progress blocks = measureDecoded(source, length);
-    if (blocks.read == length)
-        return blocks;
-    const Progress rest = utf8::decodedLength<wchar_t>(source + blocks.read, length - blocks.read);
-    return {blocks.read + rest.read, blocks.written + rest.written};
+    return blocks::decodedLength<Vector>(source, length);
 }
 
 Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity) {
-    const Progress blocks = encodeBlocks(source, length, destination, capacity);
-    const Progress rest = utf8::encode(source + blocks.read, length - blocks.read,
-                                       destination + blocks.written, capacity - blocks.written);
-    return {blocks.read + rest.read, blocks.written + rest.written};
+    return blocks::encode<Vector>(source, length, destination, capacity);
 }
 
 Progress encodedLength(const wchar_t* source, std::size_t length) {
-    const Progress blocks = measureEncoded(source, length);
-    const Progress rest = utf8::encodedLength(source + blocks.read, length - blocks.read);
-    return {blocks.read + rest.read, blocks.written + rest.written};
+    return blocks::encodedLength<Vector>(source, length);
 }
 
 }  // namespace qzString::kernels::avx2

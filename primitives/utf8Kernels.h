@@ -20,6 +20,8 @@ namespace qzString::kernels {
 #if QZSTRING_KERNELS_X86
 QZSTRING_DECLARE_UTF8_KERNELS(avx512)
 QZSTRING_DECLARE_UTF8_KERNELS(avx2)
+#elif QZSTRING_KERNELS_NEON
+QZSTRING_DECLARE_UTF8_KERNELS(neon)
 #endif
 
 }  // namespace qzString::kernels

@@ -17,6 +17,15 @@
 
 namespace qzString::search {
 
+// The mask of fewer than a vector's elements.
+template <class Element>
+QZSTRING_TARGET inline std::uint64_t equalOneByOne(const Element* p, std::size_t count, Element wanted) {
+    std::uint64_t mask = 0;
+    for (std::size_t i = 0; i < count; ++i)
+        mask |= std::uint64_t{p[i] == wanted} << i;
+    return mask;
+}
+
 template <class Vector>
 QZSTRING_TARGET inline std::size_t next(const typename Vector::Element* text, std::size_t from,
                                         std::size_t end, std::size_t first, typename Vector::Element a,

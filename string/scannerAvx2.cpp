@@ -1,11 +1,13 @@
 // The search scan in AVX2: 32 bytes or 8 wide elements a vector, the rest of a range element by element.
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#include "string/scanners.h"
+
+#if QZSTRING_SCANNERS_X86
 
 #include <immintrin.h>
 
 #define QZSTRING_TARGET __attribute__((target("avx2,bmi,lzcnt,popcnt")))
+#define QZSTRING_LEAVE() _mm256_zeroupper()
 #include "string/scanLoops.h"
-#include "string/scanners.h"
 
 namespace qzString::search {
 namespace {
@@ -17,14 +19,6 @@ bool usable() {
 
 QZSTRING_TARGET inline __m256i load(const void* p) {
     return _mm256_loadu_si256(static_cast<const __m256i*>(p));
-}
-
-template <class Element>
-QZSTRING_TARGET inline std::uint64_t equalOneByOne(const Element* p, std::size_t count, Element wanted) {
-    std::uint64_t mask = 0;
-    for (std::size_t i = 0; i < count; ++i)
-        mask |= std::uint64_t{p[i] == wanted} << i;
-    return mask;
 }
 
 struct Bytes {

@@ -1,5 +1,7 @@
 // The search scan in AVX-512: 64 bytes or 16 wide elements a vector, the rest of a range under a mask.
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#include "string/scanners.h"
+
+#if QZSTRING_SCANNERS_X86
 
 #if !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"  // GCC's own header, under sanitizers
@@ -7,8 +9,8 @@
 #include <immintrin.h>
 
 #define QZSTRING_TARGET __attribute__((target("avx512f,avx512bw,avx512vl,bmi,bmi2,lzcnt,popcnt")))
+#define QZSTRING_LEAVE() _mm256_zeroupper()
 #include "string/scanLoops.h"
-#include "string/scanners.h"
 
 namespace qzString::search {
 namespace {

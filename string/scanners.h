@@ -11,15 +11,18 @@ namespace qzString::search {
 #define QZSTRING_SCANNERS_X86 1
 extern const Scanner kAvx2Scanner;
 extern const Scanner kAvx512Scanner;
+#elif defined(__aarch64__) && defined(__AARCH64EL__) && (defined(__GNUC__) || defined(__clang__))
+#define QZSTRING_SCANNERS_NEON 1
+extern const Scanner kNeonScanner;
 #endif
 
-// One function of the table: runs the loop and leaves the upper halves of the vector registers clean.
+// One function of the table: runs the loop, and QZSTRING_LEAVE() what the instruction set wants at the end.
 #define QZSTRING_SCANNER_FUNCTION(name, loop, Vector)                                                \
     QZSTRING_TARGET std::size_t name(const Vector::Element* text, std::size_t from, std::size_t end, \
                                      std::size_t first, Vector::Element a, std::size_t second,       \
                                      Vector::Element b) {                                            \
         const std::size_t found = loop<Vector>(text, from, end, first, a, second, b);                \
-        _mm256_zeroupper();                                                                          \
+        QZSTRING_LEAVE();                                                                            \
         return found;                                                                                \
     }
 #define QZSTRING_SCANNER_FUNCTIONS(Narrow, Wide)        \

@@ -61,6 +61,8 @@ const Scanner* const kBestFirst[] = {
 #if QZSTRING_SCANNERS_X86
     &kAvx512Scanner,
     &kAvx2Scanner,
+#elif QZSTRING_SCANNERS_NEON
+    &kNeonScanner,
 #endif
     &kPortableScanner,
 };

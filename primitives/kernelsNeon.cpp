@@ -1,0 +1,76 @@
+// The NEON kernel of the hash, and the row of the table. utf8Neon.cpp has the conversions. The character runs
+// are the plain loops of characterLoops.h: NEON is in the base set, and compilers make vectors of them.
+#include "primitives/kernels.h"
+
+#if QZSTRING_KERNELS_NEON
+
+#include "primitives/characterLoops.h"
+#include "primitives/neon.h"
+// After the header that defines QZSTRING_TARGET.
+#include "primitives/hashLoops.h"
+#include "primitives/utf8Kernels.h"
+
+namespace qzString::kernels {
+namespace {
+
+bool alwaysUsable() {
+    return true;
+}
+
+QZSTRING_KERNEL uint64x2_t load64s(const unsigned char* at) {
+    return vreinterpretq_u64_u8(load128(at));
+}
+
+struct Lanes {
+    uint64x2_t pairs[4];
+
+    QZSTRING_KERNEL void add(const unsigned char* stripe, const unsigned char* secret) {
+        for (std::size_t i = 0; i < 4; ++i) {
+            const uint64x2_t words = load64s(stripe + 16 * i);
+            const uint64x2_t keyed = veorq_u64(words, load64s(secret + 16 * i));
+            const uint64x2_t sum = vaddq_u64(pairs[i], vextq_u64(words, words, 1));
+            pairs[i] = vmlal_u32(sum, vmovn_u64(keyed), vshrn_n_u64(keyed, 32));
+        }
+    }
+    QZSTRING_KERNEL void scramble(const unsigned char* secret) {
+        const uint32x2_t prime = vdup_n_u32(hashing::kPrime32[0]);
+        for (std::size_t i = 0; i < 4; ++i) {
+            const uint64x2_t mixed =
+                veorq_u64(veorq_u64(pairs[i], vshrq_n_u64(pairs[i], 47)), load64s(secret + 16 * i));
+            // A 64-bit product from two of 32 bits.
+            const uint64x2_t high = vshlq_n_u64(vmull_u32(vshrn_n_u64(mixed, 32), prime), 32);
+            pairs[i] = vmlal_u32(high, vmovn_u64(mixed), prime);
+        }
+    }
+};
+
+void hashLanes(std::uint64_t state[8], const unsigned char* input, std::size_t length) {
+    Lanes lanes{{vld1q_u64(state), vld1q_u64(state + 2), vld1q_u64(state + 4), vld1q_u64(state + 6)}};
+    hashing::feed(lanes, input, length);
+    for (std::size_t i = 0; i < 4; ++i)
+        vst1q_u64(state + 2 * i, lanes.pairs[i]);
+}
+
+}  // namespace
+
+const Kernels kNeon = {
+    "neon",
+    alwaysUsable,
+    neon::decode,
+    neon::decodedLength,
+    neon::encode,
+    neon::encodedLength,
+    loops::isAsciiRun<char>,
+    loops::isAsciiRun<wchar_t>,
+    loops::mapRun<loops::Lower>,
+    loops::mapRun<loops::Upper>,
+    loops::mapRun<loops::Lower>,
+    loops::mapRun<loops::Upper>,
+    loops::findCaseDifferenceRun<char>,
+    loops::findCaseDifferenceRun<wchar_t>,
+    hashLanes,
+};
+
+}  // namespace qzString::kernels
+
+#endif

@@ -1,0 +1,342 @@
+// Decoding UTF-8 in blocks, over any vector: what AVX2 and NEON share. Internal, not installed; included by
+// one source per instruction set, which defines QZSTRING_TARGET and QZSTRING_KERNEL (the attributes that let
+// a function use the instructions, and that make it a part of a kernel) and passes its Vector, below.
+//
+// A block is loaded as it is and as seen from 1, 2 and 3 positions on; pairs of bytes are checked by three
+// look-ups (utf8Check.h); every position gets the low, middle and high byte of the code point that would end
+// there. Selecting those positions at which a character does end takes a table: for each mask of eight
+// positions, the byte shuffle that moves their 16-bit values to the front. Where a block ends characters at
+// every third or every fourth place only, a loop of its own decodes them while they last: eight at a time,
+// one in each lane, checked there by their marks and their values.
+//
+// Block edges: a character is formed in the block in which it ends; the loads reach back to its first bytes.
+// The first and the last block are copied to where zeros stand around them, so that nothing outside the text
+// is read. A block with an error or without room is left to the portable code, from the last whole character
+// on. Stores are whole vectors while what is still to come is sure to fill them; near the end they go through
+// a buffer, so that nothing past the count is touched.
+//
+// Vector has the block's size kBlock (16 or 32) and the types Constants (of a loop), Bytes (a block and its
+// three views) and Faults, and as static functions, masks having a bit for every byte of a block:
+//   Bytes loadAround(block)                          reads from 3 bytes before the block on
+//   Faults noFaults(), faultsOf(bytes, constants), either(faults, faults); bool any(faults)
+//   std::uint32_t starts(block, constants)           the bytes that are no continuation
+//   bool isAscii(block), isAsciiFour(block)          of one block, of four in a row
+//   void widen(block, destination)                   a block of ASCII
+//   void store(bytes, ends, destination, constants)  the characters that end there, up to 8 elements more
+//   std::size_t count(mask)
+//   bool storeEight<width>(source, destination)      8 characters of that width, or false and nothing; reads
+//                                                    32 bytes at most
+//   Progress encode(source, length, destination, capacity), measureEncoded(source, length)
+//                                                    whole blocks while they last, are well-formed and fit
+//   void leave()                                     before the kernel returns
+#ifndef QZSTRING_PRIMITIVES_UTF8BLOCKS_H
+#define QZSTRING_PRIMITIVES_UTF8BLOCKS_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "primitives/inline.h"
+#include "primitives/kernels.h"
+#include "primitives/utf8Check.h"
+#include "primitives/utf8Portable.h"
+
+namespace qzString::kernels::blocks {
+
+// ---- Tables ----
+
+using Shuffle = std::array<unsigned char, 16>;
+
+constexpr std::array<Shuffle, 256> makeSelections() {
+    std::array<Shuffle, 256> selections{};
+    for (std::size_t mask = 0; mask < 256; ++mask) {
+        std::size_t to = 0;
+        for (std::size_t i = 0; i < 8; ++i) {
+            if ((mask >> i & 1) != 0) {
+                selections[mask][to++] = static_cast<unsigned char>(2 * i);
+                selections[mask][to++] = static_cast<unsigned char>(2 * i + 1);
+            }
+        }
+    }
+    return selections;
+}
+// Moves the 16-bit elements of a mask to the front.
+inline constexpr std::array<Shuffle, 256> kSelections = makeSelections();
+
+constexpr std::array<Shuffle, 256> makePackings() {
+    std::array<Shuffle, 256> packings{};
+    for (std::size_t lengths = 0; lengths < 256; ++lengths) {
+        std::size_t to = 0;
+        for (std::size_t lane = 0; lane < 4; ++lane) {
+            const std::size_t more = lengths >> 2 * lane & 3;
+            for (std::size_t byte = 3 - more; byte < 4; ++byte)
+                packings[lengths][to++] = static_cast<unsigned char>(4 * lane + byte);
+        }
+    }
+    return packings;
+}
+// For encoding: by the number of bytes beyond the first of four lanes, two bits each: moves the bytes in use
+// to the front.
+inline constexpr std::array<Shuffle, 256> kPackings = makePackings();
+
+// ---- Decoding ----
+
+constexpr std::size_t kRefused = static_cast<std::size_t>(-1);
+
+// Decodes one block where it is well-formed and fits. Returns the number of characters that end in it, or
+// kRefused.
+template <class Vector>
+QZSTRING_KERNEL std::size_t decodeBlock(const typename Vector::Bytes& bytes, std::uint32_t ends,
+                                        wchar_t* destination, std::size_t room, bool muchFollows,
+                                        const typename Vector::Constants& constant) {
+    const std::size_t count = Vector::count(ends);
+    if (Vector::any(Vector::faultsOf(bytes, constant)) || count > room)
+        return kRefused;
+    if (muchFollows && room >= count + 8) {
+        Vector::store(bytes, ends, destination, constant);
+    } else {
+        wchar_t buffer[Vector::kBlock + 8];
+        Vector::store(bytes, ends, buffer, constant);
+        std::memcpy(destination, buffer, count * sizeof(wchar_t));
+    }
+    return count;
+}
+
+// A block at the beginning or the end of the text, with the bytes around it, and zeros where the text has
+// none.
+template <std::size_t kBlock>
+struct Part {
+    char bytes[3 + kBlock + 1] = {};
+    std::size_t count;
+
+    Part(const char* source, std::size_t at, std::size_t length) {
+        const std::size_t before = at < 3 ? at : 3;
+        const std::size_t rest = length - at;
+        std::memcpy(bytes + 3 - before, source + at - before,
+                    before + (rest < kBlock + 1 ? rest : kBlock + 1));
+        count = rest < kBlock ? rest : kBlock;
+    }
+    [[nodiscard]] const char* block() const { return bytes + 3; }
+    [[nodiscard]] std::uint32_t valid() const {
+        return static_cast<std::uint32_t>((std::uint64_t{1} << count) - 1);
+    }
+};
+
+// Widens whole blocks of ASCII while they last and fit, and returns how many bytes that were.
+template <class Vector>
+QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length, wchar_t* destination,
+                                          std::size_t room) {
+    const std::size_t most = length < room ? length : room;
+    std::size_t at = 0;
+    for (; most - at >= Vector::kBlock && Vector::isAscii(source + at); at += Vector::kBlock)
+        Vector::widen(source + at, destination + at);
+    return at;
+}
+
+// Decodes eight characters of that many bytes at a time while they last, fit and are well-formed. Returns how
+// many characters that were.
+template <class Vector, int kWidth>
+QZSTRING_KERNEL std::size_t storeRun(const char* source, std::size_t length, wchar_t* destination,
+                                     std::size_t room) {
+    std::size_t count = 0;
+    while (room - count >= 8 && length - kWidth * count >= 32 &&
+           Vector::template storeEight<kWidth>(source + kWidth * count, destination + count))
+        count += 8;
+    return count;
+}
+
+// A block that has none but characters of three or none but characters of four bytes, to judge by the places
+// where they end: where the first of them begins, counted from the block, and their width; else 0.
+struct Run {
+    int start;
+    int width;
+};
+
+template <std::size_t kBlock>
+QZSTRING_KERNEL Run findRun(std::uint32_t ends) {
+    constexpr auto kAll = static_cast<std::uint32_t>((std::uint64_t{1} << kBlock) - 1);
+    const unsigned first = ends == 0 ? 0 : static_cast<unsigned>(__builtin_ctz(ends)) & 3;
+    const int width = ends == (0x49249249U << first & kAll)   ? 3
+                      : ends == (0x11111111U << first & kAll) ? 4
+                                                              : 0;
+    return {static_cast<int>(first) + 1 - width, width};
+}
+
+// Whether what stands before the run is whole and written, and nothing of the run is: it begins with the
+// block, or with the one character that has begun before the block and goes on in it.
+QZSTRING_KERNEL bool beginsAt(const Run& run, const char* source, const char* block) {
+    if (run.start == 0)
+        return !utf8::isContinuation(*block) && !utf8::endsInside(source, block);
+    return utf8::isContinuation(*block) && utf8::lastCharacter(block) == block + run.start;
+}
+
+// How far decoding has come.
+struct Decoding {
+    std::size_t at = 0;
+    std::size_t written = 0;
+    bool afterWhole = true;  // whole characters, all of them written, up to `at`
+
+    QZSTRING_KERNEL void advance(std::size_t bytes, std::size_t characters, bool whole) {
+        at += bytes;
+        written += characters;
+        afterWhole = whole;
+    }
+};
+
+// Decodes as long as blocks are well-formed and fit, up to a run of characters of one width: goes back to
+// where it begins, and returns that width; else 0.
+template <class Vector>
+QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size_t length,
+                                                   wchar_t* destination, std::size_t capacity,
+                                                   Decoding& decoding) {
+    constexpr std::size_t kBlock = Vector::kBlock;
+    const typename Vector::Constants constant;
+    Decoding now = decoding;
+    int width = 0;
+    while (now.at < length) {
+        const char* const block = source + now.at;
+        const std::size_t rest = length - now.at;
+        const std::size_t room = capacity - now.written;
+        if (rest >= kBlock && Vector::isAscii(block) &&
+            (now.afterWhole || !utf8::endsInside(source, block))) {
+            const std::size_t run = storeAsciiRun<Vector>(block, rest, destination + now.written, room);
+            if (run == 0)
+                break;
+            now.advance(run, run, true);
+            continue;
+        }
+        // At least a character of every four bytes: 32 more fill what a block may write too much.
+        const bool muchFollows = rest >= kBlock + 32;
+        std::size_t count = kRefused;
+        if (now.at >= 3 && rest > kBlock) {
+            const std::uint32_t ends = Vector::starts(block + 1, constant);
+            const Run run = findRun<kBlock>(ends);
+            if (run.width != 0 && beginsAt(run, source, block)) {
+                now.at += static_cast<std::size_t>(run.start);
+                now.afterWhole = true;
+                width = run.width;
+                break;
+            }
+            count = decodeBlock<Vector>(Vector::loadAround(block), ends, destination + now.written, room,
+                                        muchFollows, constant);
+        } else if (rest > kBlock || !utf8::endsInside(source, source + length)) {
+            const Part<kBlock> part(source, now.at, length);
+            count = decodeBlock<Vector>(Vector::loadAround(part.block()),
+                                        Vector::starts(part.block() + 1, constant) & part.valid(),
+                                        destination + now.written, room, muchFollows, constant);
+        }
+        if (count == kRefused)
+            break;
+        now.advance(rest < kBlock ? rest : kBlock, count, false);
+    }
+    decoding = now;
+    Vector::leave();
+    return width;
+}
+
+// Where a run decodes nothing, the text is ill-formed there, or does not fit.
+template <class Vector>
+QZSTRING_TARGET Progress decodeVectors(const char* source, std::size_t length, wchar_t* destination,
+                                       std::size_t capacity) {
+    Decoding decoding;
+    while (const int width = decodeBlocks<Vector>(source, length, destination, capacity, decoding)) {
+        const char* const from = source + decoding.at;
+        const std::size_t rest = length - decoding.at;
+        wchar_t* const to = destination + decoding.written;
+        const std::size_t room = capacity - decoding.written;
+        const std::size_t run = width == 3 ? storeRun<Vector, 3>(from, rest, to, room)
+                                           : storeRun<Vector, 4>(from, rest, to, room);
+        if (run == 0)
+            break;
+        decoding.advance(run * static_cast<std::size_t>(width), run, true);
+    }
+    Vector::leave();
+    const Progress reached{decoding.at, decoding.written};
+    return decoding.at == length ? reached : utf8::wholeCharacters(source, reached, decoding.afterWhole);
+}
+
+// The same without the stores. Four blocks in a row are checked at once.
+template <class Vector>
+QZSTRING_TARGET Progress measureVectors(const char* source, std::size_t length) {
+    constexpr std::size_t kBlock = Vector::kBlock;
+    const typename Vector::Constants constant;
+    std::size_t at = 0;
+    std::size_t characters = 0;
+    while (at < length) {
+        const std::size_t rest = length - at;
+        auto faults = Vector::noFaults();
+        std::size_t count = rest < kBlock ? rest : kBlock;
+        std::size_t begun = 0;
+        if (at >= 3 && rest >= kBlock) {
+            count = rest >= 4 * kBlock ? 4 * kBlock : kBlock;
+            if (count > kBlock && Vector::isAsciiFour(source + at) &&
+                !utf8::endsInside(source, source + at)) {
+                at += count;
+                characters += count;
+                continue;
+            }
+            for (std::size_t i = at; i < at + count; i += kBlock) {
+                faults = Vector::either(faults, Vector::faultsOf(Vector::loadAround(source + i), constant));
+                begun += Vector::count(Vector::starts(source + i, constant));
+            }
+        } else {
+            const Part<kBlock> part(source, at, length);
+            faults = Vector::faultsOf(Vector::loadAround(part.block()), constant);
+            begun = Vector::count(Vector::starts(part.block(), constant) & part.valid());
+        }
+        if (Vector::any(faults))
+            break;
+        at += count;
+        characters += begun;
+    }
+    if (at != 0 && utf8::endsInside(source, source + at)) {
+        // Characters were counted by their lead bytes: not so the one that goes on past this place.
+        at = static_cast<std::size_t>(utf8::lastCharacter(source + at) - source);
+        --characters;
+    }
+    Vector::leave();
+    return {at, characters};
+}
+
+// ---- The kernels ----
+
+// Each goes on in portable code where the blocks end: at the end of the text, of the room, or before a fault.
+
+template <class Vector>
+Progress decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity) {
+    const Progress blocks = decodeVectors<Vector>(source, length, destination, capacity);
+    if (blocks.read == length)
+        return blocks;
+    const Progress rest = utf8::decode(source + blocks.read, length - blocks.read,
+                                       destination + blocks.written, capacity - blocks.written);
+    return {blocks.read + rest.read, blocks.written + rest.written};
+}
+
+template <class Vector>
+Progress decodedLength(const char* source, std::size_t length) {
+    const Progress blocks = measureVectors<Vector>(source, length);
+    if (blocks.read == length)
+        return blocks;
+    const Progress rest = utf8::decodedLength<wchar_t>(source + blocks.read, length - blocks.read);
+    return {blocks.read + rest.read, blocks.written + rest.written};
+}
+
+template <class Vector>
+Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity) {
+    const Progress blocks = Vector::encode(source, length, destination, capacity);
+    const Progress rest = utf8::encode(source + blocks.read, length - blocks.read,
+                                       destination + blocks.written, capacity - blocks.written);
+    return {blocks.read + rest.read, blocks.written + rest.written};
+}
+
+template <class Vector>
+Progress encodedLength(const wchar_t* source, std::size_t length) {
+    const Progress blocks = Vector::measureEncoded(source, length);
+    const Progress rest = utf8::encodedLength(source + blocks.read, length - blocks.read);
+    return {blocks.read + rest.read, blocks.written + rest.written};
+}
+
+}  // namespace qzString::kernels::blocks
+
+#endif
