@@ -100,9 +100,12 @@ TYPED_TEST(Comparison, IgnoresCase) {
         TypeParam lowerB = b;
         lowerA.toLowerCase();
         lowerB.toLowerCase();
+        EXPECT_EQ(sign(a.compareNoCase(b)), sign(c.folded));
+        EXPECT_EQ(sign(b.compareNoCase(a)), -sign(c.folded));
+#if !defined(__aarch64__)  // whose memcmp makes the magnitude depend on the length
         expectValue(a.compareNoCase(b), c.folded, lowerA, lowerB);
-        expectValue(b.compareNoCase(a), -c.folded, lowerB, lowerA);
         EXPECT_EQ(a.compareNoCase(b), lowerA.compare(lowerB));
+#endif
         EXPECT_EQ(a.compareNoCase(a), 0);
         EXPECT_EQ(value(a), value(raw<TypeParam>(c.a)));
     }
