@@ -1,5 +1,7 @@
 #include <algorithm>
 #include <cwchar>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -8,6 +10,9 @@
 
 namespace qzString {
 namespace {
+
+// Spare room of less than this part of a text hardly takes what a growing replacement adds to it.
+constexpr std::size_t kSpareFraction = 8;
 
 // What replacing every occurrence takes. Pattern and replacement are not parts of the text.
 struct Substitution {
@@ -62,6 +67,33 @@ bool growForAll(std::wstring& text, const Substitution& what, std::size_t found)
     return true;
 }
 
+// The text with every occurrence from `found` on replaced, in storage of its own. Raises what allocation
+// raises.
+std::wstring rebuilt(const std::wstring& text, const Substitution& what, std::size_t found) {
+    std::wstring result;
+    result.reserve(2 * text.size());  // as the standard string itself grows
+    std::size_t read = 0;
+    while (found != search::kNotFound) {
+        result.append(text, read, found - read).append(what.replacement);
+        read = found + what.pattern.size();
+        found = what.findIn(text.data(), text.size(), read);
+    }
+    return result.append(text, read);
+}
+
+// Replaces in new storage, in one pass over the text: for a text without room to spare, which would move to
+// new storage anyway. Returns false where that cannot be had, the text as it was.
+bool replaceInNewStorage(std::wstring& text, const Substitution& what, std::size_t found) {
+    try {
+        text = rebuilt(text, what, found);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    } catch (const std::length_error&) {
+        return false;
+    }
+}
+
 // The wide character that a byte is on its own in the current locale. Returns false where it is none.
 bool decodeByte(char byte, wchar_t& c) {
     const char text[] = {byte, '\0'};
@@ -86,21 +118,26 @@ IString& IString::replace(const IString& pattern, const IString& replacement) {
 
     if (what.replacement.size() <= what.pattern.size()) {
         wideText.resize(rewrite(wideText, what, 0, 0, found));
-    } else if (growForAll(wideText, what, found)) {
+        return changed();
+    }
+    const bool isNearlyFull = wideText.capacity() - length < length / kSpareFraction;
+    if (isNearlyFull && replaceInNewStorage(wideText, what, found))
+        return changed();
+    if (growForAll(wideText, what, found)) {
         // The text from the first occurrence on moves to the end, and is rewritten from there.
         const std::size_t growth = wideText.size() - length;
         wchar_t* const data = wideText.data();
         std::wmemmove(data + found + growth, data + found, length - found);
         rewrite(wideText, what, found + growth, found, found + growth);
-    } else {
-        // One at a time: what has been replaced before memory runs out stays.
-        for (std::size_t at = found; at != search::kNotFound;) {
-            wideText.replace(at, what.pattern.size(), what.replacement);
-            changed();
-            at = what.findIn(wideText.data(), wideText.size(), at + what.replacement.size());
-        }
+        return changed();
     }
-    return changed();
+    // One at a time: what has been replaced before memory runs out stays.
+    for (std::size_t at = found; at != search::kNotFound;) {
+        wideText.replace(at, what.pattern.size(), what.replacement);
+        changed();
+        at = what.findIn(wideText.data(), wideText.size(), at + what.replacement.size());
+    }
+    return *this;
 }
 
 IString& IString::replaceFirst(const IString& pattern, const IString& replacement) {

@@ -121,8 +121,12 @@ TEST(Replacement, IsLinear) {
                  {L" ", L"", 0},
                  {L"  ", L"abc", kMany / 2 * 3}};
     for (const auto& c : cases) {
-        IString s(kMany, L' ');
-        EXPECT_EQ(s.replace(c.pattern, c.replacement).length(), c.length);
+        for (const bool hasRoom : {false, true}) {
+            IString s(kMany, L' ');
+            if (hasRoom)
+                s.reserve(3 * kMany);
+            EXPECT_EQ(s.replace(c.pattern, c.replacement).length(), c.length);
+        }
     }
 }
 
