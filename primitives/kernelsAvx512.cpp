@@ -100,6 +100,31 @@ QZSTRING_KERNEL __mmask16 lanesToLookUp(__m512i characters) {
                                         fromCaseless, _mm512_set1_epi32(0xA640 - 0x2E80));
 }
 
+// The deltas of the characters of those lanes. Two neighbouring blocks of the table, 128 characters, are
+// looked up at a time, by permutations; letters of one script seldom take more. Gathers are slower.
+template <class Case>
+QZSTRING_KERNEL __m512i lookUp(__m512i characters, __mmask16 lanes) {
+    static_assert(tables::kBlockBits == 6);
+    const __m512i pairs = _mm512_srli_epi32(characters, 7);
+    const __mmask16 inSecond = _mm512_test_epi32_mask(characters, _mm512_set1_epi32(64));
+    __m512i deltas = _mm512_setzero_si512();
+    while (lanes != 0) {
+        const __m128i pair = _mm512_castsi512_si128(_mm512_maskz_compress_epi32(lanes, pairs));
+        const std::uint16_t* const offsets = Case::kOffsets + 2 * _mm_cvtsi128_si32(pair);
+        const std::uint16_t* const first = Case::kDeltas + offsets[0];
+        const std::uint16_t* const second = Case::kDeltas + offsets[1];
+        const __mmask16 found = _mm512_mask_cmpeq_epi32_mask(lanes, pairs, _mm512_broadcastd_epi32(pair));
+        // The index is the low six bits of a 16-bit lane; what the high halves look up is not used.
+        const __m512i ofFirst =
+            _mm512_permutex2var_epi16(_mm512_loadu_si512(first), characters, _mm512_loadu_si512(first + 32));
+        const __m512i ofSecond = _mm512_permutex2var_epi16(_mm512_loadu_si512(second), characters,
+                                                           _mm512_loadu_si512(second + 32));
+        deltas = _mm512_mask_mov_epi32(deltas, found, _mm512_mask_mov_epi32(ofFirst, inSecond, ofSecond));
+        lanes = static_cast<__mmask16>(lanes & ~found);
+    }
+    return deltas;
+}
+
 template <class Case>
 QZSTRING_KERNEL __m512i mapLanes(__m512i characters) {
     const __m512i mapped = mapAsciiLanes<Case>(characters);
@@ -107,14 +132,7 @@ QZSTRING_KERNEL __m512i mapLanes(__m512i characters) {
                                                            _mm512_set1_epi32(static_cast<int>(Case::kLimit)));
     if (inTable == 0)
         return mapped;
-    const __m512i none = _mm512_setzero_si512();
-    const __m512i offsets = _mm512_and_si512(
-        _mm512_mask_i32gather_epi32(none, inTable, _mm512_srli_epi32(characters, tables::kBlockBits),
-                                    Case::kOffsets, 2),
-        _mm512_set1_epi32(0xFFFF));
-    const __m512i inBlock = _mm512_and_si512(characters, _mm512_set1_epi32((1 << tables::kBlockBits) - 1));
-    const __m512i deltas =
-        _mm512_mask_i32gather_epi32(none, inTable, _mm512_add_epi32(offsets, inBlock), Case::kDeltas, 2);
+    const __m512i deltas = lookUp<Case>(characters, inTable);
     return _mm512_mask_add_epi16(mapped, 0x55555555, mapped, deltas);  // in the low halves only
 }
 
@@ -131,7 +149,8 @@ QZSTRING_TARGET void mapWide(wchar_t* text, std::size_t count) {
     _mm256_zeroupper();
 }
 
-// Where the bytes differ by more than the case of ASCII letters: equal but for bit 5, and a letter with it.
+// Where the elements differ by more than the case of ASCII letters: equal but for bit 5, and a letter with
+// it.
 QZSTRING_KERNEL __mmask64 differences(__m512i a, __m512i b) {
     const __m512i difference = _mm512_xor_si512(a, b);
     const __m512i fromFirst =
@@ -156,11 +175,17 @@ QZSTRING_TARGET std::size_t findCaseDifferenceNarrow(const char* a, const char* 
     return found == 0 ? count : at + static_cast<std::size_t>(_tzcnt_u64(found));
 }
 
+// The same, and beyond ASCII where the lower-case forms differ.
 QZSTRING_KERNEL __mmask16 wideDifferences(__m512i a, __m512i b) {
-    __mmask16 differ = _mm512_cmpneq_epi32_mask(a, b);
-    if (differ != 0)
-        differ = _mm512_cmpneq_epi32_mask(mapLanes<loops::Lower>(a), mapLanes<loops::Lower>(b));
-    return differ;
+    const __m512i difference = _mm512_xor_si512(a, b);
+    const __m512i fromFirst =
+        _mm512_sub_epi32(_mm512_or_si512(a, _mm512_set1_epi32(0x20)), _mm512_set1_epi32('a'));
+    const __mmask16 otherCase = _mm512_mask_cmplt_epu32_mask(
+        _mm512_cmpeq_epi32_mask(difference, _mm512_set1_epi32(0x20)), fromFirst, _mm512_set1_epi32(26));
+    const auto differ = static_cast<__mmask16>(_mm512_test_epi32_mask(difference, difference) & ~otherCase);
+    if (differ == 0)
+        return 0;
+    return _mm512_mask_cmpneq_epi32_mask(differ, mapLanes<loops::Lower>(a), mapLanes<loops::Lower>(b));
 }
 
 QZSTRING_TARGET std::size_t findCaseDifferenceWide(const wchar_t* a, const wchar_t* b, std::size_t count) {

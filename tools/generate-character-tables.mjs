@@ -77,8 +77,8 @@ console.log(`// clang-format off
 // (Lowercase, Uppercase) and White_Space.
 //
 // For c below the limit, Deltas[Offsets[c >> ${kBlockBits}] + (c & ${kBlockSize - 1})] is what to add, modulo 2^16, to the low 16 bits of c; from the
-// limit up nothing changes. Each array has one element more than that needs, so that a 32-bit load of any element
-// stays inside.
+// limit up nothing changes. Each array has one element more than that needs, so that the offsets of two
+// neighbouring blocks can always be read.
 #ifndef QZSTRING_PRIMITIVES_CHARACTERTABLES_H
 #define QZSTRING_PRIMITIVES_CHARACTERTABLES_H
 
