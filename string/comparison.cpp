@@ -49,7 +49,7 @@ int exactOrder(std::basic_string_view<Char> a, std::basic_string_view<Char> b) {
 // The exact order of the lower-cased texts: theirs is that of the first characters whose lower-case forms
 // differ.
 template <class Char>
-int foldedOrder(std::basic_string_view<Char> a, std::basic_string_view<Char> b) {
+int foldedOrder(const std::basic_string<Char>& a, const std::basic_string<Char>& b) {
     const std::size_t common = std::min(a.size(), b.size());
     const std::size_t at = findCaseDifference(a.data(), b.data(), common);
     if (at == common)
@@ -72,7 +72,7 @@ int CString::compare(const char* other) const noexcept {
 }
 
 int CString::compareNoCase(const CString& other) const noexcept {
-    return foldedOrder<char>(text, other.text);
+    return foldedOrder(text, other.text);
 }
 
 int CString::collate(const CString& other) const {
@@ -90,7 +90,7 @@ int IString::compare(const IString& other) const noexcept {
 }
 
 int IString::compareNoCase(const IString& other) const noexcept {
-    return foldedOrder<wchar_t>(wideText, other.wideText);
+    return foldedOrder(wideText, other.wideText);
 }
 
 int IString::collate(const IString& other) const {
