@@ -7,6 +7,7 @@
 #include <cstddef>
 
 #include "primitives/hashLoops.h"
+#include "primitives/inline.h"
 #include "primitives/kernels.h"
 
 namespace {
@@ -17,7 +18,7 @@ using qzString::hashing::kSecret;
 using qzString::hashing::read64;
 
 // Above this many bytes the vector lanes have caught up (docs/performance.md).
-constexpr std::size_t kLongestMiddle = 512;
+constexpr std::size_t kLongestMiddle = 896;
 
 struct Product {
     std::uint64_t low;
@@ -60,7 +61,7 @@ std::uint64_t finishRapid(std::uint64_t a, std::uint64_t b, std::uint64_t seed, 
 }
 
 // Up to 16 bytes.
-std::uint64_t hashTiny(const unsigned char* p, std::size_t length) {
+QZSTRING_INLINE std::uint64_t hashTiny(const unsigned char* p, std::size_t length) {
     if (length >= 8)
         return finishRapid(read64(p), read64(p + length - 8), kRapidSeed ^ length, length);
     if (length >= 4)
@@ -77,7 +78,7 @@ std::uint64_t avalanche(std::uint64_t hash) {
 }
 
 // 17 to 128 bytes: pairs of 16 bytes from both ends inwards, which may overlap in the middle.
-std::uint64_t hashShort(const unsigned char* p, std::size_t length) {
+QZSTRING_NOINLINE std::uint64_t hashShort(const unsigned char* p, std::size_t length) {
     const auto mix = [](const unsigned char* bytes, std::size_t secret) {
         return fold(read64(bytes) ^ read64(kSecret + secret),
                     read64(bytes + 8) ^ read64(kSecret + secret + 8));
@@ -93,8 +94,8 @@ std::uint64_t hashShort(const unsigned char* p, std::size_t length) {
     return avalanche(hash);
 }
 
-// 129 to 512 bytes.
-std::uint64_t hashMiddle(const unsigned char* p, std::size_t length) {
+// 129 to 896 bytes.
+QZSTRING_NOINLINE std::uint64_t hashMiddle(const unsigned char* p, std::size_t length) {
     std::uint64_t seed = kRapidSeed;
 
     // Seven chains side by side, 16 bytes each, while more than that is left.
@@ -135,7 +136,7 @@ std::uint64_t hashMiddle(const unsigned char* p, std::size_t length) {
     return finishRapid(read64(p + rest - 16) ^ rest, read64(p + rest - 8), seed, rest);
 }
 
-std::uint64_t hashLong(const unsigned char* input, std::size_t length) {
+QZSTRING_NOINLINE std::uint64_t hashLong(const unsigned char* input, std::size_t length) {
     alignas(64) std::uint64_t lanes[8] = {kPrime32[2], kPrime64[0], kPrime64[1], kPrime64[2],
                                           kPrime64[3], kPrime32[1], kPrime64[4], kPrime32[0]};
     qzString::kernels::active().hashLanes(lanes, input, length);
@@ -146,7 +147,8 @@ std::uint64_t hashLong(const unsigned char* input, std::size_t length) {
     return avalanche(hash);
 }
 
-std::uint64_t hashBytes(const unsigned char* bytes, std::size_t length) {
+// The longer ones out of line, so that the shortest need no stack.
+QZSTRING_INLINE std::uint64_t hashBytes(const unsigned char* bytes, std::size_t length) {
     if (length <= 16)
         return hashTiny(bytes, length);
     if (length <= 128)
