@@ -347,6 +347,20 @@ QZSTRING_KERNEL std::size_t firstPart(const char* source, std::size_t length) {
     return kBlock - reinterpret_cast<std::uintptr_t>(source) % kBlock;
 }
 
+// Each goes on in portable code where the blocks end: before a fault, or where there is no room.
+
+Progress finishDecode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity,
+                      Progress blocks) {
+    const Progress rest = utf8::decode(source + blocks.read, length - blocks.read,
+                                       destination + blocks.written, capacity - blocks.written);
+    return {blocks.read + rest.read, blocks.written + rest.written};
+}
+
+Progress finishLength(const char* source, std::size_t length, Progress blocks) {
+    const Progress rest = utf8::decodedLength<wchar_t>(source + blocks.read, length - blocks.read);
+    return {blocks.read + rest.read, blocks.written + rest.written};
+}
+
 // Decodes blocks as long as they are well-formed and fit; more than one.
 QZSTRING_TARGET QZSTRING_NOINLINE Progress decodeLong(const char* source, std::size_t length,
                                                       wchar_t* destination, std::size_t capacity) {
@@ -402,7 +416,10 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress decodeLong(const char* source, std::s
         afterAscii = false;
     }
     _mm256_zeroupper();
-    return at == length ? Progress{at, written} : utf8::wholeCharacters(source, {at, written}, afterAscii);
+    if (at == length)
+        return {at, written};
+    return finishDecode(source, length, destination, capacity,
+                        utf8::wholeCharacters(source, {at, written}, afterAscii));
 }
 
 // The same without the stores, from `at` on, before which all is ASCII. Four blocks in a row are checked at
@@ -456,19 +473,39 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress measureLong(const char* source, std::
         }
     }
     _mm256_zeroupper();
-    return {at, characters};
+    return at == length ? Progress{at, characters} : finishLength(source, length, {at, characters});
 }
 
-Progress finishDecode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity,
-                      Progress blocks) {
-    const Progress rest = utf8::decode(source + blocks.read, length - blocks.read,
-                                       destination + blocks.written, capacity - blocks.written);
-    return {blocks.read + rest.read, blocks.written + rest.written};
+// ---- Decoding up to one block ----
+
+QZSTRING_TARGET QZSTRING_NOINLINE Progress decodeShort(const char* source, std::size_t length,
+                                                       wchar_t* destination, std::size_t capacity) {
+    const Constants<false> constant;
+    const std::uint64_t valid = lowBits(length);
+    const Bytes bytes = loadPart(source, 0, valid);
+    const std::uint64_t high = _mm512_movepi8_mask(bytes.at);
+    const std::uint64_t starts = ~continuations(bytes.at, constant);
+    const std::uint64_t ends = (starts >> 1 | std::uint64_t{1} << (length - 1)) & valid;
+    const std::size_t written = utf8::endsInside(source, source + length)
+                                    ? kRefused
+                                    : decodeBlock(bytes, high, ends, destination, capacity, false, constant);
+    _mm256_zeroupper();
+    return written != kRefused ? Progress{length, written}
+                               : finishDecode(source, length, destination, capacity, {0, 0});
 }
 
-Progress finishLength(const char* source, std::size_t length, Progress blocks) {
-    const Progress rest = utf8::decodedLength<wchar_t>(source + blocks.read, length - blocks.read);
-    return {blocks.read + rest.read, blocks.written + rest.written};
+QZSTRING_TARGET QZSTRING_NOINLINE Progress measureShort(const char* source, std::size_t length) {
+    const Constants<false> constant;
+    const Bytes bytes = loadPart(source, 0, lowBits(length));
+    const bool refused = anyFault(faultsOf(bytes, constant)) || utf8::endsInside(source, source + length);
+    const std::size_t characters =
+        length - static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at, constant)));
+    _mm256_zeroupper();
+    return refused ? finishLength(source, length, {0, 0}) : Progress{length, characters};
+}
+
+QZSTRING_KERNEL bool isAsciiPart(const char* source, std::size_t length) {
+    return _mm512_movepi8_mask(_mm512_maskz_loadu_epi8(lowBits(length), source)) == 0;
 }
 
 // ---- Encoding ----
@@ -753,54 +790,31 @@ QZSTRING_TARGET bool measureEncoded(const wchar_t* source, std::size_t length, s
 
 }  // namespace
 
-// Texts of one block take no loop: what they cost is the calls.
+// Texts of one block take no loop, and ASCII no stack: what they cost is the calls.
 
 QZSTRING_TARGET Progress decode(const char* source, std::size_t length, wchar_t* destination,
                                 std::size_t capacity) {
-    if (length <= kBlock) {
-        const std::uint64_t valid = lowBits(length);
-        const Bytes bytes = loadPart(source, 0, valid);
-        const std::uint64_t high = _mm512_movepi8_mask(bytes.at);
-        std::size_t written = kRefused;
-        if (high != 0) {
-            const Constants<false> constant;
-            const std::uint64_t starts = ~continuations(bytes.at, constant);
-            const std::uint64_t ends = (starts >> 1 | std::uint64_t{1} << 63 >> (kBlock - length)) & valid;
-            if (!utf8::endsInside(source, source + length))
-                written = decodeBlock(bytes, high, ends, destination, capacity, false, constant);
-        } else if (length <= capacity) {
-            storeAscii(source, length, destination);
-            written = length;
-        }
+    if (length > kBlock)
+        return decodeLong(source, length, destination, capacity);
+    const bool fits = length <= capacity;
+    if (!isAsciiPart(source, length) || !fits) {
         _mm256_zeroupper();
-        return written != kRefused ? Progress{length, written}
-                                   : finishDecode(source, length, destination, capacity, {0, 0});
+        return length == 0 ? Progress{0, 0} : decodeShort(source, length, destination, capacity);
     }
-    const Progress blocks = decodeLong(source, length, destination, capacity);
-    return blocks.read == length ? blocks : finishDecode(source, length, destination, capacity, blocks);
+    storeAscii(source, length, destination);
+    _mm256_zeroupper();
+    return {length, length};
 }
 
 QZSTRING_TARGET Progress decodedLength(const char* source, std::size_t length) {
-    if (length <= kBlock) {
-        const Constants<false> constant;
-        const Bytes bytes = loadPart(source, 0, lowBits(length));
-        if (_mm512_movepi8_mask(bytes.at) == 0) {
-            _mm256_zeroupper();
-            return {length, length};
-        }
-        const bool refused = anyFault(faultsOf(bytes, constant)) || utf8::endsInside(source, source + length);
-        const std::size_t characters =
-            length - static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at, constant)));
-        _mm256_zeroupper();
-        return refused ? finishLength(source, length, {0, 0}) : Progress{length, characters};
-    }
-    const std::size_t ascii = asciiSteps(source, length);
-    if (length - ascii < 4 * kBlock && isAsciiToEnd(source, ascii, length)) {
-        _mm256_zeroupper();
+    const std::size_t ascii = length > kBlock ? asciiSteps(source, length) : 0;
+    const bool isAscii = length <= kBlock
+                             ? isAsciiPart(source, length)
+                             : length - ascii < 4 * kBlock && isAsciiToEnd(source, ascii, length);
+    _mm256_zeroupper();
+    if (isAscii)
         return {length, length};
-    }
-    const Progress blocks = measureLong(source, length, ascii);
-    return blocks.read == length ? blocks : finishLength(source, length, blocks);
+    return length <= kBlock ? measureShort(source, length) : measureLong(source, length, ascii);
 }
 
 Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity) {
