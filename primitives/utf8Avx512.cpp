@@ -652,11 +652,19 @@ QZSTRING_KERNEL Characters loadWhole(const wchar_t* source) {
             _mm512_loadu_si512(source + 48)};
 }
 
-QZSTRING_KERNEL Characters loadPart(const wchar_t* source, std::uint64_t valid) {
-    return {_mm512_maskz_loadu_epi32(static_cast<__mmask16>(valid), source),
-            _mm512_maskz_loadu_epi32(static_cast<__mmask16>(valid >> 16), source + 16),
-            _mm512_maskz_loadu_epi32(static_cast<__mmask16>(valid >> 32), source + 32),
-            _mm512_maskz_loadu_epi32(static_cast<__mmask16>(valid >> 48), source + 48)};
+// `count` below 64. No load goes where the text has nothing: even a masked one is slow across the edge of a
+// page that is not there.
+QZSTRING_KERNEL Characters loadPart(const wchar_t* source, std::size_t count) {
+    const __m512i none = _mm512_setzero_si512();
+    Characters part{none, none, none, none};
+    part.a = _mm512_maskz_loadu_epi32(lowLanes(count), source);
+    if (count > 16)
+        part.b = _mm512_maskz_loadu_epi32(lowLanes(count - 16), source + 16);
+    if (count > 32)
+        part.c = _mm512_maskz_loadu_epi32(lowLanes(count - 32), source + 32);
+    if (count > 48)
+        part.d = _mm512_maskz_loadu_epi32(lowLanes(count - 48), source + 48);
+    return part;
 }
 
 // Encodes up to 64 characters, of which `count` are valid; `later` more follow. Returns false where there is
@@ -690,38 +698,85 @@ QZSTRING_KERNEL bool encodeCharacters(const Characters& characters, std::size_t 
     return true;
 }
 
-// Encodes as long as there is room. Returns false where any character was ill-formed. `kLong`: more than one
-// block.
+// Encodes as long as there is room. Where any character was ill-formed the portable code finds it. `kLong`:
+// more than one block.
 template <bool kLong>
-QZSTRING_KERNEL bool encodeBlocks(const wchar_t* source, std::size_t length, Destination& destination,
-                                  std::size_t& read) {
+QZSTRING_KERNEL Progress encodeBlocks(const wchar_t* source, std::size_t length, char* destination,
+                                      std::size_t capacity) {
     const EncodingConstants<kLong> constant;
+    Destination to{destination, capacity};
     Faults faults;
     std::size_t at = 0;
     bool fits = true;
     for (; fits && length - at >= 64; at += fits ? 64 : 0)
-        fits = encodeCharacters<true>(loadWhole(source + at), 64, length - at - 64, destination, faults,
-                                      constant);
+        fits = encodeCharacters<true>(loadWhole(source + at), 64, length - at - 64, to, faults, constant);
     if (fits && at < length) {
-        fits = encodeCharacters<false>(loadPart(source + at, lowBits(length - at)), length - at, 0,
-                                       destination, faults, constant);
+        fits =
+            encodeCharacters<false>(loadPart(source + at, length - at), length - at, 0, to, faults, constant);
         at = fits ? length : at;
     }
-    read = at;
     const bool faulty = faults.any();
     _mm256_zeroupper();
-    return !faulty;
+    return faulty ? utf8::encode(source, length, destination, capacity) : Progress{at, to.written};
 }
 
-QZSTRING_TARGET QZSTRING_NOINLINE bool encodeShort(const wchar_t* source, std::size_t length,
-                                                   Destination& destination, std::size_t& read) {
-    return encodeBlocks<false>(source, length, destination, read);
+QZSTRING_TARGET QZSTRING_NOINLINE Progress encodeShort(const wchar_t* source, std::size_t length,
+                                                       char* destination, std::size_t capacity) {
+    return encodeBlocks<false>(source, length, destination, capacity);
 }
 
-QZSTRING_TARGET QZSTRING_NOINLINE bool encodeLong(const wchar_t* source, std::size_t length,
-                                                  Destination& destination, std::size_t& read) {
-    return encodeBlocks<true>(source, length, destination, read);
+QZSTRING_TARGET QZSTRING_NOINLINE Progress encodeLong(const wchar_t* source, std::size_t length,
+                                                      char* destination, std::size_t capacity) {
+    return encodeBlocks<true>(source, length, destination, capacity);
 }
+
+// ---- Encoding up to 16 characters ----
+
+QZSTRING_KERNEL bool anyIllFormed(__m512i characters) {
+    const __m512i fromSurrogates = _mm512_xor_si512(characters, _mm512_set1_epi32(0xD800));
+    return (_mm512_cmpgt_epu32_mask(characters, _mm512_set1_epi32(0x10FFFF)) |
+            _mm512_cmplt_epu32_mask(fromSurrogates, _mm512_set1_epi32(0x800))) != 0;
+}
+
+QZSTRING_TARGET QZSTRING_NOINLINE Progress encodeVector(const wchar_t* source, std::size_t length,
+                                                        char* destination, std::size_t capacity) {
+    const __m512i characters = _mm512_maskz_loadu_epi32(lowLanes(length), source);
+    std::size_t written = kRefused;
+    if (!anyFrom(characters, 0x80)) {
+        if (length <= capacity) {
+            written = length;
+            _mm_mask_storeu_epi8(destination, lowLanes(length), _mm512_cvtepi32_epi8(characters));
+        }
+    } else if (!anyIllFormed(characters)) {
+        const Encoded encoded = encodeAny(characters, _mm512_set1_epi8(0x3F));
+        const std::uint64_t used = encoded.used & lowBits(4 * length);
+        const auto count = static_cast<std::size_t>(_mm_popcnt_u64(used));
+        if (count <= capacity) {
+            written = count;
+            _mm512_mask_storeu_epi8(destination, lowBits(count),
+                                    _mm512_maskz_compress_epi8(used, encoded.bytes));
+        }
+    }
+    _mm256_zeroupper();
+    return written != kRefused ? Progress{length, written}
+                               : utf8::encode(source, length, destination, capacity);
+}
+
+QZSTRING_KERNEL std::size_t lanesFrom(__m512i characters, int limit) {
+    return static_cast<std::size_t>(
+        _mm_popcnt_u32(_mm512_cmpge_epu32_mask(characters, _mm512_set1_epi32(limit))));
+}
+
+QZSTRING_TARGET QZSTRING_NOINLINE Progress measureVector(const wchar_t* source, std::size_t length) {
+    const __m512i characters = _mm512_maskz_loadu_epi32(lowLanes(length), source);
+    const bool faulty = anyIllFormed(characters);
+    const std::size_t bytes =
+        length + lanesFrom(characters, 0x80) + lanesFrom(characters, 0x800) + lanesFrom(characters, 0x10000);
+    _mm256_zeroupper();
+    return faulty ? utf8::encodedLength(source, length) : Progress{length, bytes};
+}
+
+// ---- The length of encoded text ----
 
 QZSTRING_KERNEL std::size_t countFrom(__m512i units, short limit) {
     return static_cast<std::size_t>(_mm_popcnt_u32(_mm512_cmpge_epu16_mask(units, _mm512_set1_epi16(limit))));
@@ -775,17 +830,17 @@ struct Measure {
     }
 };
 
-QZSTRING_TARGET bool measureEncoded(const wchar_t* source, std::size_t length, std::size_t& bytes) {
+QZSTRING_TARGET QZSTRING_NOINLINE Progress measureEncoded(const wchar_t* source, std::size_t length) {
     Measure measure;
     std::size_t at = 0;
     for (; length - at >= 64; at += 64)
         measure.add(loadWhole(source + at));
     if (at < length)
-        measure.add(loadPart(source + at, lowBits(length - at)));
-    bytes = length + measure.total();
+        measure.add(loadPart(source + at, length - at));
+    const std::size_t bytes = length + measure.total();
     const bool faulty = measure.faults.any();
     _mm256_zeroupper();
-    return !faulty;
+    return faulty ? utf8::encodedLength(source, length) : Progress{length, bytes};
 }
 
 }  // namespace
@@ -818,18 +873,13 @@ QZSTRING_TARGET Progress decodedLength(const char* source, std::size_t length) {
 }
 
 Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity) {
-    Destination to{destination, capacity};
-    std::size_t read = 0;
-    if (!(length <= 128 ? encodeShort : encodeLong)(source, length, to, read))
-        return utf8::encode(source, length, destination, capacity);
-    return {read, to.written};
+    return (length <= 16    ? encodeVector
+            : length <= 128 ? encodeShort
+                            : encodeLong)(source, length, destination, capacity);
 }
 
 Progress encodedLength(const wchar_t* source, std::size_t length) {
-    std::size_t bytes = 0;
-    if (!measureEncoded(source, length, bytes))
-        return utf8::encodedLength(source, length);
-    return {length, bytes};
+    return (length <= 16 ? measureVector : measureEncoded)(source, length);
 }
 
 }  // namespace qzString::kernels::avx512
