@@ -1,8 +1,9 @@
 // UTF-8 in AVX2. Decoding goes by blocks of 32 bytes: utf8Blocks.h has the algorithm.
 //
-// Encoding, 8 characters a block: each is spread over the four bytes of its lane, lead byte first and
+// Encoding, 16 characters a block: each is spread over the four bytes of its lane, lead byte first and
 // right-aligned; for each combination of four lengths a table has the shuffle that moves the bytes in use to
-// the front. Stores are 16 bytes whole while what is still to come is sure to fill them; the portable code
+// the front. Text below U+0800 goes in 16-bit lanes, eight a shuffle. Ill-formed characters are noticed at
+// the end. Stores are 16 bytes whole while what is still to come is sure to fill them; the portable code
 // writes the rest.
 #include "primitives/kernels.h"
 
@@ -179,108 +180,203 @@ QZSTRING_KERNEL bool decodeEight(const char* source, wchar_t* destination) {
 constexpr unsigned char kApart[16] = {0x00, 0x01, 0x04, 0x05, 0x10, 0x11, 0x14, 0x15,
                                       0x40, 0x41, 0x44, 0x45, 0x50, 0x51, 0x54, 0x55};
 
+constexpr std::array<blocks::Shuffle, 256> makePairPackings() {
+    std::array<blocks::Shuffle, 256> packings{};
+    for (std::size_t pairs = 0; pairs < 256; ++pairs) {
+        std::size_t to = 0;
+        for (std::size_t i = 0; i < 8; ++i) {
+            packings[pairs][to++] = static_cast<unsigned char>(2 * i);
+            if ((pairs >> i & 1) != 0)
+                packings[pairs][to++] = static_cast<unsigned char>(2 * i + 1);
+        }
+    }
+    return packings;
+}
+// Moves the bytes in use of eight 16-bit lanes to the front: both of those that the mask names.
+constexpr std::array<blocks::Shuffle, 256> kPairPackings = makePairPackings();
+
 QZSTRING_KERNEL unsigned laneBits(__m256i lanes) {
     return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lanes)));
 }
 
-// Lanes above a limit; signed, which is right for everything that is not a fault.
-QZSTRING_KERNEL __m256i above(__m256i characters, int limit) {
-    return _mm256_cmpgt_epi32(characters, _mm256_set1_epi32(limit));
+QZSTRING_KERNEL bool anyFrom(__m256i characters, unsigned limit) {
+    return _mm256_testz_si256(characters, lanesOf(0 - limit)) == 0;
 }
 
-// Not zero in lanes that hold a surrogate or what is above U+10FFFF.
-QZSTRING_KERNEL __m256i illFormed(__m256i characters) {
-    const __m256i tooLarge = _mm256_xor_si256(_mm256_min_epu32(characters, lanesOf(0x10FFFF)), characters);
-    const __m256i surrogate =
-        _mm256_cmpeq_epi32(_mm256_and_si256(characters, lanesOf(0xFFFFF800)), lanesOf(0xD800));
-    return _mm256_or_si256(tooLarge, surrogate);
+// Remembers whether any character was a surrogate or above U+10FFFF.
+struct EncodingFaults {
+    __m256i largest, surrogates;
+
+    QZSTRING_KERNEL EncodingFaults() : largest(_mm256_setzero_si256()), surrogates(_mm256_setzero_si256()) {}
+    QZSTRING_KERNEL void see(__m256i characters) {
+        largest = _mm256_max_epu32(largest, characters);
+        surrogates = _mm256_or_si256(
+            surrogates,
+            _mm256_cmpeq_epi32(_mm256_and_si256(characters, lanesOf(0xFFFFF800)), lanesOf(0xD800)));
+    }
+    [[nodiscard]] QZSTRING_KERNEL bool any() const {
+        const __m256i limit = lanesOf(0x10FFFF);
+        const __m256i tooLarge = _mm256_xor_si256(_mm256_max_epu32(largest, limit), limit);
+        const __m256i all = _mm256_or_si256(tooLarge, surrogates);
+        return _mm256_testz_si256(all, all) == 0;
+    }
+};
+
+// Moves the bytes in use of half a block to the front and stores 16, of which the table knows how many count.
+QZSTRING_KERNEL void storePacked(__m128i bytes, const blocks::Shuffle& packing, char* destination) {
+    const __m128i order = _mm_loadu_si128(reinterpret_cast<const __m128i*>(packing.data()));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(destination), _mm_shuffle_epi8(bytes, order));
 }
 
-QZSTRING_KERNEL bool isAscii(__m256i characters) {
-    return _mm256_testz_si256(characters, lanesOf(0xFFFFFF80)) != 0;
+// Eight characters. Returns how many bytes they take; up to 16 more are written.
+QZSTRING_KERNEL std::size_t encodeEight(__m256i c, char* destination) {
+    // Signed comparisons are right for everything that is not a fault.
+    const __m256i two = _mm256_cmpgt_epi32(c, lanesOf(0x7F));
+    const __m256i three = _mm256_cmpgt_epi32(c, lanesOf(0x7FF));
+    const __m256i four = _mm256_cmpgt_epi32(c, lanesOf(0xFFFF));
+    const __m256i fields =
+        _mm256_or_si256(_mm256_or_si256(_mm256_and_si256(_mm256_slli_epi32(c, 24), lanesOf(0x3F000000)),
+                                        _mm256_and_si256(_mm256_slli_epi32(c, 10), lanesOf(0x003F0000))),
+                        _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(c, 4), lanesOf(0x00003F00)),
+                                        _mm256_srli_epi32(c, 18)));
+    // Each longer form changes the tags of the one before.
+    const __m256i tags = _mm256_xor_si256(
+        lanesOf(0x80C00000), _mm256_xor_si256(_mm256_and_si256(three, lanesOf(0x80C00000 ^ 0x8080E000)),
+                                              _mm256_and_si256(four, lanesOf(0x8080E000 ^ 0x808080F0))));
+    const __m256i bytes = _mm256_blendv_epi8(_mm256_slli_epi32(c, 24), _mm256_or_si256(fields, tags), two);
+    // The bytes beyond the first in two bits: the upper from three bytes on, the lower of two and of four.
+    const unsigned upper = laneBits(three);
+    const unsigned lower = laneBits(_mm256_xor_si256(two, _mm256_xor_si256(three, four)));
+    const std::size_t first = kApart[lower & 15] + 2U * kApart[upper & 15];
+    const std::size_t second = kApart[lower >> 4] + 2U * kApart[upper >> 4];
+    const std::size_t firstCount = blocks::kPackedLengths[first];
+    storePacked(_mm256_castsi256_si128(bytes), blocks::kPackings[first], destination);
+    storePacked(_mm256_extracti128_si256(bytes, 1), blocks::kPackings[second], destination + firstCount);
+    return firstCount + blocks::kPackedLengths[second];
 }
 
+// Sixteen characters below U+0800, in 16-bit lanes.
+QZSTRING_KERNEL std::size_t encodePairs(__m256i a, __m256i b, char* destination) {
+    const __m256i units = _mm256_permute4x64_epi64(_mm256_packus_epi32(a, b), 0xD8);
+    const __m256i two = _mm256_cmpgt_epi16(units, _mm256_set1_epi16(0x7F));
+    const __m256i last = _mm256_and_si256(_mm256_slli_epi16(units, 8), _mm256_set1_epi16(0x3F00));
+    const __m256i pairs = _mm256_or_si256(_mm256_or_si256(_mm256_srli_epi16(units, 6), last),
+                                          _mm256_set1_epi16(static_cast<short>(0x80C0)));
+    const __m256i bytes = _mm256_blendv_epi8(units, pairs, two);
+    const std::uint32_t mask = topBits(_mm256_packs_epi16(two, two));
+    const std::size_t first = mask & 0xFF;
+    const std::size_t second = mask >> 16 & 0xFF;
+    const std::size_t firstCount = 8 + static_cast<std::size_t>(_mm_popcnt_u64(first));
+    storePacked(_mm256_castsi256_si128(bytes), kPairPackings[first], destination);
+    storePacked(_mm256_extracti128_si256(bytes, 1), kPairPackings[second], destination + firstCount);
+    return firstCount + 8 + static_cast<std::size_t>(_mm_popcnt_u64(second));
+}
+
+QZSTRING_KERNEL void encodeAscii(__m256i a, __m256i b, char* destination) {
+    const __m256i units = _mm256_packus_epi32(a, b);
+    const __m256i packed = _mm256_packus_epi16(units, units);
+    const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 0, 4, 1, 5);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(destination),
+                     _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(packed, order)));
+}
+
+// Sixteen characters. Returns how many bytes they take; up to 16 more are written.
+QZSTRING_KERNEL std::size_t encodeSixteen(__m256i a, __m256i b, char* destination, EncodingFaults& faults) {
+    const __m256i all = _mm256_or_si256(a, b);
+    if (!anyFrom(all, 0x80)) {
+        encodeAscii(a, b, destination);
+        return 16;
+    }
+    if (!anyFrom(all, 0x800))
+        return encodePairs(a, b, destination);
+    faults.see(a);
+    faults.see(b);
+    const std::size_t first = encodeEight(a, destination);
+    return first + encodeEight(b, destination + first);
+}
+
+// The first of eight characters, where the text has no more; zeros for the others.
+QZSTRING_KERNEL __m256i loadFirst(const wchar_t* source, std::size_t count) {
+    const __m256i places = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    const __m256i valid = _mm256_cmpgt_epi32(_mm256_set1_epi32(static_cast<int>(count)), places);
+    return _mm256_maskload_epi32(reinterpret_cast<const int*>(source), valid);
+}
+
+// Where any character was ill-formed nothing counts, and the portable code finds it; where the last
+// characters do not fit, it writes those that do.
 QZSTRING_TARGET Progress encodeBlocks(const wchar_t* source, std::size_t length, char* destination,
                                       std::size_t capacity) {
-    const __m256i field1 = kept(lanesOf(0x3F000000));
-    const __m256i field2 = kept(lanesOf(0x003F0000));
-    const __m256i field3 = kept(lanesOf(0x00003F00));
-    const __m256i tag2 = kept(lanesOf(0x80C00000));
-    const __m256i tag3 = kept(lanesOf(0x80C00000 ^ 0x8080E000));
-    const __m256i tag4 = kept(lanesOf(0x8080E000 ^ 0x808080F0));
-    const __m256i last1 = kept(lanesOf(0x7F));  // of the characters that take one, two, three bytes
-    const __m256i last2 = kept(lanesOf(0x7FF));
-    const __m256i last3 = kept(lanesOf(0xFFFF));
+    EncodingFaults faults;
     std::size_t at = 0;
     std::size_t written = 0;
-    // What is left after a block of 8 fills at least the 16 bytes that its second half may write too much.
-    while (length - at >= 8 + 16 && capacity - written >= 8 * 4 + 16) {
-        const __m256i a = load256(source + at);
-        if (isAscii(a) && length - at >= 32) {
-            const __m256i b = load256(source + at + 8);
-            const __m256i c = load256(source + at + 16);
-            const __m256i d = load256(source + at + 24);
-            if (isAscii(_mm256_or_si256(b, _mm256_or_si256(c, d)))) {
-                const __m256i packed =
-                    _mm256_packus_epi16(_mm256_packus_epi32(a, b), _mm256_packus_epi32(c, d));
-                const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
-                store256(destination + written, _mm256_permutevar8x32_epi32(packed, order));
-                at += 32;
-                written += 32;
-                continue;
-            }
-        }
-        const __m256i faults = illFormed(a);
-        if (_mm256_testz_si256(faults, faults) == 0)
+    // What is left after a block fills at least the 16 bytes that its last store may write too much.
+    for (; length - at >= 16 + 16 && capacity - written >= 16 * 4 + 16; at += 16)
+        written +=
+            encodeSixteen(load256(source + at), load256(source + at + 8), destination + written, faults);
+    while (at < length) {
+        const std::size_t rest = length - at;
+        const std::size_t taken = rest < 16 ? rest : 16;
+        const __m256i a = taken < 8 ? loadFirst(source + at, taken) : load256(source + at);
+        const __m256i b = taken > 8 ? loadFirst(source + at + 8, taken - 8) : _mm256_setzero_si256();
+        char buffer[16 * 4 + 16];
+        const std::size_t count = encodeSixteen(a, b, buffer, faults) - (16 - taken);  // a byte for each zero
+        if (count > capacity - written)
             break;
-        const __m256i two = _mm256_cmpgt_epi32(a, last1);
-        const __m256i three = _mm256_cmpgt_epi32(a, last2);
-        const __m256i four = _mm256_cmpgt_epi32(a, last3);
-        const __m256i fields = _mm256_or_si256(
-            _mm256_or_si256(_mm256_and_si256(_mm256_slli_epi32(a, 24), field1),
-                            _mm256_and_si256(_mm256_slli_epi32(a, 10), field2)),
-            _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(a, 4), field3), _mm256_srli_epi32(a, 18)));
-        const __m256i tags =
-            _mm256_xor_si256(_mm256_and_si256(two, tag2),
-                             _mm256_xor_si256(_mm256_and_si256(three, tag3), _mm256_and_si256(four, tag4)));
-        const __m256i bytes =
-            _mm256_blendv_epi8(_mm256_slli_epi32(a, 24), _mm256_or_si256(fields, tags), two);
-        const unsigned twos = laneBits(two);
-        const unsigned threes = laneBits(three);
-        const unsigned fours = laneBits(four);
-        for (int half = 0; half < 2; ++half) {
-            const unsigned x = twos >> 4 * half & 15;
-            const unsigned y = threes >> 4 * half & 15;
-            const unsigned z = fours >> 4 * half & 15;
-            const auto& packing =
-                blocks::kPackings[static_cast<std::size_t>(kApart[x] + kApart[y] + kApart[z])];
-            const __m128i lanes =
-                half == 0 ? _mm256_castsi256_si128(bytes) : _mm256_extracti128_si256(bytes, 1);
-            const __m128i packed =
-                _mm_shuffle_epi8(lanes, _mm_loadu_si128(reinterpret_cast<const __m128i*>(packing.data())));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(destination + written), packed);
-            written += 4 + static_cast<std::size_t>(_mm_popcnt_u32(x | y << 4 | z << 8));
-        }
-        at += 8;
+        std::memcpy(destination + written, buffer, count);
+        at += taken;
+        written += count;
     }
+    const bool faulty = faults.any();
     _mm256_zeroupper();
-    return {at, written};
+    return faulty ? Progress{0, 0} : Progress{at, written};
 }
 
-QZSTRING_TARGET Progress measureEncoded(const wchar_t* source, std::size_t length) {
-    std::size_t at = 0;
-    std::size_t bytes = 0;
-    for (; length - at >= 8; at += 8) {
-        const __m256i characters = load256(source + at);
-        const __m256i faults = illFormed(characters);
-        if (_mm256_testz_si256(faults, faults) == 0)
-            break;
-        const unsigned more = laneBits(above(characters, 0x7F)) | laneBits(above(characters, 0x7FF)) << 8 |
-                              laneBits(above(characters, 0xFFFF)) << 16;
-        bytes += 8 + static_cast<std::size_t>(_mm_popcnt_u32(more));
+// Adds up the bytes that characters need beyond one each: one more for every limit that they reach.
+struct Measure {
+    EncodingFaults faults;
+    __m256i lanes;  // each grows by at most 3 a vector: far from 2^32 in 2^29 vectors
+
+    QZSTRING_KERNEL Measure() : lanes(_mm256_setzero_si256()) {}
+    QZSTRING_KERNEL void add(__m256i c) {
+        faults.see(c);
+        const __m256i reached = _mm256_add_epi32(
+            _mm256_cmpgt_epi32(c, lanesOf(0x7F)),
+            _mm256_add_epi32(_mm256_cmpgt_epi32(c, lanesOf(0x7FF)), _mm256_cmpgt_epi32(c, lanesOf(0xFFFF))));
+        lanes = _mm256_sub_epi32(lanes, reached);
     }
+    [[nodiscard]] QZSTRING_KERNEL std::size_t total() const {
+        alignas(32) std::uint32_t parts[8];
+        _mm256_store_si256(reinterpret_cast<__m256i*>(parts), lanes);
+        std::size_t sum = 0;
+        for (const std::uint32_t part : parts)
+            sum += part;
+        return sum;
+    }
+};
+
+QZSTRING_TARGET Progress measureEncoded(const wchar_t* source, std::size_t length) {
+    Measure measure;
+    std::size_t at = 0;
+    for (; length - at >= 32; at += 32) {
+        const __m256i a = load256(source + at);
+        const __m256i b = load256(source + at + 8);
+        const __m256i c = load256(source + at + 16);
+        const __m256i d = load256(source + at + 24);
+        if (!anyFrom(_mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d)), 0x80))
+            continue;
+        measure.add(a);
+        measure.add(b);
+        measure.add(c);
+        measure.add(d);
+    }
+    for (; length - at >= 8; at += 8)
+        measure.add(load256(source + at));
+    if (at < length)
+        measure.add(loadFirst(source + at, length - at));
+    const std::size_t bytes = length + measure.total();
+    const bool faulty = measure.faults.any();
     _mm256_zeroupper();
-    return {at, bytes};
+    return faulty ? Progress{0, 0} : Progress{length, bytes};
 }
 
 // What the block loops work on.

@@ -80,6 +80,14 @@ constexpr std::array<Shuffle, 256> makePackings() {
 // to the front.
 inline constexpr std::array<Shuffle, 256> kPackings = makePackings();
 
+constexpr std::array<unsigned char, 256> makePackedLengths() {
+    std::array<unsigned char, 256> lengths{};
+    for (std::size_t i = 0; i < 256; ++i)
+        lengths[i] = static_cast<unsigned char>(4 + (i & 3) + (i >> 2 & 3) + (i >> 4 & 3) + (i >> 6));
+    return lengths;
+}
+inline constexpr std::array<unsigned char, 256> kPackedLengths = makePackedLengths();
+
 // ---- Decoding ----
 
 constexpr std::size_t kRefused = static_cast<std::size_t>(-1);

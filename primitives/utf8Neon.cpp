@@ -137,11 +137,10 @@ Progress encodeBlocks(const wchar_t* source, std::size_t length, char* destinati
         }
         if (anyIllFormed(a))
             break;
-        const uint32x4_t extra = extraBytes(a);
-        const uint8x16_t packing = load128(blocks::kPackings[vaddvq_u32(vmulq_u32(extra, places))].data());
-        vst1q_u8(to, vqtbl1q_u8(spread(a), packing));
+        const std::uint32_t lengths = vaddvq_u32(vmulq_u32(extraBytes(a), places));
+        vst1q_u8(to, vqtbl1q_u8(spread(a), load128(blocks::kPackings[lengths].data())));
         at += 4;
-        written += 4 + vaddvq_u32(extra);
+        written += blocks::kPackedLengths[lengths];
     }
     return {at, written};
 }
