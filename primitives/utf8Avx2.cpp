@@ -389,6 +389,12 @@ struct Vector {
     QZSTRING_KERNEL static Bytes loadAround(const char* block) {
         return {load256(block), load256(block - 1), load256(block - 2), load256(block - 3)};
     }
+    QZSTRING_KERNEL static Bytes loadFirst(const char* block) {
+        const __m256i at = load256(block);
+        const __m256i halfBefore = _mm256_permute2x128_si256(at, at, 0x08);  // zeros, then the lower half
+        return {at, _mm256_alignr_epi8(at, halfBefore, 15), _mm256_alignr_epi8(at, halfBefore, 14),
+                _mm256_alignr_epi8(at, halfBefore, 13)};
+    }
     QZSTRING_KERNEL static Faults noFaults() { return _mm256_setzero_si256(); }
     QZSTRING_KERNEL static Faults faultsOf(const Bytes& bytes, const Constants& constant) {
         return avx2::faultsOf(bytes, constant);

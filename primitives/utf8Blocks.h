@@ -10,14 +10,15 @@
 // one in each lane, checked there by their marks and their values.
 //
 // Block edges: a character is formed in the block in which it ends; the loads reach back to its first bytes.
-// The first and the last block are copied to where zeros stand around them, so that nothing outside the text
-// is read. A block with an error or without room is left to the portable code, from the last whole character
+// The first block has zeros before it; the last one is the text's last bytes, some of which the block before
+// had, too. A block with an error or without room is left to the portable code, from the last whole character
 // on. Stores are whole vectors while what is still to come is sure to fill them; near the end they go through
 // a buffer, so that nothing past the count is touched.
 //
 // Vector has the block's size kBlock (16 or 32) and the types Constants (of a loop), Bytes (a block and its
 // three views) and Faults, and as static functions, masks having a bit for every byte of a block:
 //   Bytes loadAround(block)                          reads from 3 bytes before the block on
+//   Bytes loadFirst(block)                           takes what is before the block for zeros
 //   Faults noFaults(), faultsOf(bytes, constants), either(faults, faults); bool any(faults)
 //   std::uint32_t starts(block, constants)           the bytes that are no continuation
 //   bool isAscii(block), isAsciiFour(block)          of one block, of four in a row
@@ -111,23 +112,27 @@ QZSTRING_KERNEL std::size_t decodeBlock(const typename Vector::Bytes& bytes, std
     return count;
 }
 
-// A block at the beginning or the end of the text, with the bytes around it, and zeros where the text has
-// none.
-template <std::size_t kBlock>
-struct Part {
-    char bytes[3 + kBlock + 1] = {};
-    std::size_t count;
+// The last block: the last kBlock bytes of the text, of which only the `rest` that no block has had yet are
+// valid. A text that is hardly longer than a block, or shorter, is copied to where zeros stand before it.
+template <class Vector>
+struct Last {
+    typename Vector::Bytes bytes;
+    std::uint32_t starts;
+    std::uint32_t valid;
 
-    Part(const char* source, std::size_t at, std::size_t length) {
-        const std::size_t before = at < 3 ? at : 3;
-        const std::size_t rest = length - at;
-        std::memcpy(bytes + 3 - before, source + at - before,
-                    before + (rest < kBlock + 1 ? rest : kBlock + 1));
-        count = rest < kBlock ? rest : kBlock;
-    }
-    [[nodiscard]] const char* block() const { return bytes + 3; }
-    [[nodiscard]] std::uint32_t valid() const {
-        return static_cast<std::uint32_t>((std::uint64_t{1} << count) - 1);
+    QZSTRING_KERNEL Last(const char* source, std::size_t rest, std::size_t length,
+                         const typename Vector::Constants& constant) {
+        constexpr std::size_t kBlock = Vector::kBlock;
+        constexpr auto kAll = static_cast<std::uint32_t>((std::uint64_t{1} << kBlock) - 1);
+        char copy[3 + kBlock + 2] = {};
+        const char* block = source + length - kBlock;
+        if (length < kBlock + 3) {
+            block = copy + sizeof copy - kBlock;
+            std::memcpy(copy + sizeof copy - length, source, length);
+        }
+        bytes = Vector::loadAround(block);
+        starts = Vector::starts(block, constant);
+        valid = kAll << (kBlock - rest) & kAll;
     }
 };
 
@@ -228,11 +233,14 @@ QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size
             }
             count = decodeBlock<Vector>(Vector::loadAround(block), ends, destination + now.written, room,
                                         muchFollows, constant);
-        } else if (rest > kBlock || !utf8::endsInside(source, source + length)) {
-            const Part<kBlock> part(source, now.at, length);
-            count = decodeBlock<Vector>(Vector::loadAround(part.block()),
-                                        Vector::starts(part.block() + 1, constant) & part.valid(),
-                                        destination + now.written, room, muchFollows, constant);
+        } else if (rest > kBlock) {
+            // The first block.
+            count = decodeBlock<Vector>(Vector::loadFirst(block), Vector::starts(block + 1, constant),
+                                        destination, room, muchFollows, constant);
+        } else if (!utf8::endsInside(source, source + length)) {
+            const Last<Vector> last(source, rest, length, constant);
+            const std::uint32_t ends = (last.starts >> 1 | std::uint32_t{1} << (kBlock - 1)) & last.valid;
+            count = decodeBlock<Vector>(last.bytes, ends, destination + now.written, room, false, constant);
         }
         if (count == kRefused)
             break;
@@ -288,10 +296,14 @@ QZSTRING_TARGET Progress measureVectors(const char* source, std::size_t length) 
                 faults = Vector::either(faults, Vector::faultsOf(Vector::loadAround(source + i), constant));
                 begun += Vector::count(Vector::starts(source + i, constant));
             }
+        } else if (rest >= kBlock) {
+            // The first block.
+            faults = Vector::faultsOf(Vector::loadFirst(source), constant);
+            begun = Vector::count(Vector::starts(source, constant));
         } else {
-            const Part<kBlock> part(source, at, length);
-            faults = Vector::faultsOf(Vector::loadAround(part.block()), constant);
-            begun = Vector::count(Vector::starts(part.block(), constant) & part.valid());
+            const Last<Vector> last(source, rest, length, constant);
+            faults = Vector::faultsOf(last.bytes, constant);
+            begun = Vector::count(last.starts & last.valid);
         }
         if (Vector::any(faults))
             break;
@@ -311,9 +323,24 @@ QZSTRING_TARGET Progress measureVectors(const char* source, std::size_t length) 
 
 // Each goes on in portable code where the blocks end: at the end of the text, of the room, or before a fault.
 
+// Short texts and short ASCII are the portable code's from the start: what a vector would cost them is its
+// setting up.
+inline bool isPortable(const char* text, std::size_t length) {
+    if (length <= 16)
+        return true;
+    if (length > 32)
+        return false;
+    std::uint64_t words[4];
+    std::memcpy(words, text, 16);
+    std::memcpy(words + 2, text + length - 16, 16);
+    return ((words[0] | words[1] | words[2] | words[3]) & 0x8080808080808080U) == 0;
+}
+
 template <class Vector>
 Progress decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity) {
-    const Progress blocks = decodeVectors<Vector>(source, length, destination, capacity);
+    Progress blocks{0, 0};
+    if (!isPortable(source, length))
+        blocks = decodeVectors<Vector>(source, length, destination, capacity);
     if (blocks.read == length)
         return blocks;
     const Progress rest = utf8::decode(source + blocks.read, length - blocks.read,
@@ -323,7 +350,9 @@ Progress decode(const char* source, std::size_t length, wchar_t* destination, st
 
 template <class Vector>
 Progress decodedLength(const char* source, std::size_t length) {
-    const Progress blocks = measureVectors<Vector>(source, length);
+    Progress blocks{0, 0};
+    if (!isPortable(source, length))
+        blocks = measureVectors<Vector>(source, length);
     if (blocks.read == length)
         return blocks;
     const Progress rest = utf8::decodedLength<wchar_t>(source + blocks.read, length - blocks.read);

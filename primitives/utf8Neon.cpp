@@ -155,6 +155,11 @@ struct Vector {
     QZSTRING_KERNEL static Bytes loadAround(const char* block) {
         return {load128(block), load128(block - 1), load128(block - 2), load128(block - 3)};
     }
+    QZSTRING_KERNEL static Bytes loadFirst(const char* block) {
+        const uint8x16_t at = load128(block);
+        const uint8x16_t zero = vdupq_n_u8(0);
+        return {at, vextq_u8(zero, at, 15), vextq_u8(zero, at, 14), vextq_u8(zero, at, 13)};
+    }
     QZSTRING_KERNEL static Faults noFaults() { return vdupq_n_u8(0); }
     // Not zero where a byte and the ones before it cannot stand in well-formed text.
     QZSTRING_KERNEL static Faults faultsOf(const Bytes& bytes, const Constants& constant) {
