@@ -51,32 +51,58 @@ inline Decoded decodeCharacter(const char* text, std::size_t available) {
     return {value, length, true};
 }
 
+// Every length has a branch and an exit of its own: a length that is computed would make each character wait
+// for the one before.
 template <class Element, class Output>
 Progress decodeInto(const char* source, std::size_t length, Output& output) {
+    // What a continuation byte contributes; above 63 where it is none.
+    const auto six = [source](std::size_t i) {
+        return static_cast<char32_t>(static_cast<unsigned char>(source[i]) ^ 0x80U);
+    };
     std::size_t at = 0;
     while (at < length) {
-        while (length - at >= 8 && output.hasRoom(8)) {
-            std::uint64_t eight;
-            std::memcpy(&eight, source + at, 8);
-            if ((eight & 0x8080808080808080U) != 0)
+        const std::size_t rest = length - at;
+        const char32_t lead = static_cast<unsigned char>(source[at]);
+        if (lead < 0x80) {
+            std::uint64_t eight = ~std::uint64_t{0};
+            if (rest >= 8)
+                std::memcpy(&eight, source + at, 8);
+            if ((eight & 0x8080808080808080U) == 0 && output.hasRoom(8)) {
+                output.putAscii(source + at, 8);
+                at += 8;
+                continue;
+            }
+            if (!output.hasRoom(1))
                 break;
-            output.putAscii(source + at, 8);
-            at += 8;
-        }
-        // At the end, out of room, or less than eight characters before one that is not ASCII.
-        if (at == length)
-            break;
-        const Decoded character = decodeCharacter(source + at, length - at);
-        const bool takesPair = sizeof(Element) == 2 && character.value > 0xFFFF;
-        if (!character.valid || !output.hasRoom(takesPair ? 2 : 1))
-            break;
-        if (takesPair) {
-            output.put(static_cast<Element>(0xD7C0 + (character.value >> 10)));
-            output.put(static_cast<Element>(0xDC00 + (character.value & 0x3FF)));
+            output.put(static_cast<Element>(lead));
+            at += 1;
+        } else if (lead < 0xE0) {
+            if (lead < 0xC2 || rest < 2 || six(at + 1) > 0x3F || !output.hasRoom(1))
+                break;
+            output.put(static_cast<Element>((lead & 0x1F) << 6 | six(at + 1)));
+            at += 2;
+        } else if (lead < 0xF0) {
+            if (rest < 3 || (six(at + 1) | six(at + 2)) > 0x3F || !output.hasRoom(1))
+                break;
+            const char32_t value = (lead & 0x0F) << 12 | six(at + 1) << 6 | six(at + 2);
+            if (value < 0x800 || value - 0xD800 < 0x800)
+                break;
+            output.put(static_cast<Element>(value));
+            at += 3;
         } else {
-            output.put(static_cast<Element>(character.value));
+            if (lead > 0xF4 || rest < 4 || (six(at + 1) | six(at + 2) | six(at + 3)) > 0x3F)
+                break;
+            const char32_t value = (lead & 0x07) << 18 | six(at + 1) << 12 | six(at + 2) << 6 | six(at + 3);
+            if (value - 0x10000 > 0xFFFFF || !output.hasRoom(sizeof(Element) == 2 ? 2 : 1))
+                break;
+            if (sizeof(Element) == 2) {
+                output.put(static_cast<Element>(0xD7C0 + (value >> 10)));
+                output.put(static_cast<Element>(0xDC00 + (value & 0x3FF)));
+            } else {
+                output.put(static_cast<Element>(value));
+            }
+            at += 4;
         }
-        at += character.length;
     }
     return {at, output.count};
 }
