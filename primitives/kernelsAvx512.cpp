@@ -30,37 +30,43 @@ bool usable() {
 // ---- ASCII ----
 
 // Whether any byte of 4 x 64, or wide element of 4 x 16, is not ASCII, by the bits that ASCII never has.
-QZSTRING_KERNEL bool anyBits(__m512i vector, int bits) {
-    return _mm512_test_epi32_mask(vector, _mm512_set1_epi32(bits)) != 0;
+template <int kBits>
+QZSTRING_KERNEL bool anyBits(__m512i vector) {
+    return _mm512_test_epi32_mask(vector, _mm512_set1_epi32(kBits)) != 0;
 }
 
-QZSTRING_TARGET bool isAsciiBytes(const char* text, std::size_t length, int bits) {
+template <int kBits>
+QZSTRING_KERNEL bool isAsciiBytes(const char* text, std::size_t length) {
+    if (length <= 64) {
+        const bool ascii = !anyBits<kBits>(_mm512_maskz_loadu_epi8(lowBits(length), text));
+        _mm256_zeroupper();
+        return ascii;
+    }
     std::size_t at = 0;
     bool ascii = true;
     if (length >= 1024) {
         // To the beginning of a cache line, which loads then never cross.
-        ascii = !anyBits(_mm512_loadu_si512(text), bits);
+        ascii = !anyBits<kBits>(_mm512_loadu_si512(text));
         at = (0 - reinterpret_cast<std::uintptr_t>(text)) % 64 / sizeof(wchar_t) * sizeof(wchar_t);
     }
     for (; ascii && length - at >= 256; at += 256) {
         const __m512i two =
             _mm512_or_si512(_mm512_loadu_si512(text + at), _mm512_loadu_si512(text + at + 64));
-        ascii = !anyBits(_mm512_ternarylogic_epi32(two, _mm512_loadu_si512(text + at + 128),
-                                                   _mm512_loadu_si512(text + at + 192), 0xFE),
-                         bits);
+        ascii = !anyBits<kBits>(_mm512_ternarylogic_epi32(two, _mm512_loadu_si512(text + at + 128),
+                                                          _mm512_loadu_si512(text + at + 192), 0xFE));
     }
     for (; ascii && at < length; at += 64)
-        ascii = !anyBits(_mm512_maskz_loadu_epi8(lowBits(length - at), text + at), bits);
+        ascii = !anyBits<kBits>(_mm512_maskz_loadu_epi8(lowBits(length - at), text + at));
     _mm256_zeroupper();
     return ascii;
 }
 
-bool isAsciiNarrow(const char* text, std::size_t count) {
-    return isAsciiBytes(text, count, static_cast<int>(0x80808080));
+QZSTRING_TARGET bool isAsciiNarrow(const char* text, std::size_t count) {
+    return isAsciiBytes<static_cast<int>(0x80808080)>(text, count);
 }
 
-bool isAsciiWide(const wchar_t* text, std::size_t count) {
-    return isAsciiBytes(reinterpret_cast<const char*>(text), count * sizeof(wchar_t), -0x80);
+QZSTRING_TARGET bool isAsciiWide(const wchar_t* text, std::size_t count) {
+    return isAsciiBytes<-0x80>(reinterpret_cast<const char*>(text), count * sizeof(wchar_t));
 }
 
 // ---- Case ----

@@ -140,7 +140,7 @@ QZSTRING_KERNEL void store(const CodePoints& points, std::uint32_t ends, wchar_t
 }
 
 // Eight characters of three or of four bytes, one in each lane. Returns false where they cannot be that.
-template <int kWidth>
+template <std::size_t kWidth>
 QZSTRING_KERNEL bool decodeEight(const char* source, wchar_t* destination) {
     static_assert(kWidth == 3 || kWidth == 4);
     const auto half = [](const char* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); };
@@ -423,7 +423,7 @@ struct Vector {
                                       const Constants& constant) {
         avx2::store(form(bytes, constant), ends, destination);
     }
-    template <int kWidth>
+    template <std::size_t kWidth>
     QZSTRING_KERNEL static bool storeEight(const char* source, wchar_t* destination) {
         return decodeEight<kWidth>(source, destination);
     }

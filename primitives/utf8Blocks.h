@@ -149,7 +149,7 @@ QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length
 
 // Decodes eight characters of that many bytes at a time while they last, fit and are well-formed. Returns how
 // many characters that were.
-template <class Vector, int kWidth>
+template <class Vector, std::size_t kWidth>
 QZSTRING_KERNEL std::size_t storeRun(const char* source, std::size_t length, wchar_t* destination,
                                      std::size_t room) {
     std::size_t count = 0;

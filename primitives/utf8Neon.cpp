@@ -204,7 +204,7 @@ struct Vector {
         storeSelected(vzip2q_u8(points.low, points.middle), vzip2q_u8(points.high, zero), points.hasHigh,
                       ends >> 8, destination + count(firstEnds));
     }
-    template <int kWidth>
+    template <std::size_t kWidth>
     QZSTRING_KERNEL static bool storeEight(const char* source, wchar_t* destination) {
         const Lanes first = decodeFour<kWidth>(source);
         const Lanes second = decodeFour<kWidth>(source + 4 * kWidth);
@@ -238,7 +238,7 @@ struct Vector {
     };
 
     // Four characters of three or of four bytes, one in each lane.
-    template <int kWidth>
+    template <std::size_t kWidth>
     QZSTRING_KERNEL static Lanes decodeFour(const char* source) {
         static_assert(kWidth == 3 || kWidth == 4);
         // The last byte first in every lane; what is not in the table is zero.
