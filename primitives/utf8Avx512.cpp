@@ -215,8 +215,8 @@ QZSTRING_KERNEL CodePoints form(const Bytes& bytes, __mmask64 high, __mmask64 fo
     const __m512i middle = _mm512_ternarylogic_epi32(lower, upper, isThree, 0xF8);
     __m512i top = _mm512_setzero_si512();
     if (four != 0) {
-        const __m512i moveTwo = everywhere<false, moveBits(4, 0, 2)>();
-        const __m512i moveThree = everywhere<false, moveBits(0, 2, 3)>();
+        const __m512i moveTwo = everywhere<true, moveBits(4, 0, 2)>();
+        const __m512i moveThree = everywhere<true, moveBits(0, 2, 3)>();
         const __m512i twoBits = _mm512_maskz_gf2p8affine_epi64_epi8(four, bytes.before2, moveTwo, 0);
         const __m512i threeBits = _mm512_maskz_gf2p8affine_epi64_epi8(four, bytes.before3, moveThree, 0);
         top = _mm512_or_si512(twoBits, threeBits);
