@@ -28,7 +28,7 @@ inline constexpr Corpus kCorpora[] = {
     {"mixed", "Hello, мир! 漢字かな 😀 naïve café — déjà vu; Ελληνικά 🎉 ok. "},
 };
 
-inline constexpr std::size_t kSizes[] = {16, 64, 1024, 65536, 1048576};
+inline constexpr std::size_t kSizes[] = {1, 4, 16, 64, 1024, 65536, 1048576};
 
 // The corpus repeated to that many bytes, cut at a character and filled with ASCII.
 inline std::string text(const Corpus& corpus, std::size_t size) {
