@@ -439,21 +439,7 @@ struct Vector {
 
 }  // namespace
 
-Progress decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity) {
-    return blocks::decode<Vector>(source, length, destination, capacity);
-}
-
-Progress decodedLength(const char* source, std::size_t length) {
-    return blocks::decodedLength<Vector>(source, length);
-}
-
-Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity) {
-    return blocks::encode<Vector>(source, length, destination, capacity);
-}
-
-Progress encodedLength(const wchar_t* source, std::size_t length) {
-    return blocks::encodedLength<Vector>(source, length);
-}
+QZSTRING_DEFINE_UTF8_KERNELS(Vector)
 
 }  // namespace qzString::kernels::avx2
 
