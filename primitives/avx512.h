@@ -28,6 +28,42 @@ QZSTRING_KERNEL __mmask16 lowLanes(std::size_t count) {
     return static_cast<__mmask16>(_bzhi_u32(0xFFFF, static_cast<unsigned>(count)));
 }
 
+// Of 64 bytes at a 64-byte boundary.
+QZSTRING_KERNEL __m512i table(const void* entries) {
+    return _mm512_load_si512(entries);
+}
+
+// A constant that a loop keeps in a register: its origin is hidden from the compiler, which would otherwise
+// make it anew in every block, on the port that the shuffles need.
+QZSTRING_KERNEL __m512i kept(__m512i constant) {
+    asm("" : "+v"(constant));
+    return constant;
+}
+QZSTRING_KERNEL __mmask64 kept(__mmask64 constant) {
+    asm("" : "+Yk"(constant));
+    return constant;
+}
+
+// A constant of 64 bits in every lane, from memory, which takes a load and no shuffle.
+template <std::uint64_t kValue>
+QZSTRING_KERNEL __m512i everywhere() {
+    static constexpr std::uint64_t value = kValue;
+    __m512i lanes;
+    asm("vpbroadcastq %1, %0" : "=v"(lanes) : "m"(value));
+    return lanes;
+}
+
+// A byte, and an element of 16 or 32 bits, as often as 64 bits hold it.
+constexpr std::uint64_t bytesOf(unsigned char byte) {
+    return 0x0101010101010101U * byte;
+}
+constexpr std::uint64_t unitsOf(std::uint16_t unit) {
+    return 0x0001000100010001U * unit;
+}
+constexpr std::uint64_t lanesOf(std::uint32_t lane) {
+    return 0x0000000100000001U * lane;
+}
+
 }  // namespace qzString::kernels
 
 #endif

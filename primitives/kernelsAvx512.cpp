@@ -1,4 +1,4 @@
-// The AVX-512 kernels of the character runs and the hash, and the row of the table. utf8Avx512.cpp has the
+// The AVX-512 kernels of the character runs and the hash, and the row of the table. utf8*Avx512.cpp have the
 // conversions.
 //
 // Every loop takes whole vectors, then what is left under a mask: masked lanes are neither read nor written.

@@ -1,0 +1,356 @@
+// Encoding UTF-8 in AVX-512 with VBMI2.
+//
+// Of 16 characters, bit fields are spread over the four bytes of each lane, lead byte first
+// (vpmultishiftqb), tagged by the length that the number of leading zeros gives, and the bytes in use
+// compressed. Text below U+0800 goes 32 characters at a time in 16-bit lanes, ASCII 64. Ill-formed characters
+// are noticed at the end; the portable code finds them then.
+//
+// The last characters are loaded under a mask. Stores: 64 bytes whole while what is still to come is sure to
+// fill them, else under a mask, so that nothing past the count is touched.
+#include "primitives/kernels.h"
+
+#if QZSTRING_KERNELS_X86
+
+#include "primitives/avx512.h"
+#include "primitives/inline.h"
+#include "primitives/utf8Kernels.h"
+#include "primitives/utf8Portable.h"
+
+namespace qzString::kernels::avx512 {
+namespace {
+
+constexpr std::size_t kBlock = 64;
+constexpr std::size_t kRefused = static_cast<std::size_t>(-1);
+
+// The tags of characters by the number of leading zeros of their 32 bits: lead and continuation marks in the
+// bytes in use, which are the last of the lane. 32 zeros look up entry 0.
+constexpr int kTag2 = static_cast<int>(0x80C00000);
+constexpr int kTag3 = static_cast<int>(0x8080E000);
+constexpr int kTag4 = static_cast<int>(0x808080F0);
+alignas(64) constexpr int kTags[32] = {
+    0,     kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4,
+    kTag4, kTag4, kTag4, kTag4, kTag4, kTag3, kTag3, kTag3, kTag3, kTag3, kTag2,
+    kTag2, kTag2, kTag2, 0,     0,     0,     0,     0,     0,     0,
+};
+// The bytes beyond the first, by the number of leading zeros.
+alignas(64) constexpr int kExtra[32] = {
+    0, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 2, 2, 2, 2, 2, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0,
+};
+
+// The constants of encoding.
+struct Constants {
+    __m512i beyondAscii, beyondTwo, surrogate, lowSix, twoUnit, sixBits, pairTag;
+
+    QZSTRING_KERNEL Constants()
+        : beyondAscii(everywhere<lanesOf(0U - 0x80)>()),
+          beyondTwo(everywhere<lanesOf(0U - 0x800)>()),
+          surrogate(everywhere<lanesOf(0xD800)>()),
+          lowSix(everywhere<bytesOf(0x3F)>()),
+          twoUnit(everywhere<unitsOf(0x80)>()),
+          sixBits(everywhere<unitsOf(0x3F00)>()),
+          pairTag(everywhere<unitsOf(0x80C0)>()) {}
+};
+
+// Remembers whether any character was a surrogate or above U+10FFFF.
+struct Faults {
+    __m512i largest;
+    __m512i nearestSurrogate;
+    __m512i nearestUnit;
+
+    QZSTRING_KERNEL Faults()
+        : largest(_mm512_setzero_si512()),
+          nearestSurrogate(_mm512_set1_epi32(-1)),
+          nearestUnit(_mm512_set1_epi32(-1)) {}
+    QZSTRING_KERNEL void see(__m512i characters, __m512i surrogate = _mm512_set1_epi32(0xD800)) {
+        largest = _mm512_max_epu32(largest, characters);
+        nearestSurrogate = _mm512_min_epu32(nearestSurrogate, _mm512_xor_si512(characters, surrogate));
+    }
+    // Characters below U+10000 in 16-bit lanes.
+    QZSTRING_KERNEL void seeUnits(__m512i units) {
+        const __m512i surrogate = _mm512_set1_epi16(static_cast<short>(0xD800));
+        nearestUnit = _mm512_min_epu16(nearestUnit, _mm512_xor_si512(units, surrogate));
+    }
+    [[nodiscard]] QZSTRING_KERNEL bool any() const {
+        return (_mm512_cmpgt_epu32_mask(largest, _mm512_set1_epi32(0x10FFFF)) |
+                _mm512_cmplt_epu32_mask(nearestSurrogate, _mm512_set1_epi32(0x800))) != 0 ||
+               _mm512_cmplt_epu16_mask(nearestUnit, _mm512_set1_epi16(0x800)) != 0;
+    }
+};
+
+// The bytes of a block, those in use marked.
+struct Encoded {
+    __m512i bytes;
+    std::uint64_t used;
+};
+
+QZSTRING_KERNEL Encoded encodeAny(__m512i characters, __m512i lowSix) {
+    const __m512i zeros = _mm512_lzcnt_epi32(characters);
+    const __m512i tags = _mm512_permutex2var_epi32(table(kTags), zeros, table(kTags + 16));
+    // Bytes from the bits 18, 12, 6 and 0 on, of both characters of each 64-bit lane.
+    const __m512i fields = _mm512_multishift_epi64_epi8(_mm512_set1_epi64(0x20262C3200060C12), characters);
+    const __m512i bytes =
+        _mm512_mask_ternarylogic_epi32(fields, _mm512_movepi32_mask(tags), lowSix, tags, 0xEA);
+    return {bytes, _mm512_movepi8_mask(tags) | 0x8888888888888888};
+}
+
+// 32 characters below U+0800, in 16-bit lanes; those that are not `valid` are zero and take no byte.
+QZSTRING_KERNEL Encoded encodeTwoByte(__m512i first, __m512i second, std::uint32_t valid,
+                                      const Constants& constant) {
+    const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
+    const __m512i units = _mm512_permutexvar_epi64(order, _mm512_packus_epi32(first, second));
+    const __mmask32 two = _mm512_cmpge_epu16_mask(units, constant.twoUnit);
+    const __m512i sixBits = _mm512_and_si512(_mm512_slli_epi16(units, 8), constant.sixBits);
+    const __m512i pairs =
+        _mm512_ternarylogic_epi32(_mm512_srli_epi16(units, 6), sixBits, constant.pairTag, 0xFE);
+    return {_mm512_mask_mov_epi16(units, two, pairs),
+            _pdep_u64(valid, 0x5555555555555555) | _pdep_u64(two, 0xAAAAAAAAAAAAAAAA)};
+}
+
+QZSTRING_KERNEL __m512i packAscii(__m512i a, __m512i b, __m512i c, __m512i d) {
+    const __m512i order = _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+    return _mm512_permutexvar_epi32(
+        order, _mm512_packus_epi16(_mm512_packus_epi32(a, b), _mm512_packus_epi32(c, d)));
+}
+
+QZSTRING_KERNEL bool anyFrom(__m512i characters, int limit) {
+    return _mm512_test_epi32_mask(characters, _mm512_set1_epi32(-limit)) != 0;
+}
+
+struct Destination {
+    char* bytes;
+    std::size_t capacity;
+    std::size_t written = 0;
+
+    // `later` more bytes at least will be written after these. Returns false where there is no room.
+    QZSTRING_KERNEL bool put(const Encoded& encoded, std::size_t later) {
+        const auto count = static_cast<std::size_t>(_mm_popcnt_u64(encoded.used));
+        const std::size_t room = capacity - written;
+        if (count > room)
+            return false;
+        const __m512i packed = _mm512_maskz_compress_epi8(encoded.used, encoded.bytes);
+        if (room >= kBlock && later >= kBlock)
+            _mm512_storeu_si512(bytes + written, packed);
+        else
+            _mm512_mask_storeu_epi8(bytes + written, lowBits(count), packed);
+        written += count;
+        return true;
+    }
+
+    QZSTRING_KERNEL bool putAscii(__m512i packed, std::size_t count) {
+        if (count > capacity - written)
+            return false;
+        if (count == kBlock)
+            _mm512_storeu_si512(bytes + written, packed);
+        else
+            _mm512_mask_storeu_epi8(bytes + written, lowBits(count), packed);
+        written += count;
+        return true;
+    }
+};
+
+// 64 characters, or the last of a text: lanes past its end are zero, and not `valid`.
+struct Characters {
+    __m512i a, b, c, d;
+
+    [[nodiscard]] QZSTRING_KERNEL __m512i all() const {
+        return _mm512_or_si512(_mm512_ternarylogic_epi32(a, b, c, 0xFE), d);
+    }
+};
+
+QZSTRING_KERNEL Characters loadWhole(const wchar_t* source) {
+    return {_mm512_loadu_si512(source), _mm512_loadu_si512(source + 16), _mm512_loadu_si512(source + 32),
+            _mm512_loadu_si512(source + 48)};
+}
+
+// `count` below 64. No load goes where the text has nothing: even a masked one is slow across the edge of a
+// page that is not there.
+QZSTRING_KERNEL Characters loadPart(const wchar_t* source, std::size_t count) {
+    const __m512i none = _mm512_setzero_si512();
+    Characters part{none, none, none, none};
+    part.a = _mm512_maskz_loadu_epi32(lowLanes(count), source);
+    if (count > 16)
+        part.b = _mm512_maskz_loadu_epi32(lowLanes(count - 16), source + 16);
+    if (count > 32)
+        part.c = _mm512_maskz_loadu_epi32(lowLanes(count - 32), source + 32);
+    if (count > 48)
+        part.d = _mm512_maskz_loadu_epi32(lowLanes(count - 48), source + 48);
+    return part;
+}
+
+// Encodes up to 64 characters, of which `count` are valid; `later` more follow. Returns false where there is
+// no room. Where not kWhole, fewer than 64.
+template <bool kWhole>
+QZSTRING_KERNEL bool encodeCharacters(const Characters& characters, std::size_t count, std::size_t later,
+                                      Destination& destination, Faults& faults, const Constants& constant) {
+    const __m512i all = characters.all();
+    if (_mm512_test_epi32_mask(all, constant.beyondAscii) == 0) {
+        return destination.putAscii(packAscii(characters.a, characters.b, characters.c, characters.d), count);
+    }
+    const std::uint64_t valid = lowBits(count);
+    if (_mm512_test_epi32_mask(all, constant.beyondTwo) == 0) {
+        return destination.put(
+                   encodeTwoByte(characters.a, characters.b, static_cast<std::uint32_t>(valid), constant),
+                   later) &&
+               (count <= 32 ||
+                destination.put(encodeTwoByte(characters.c, characters.d,
+                                              static_cast<std::uint32_t>(valid >> 32), constant),
+                                later));
+    }
+    const __m512i parts[] = {characters.a, characters.b, characters.c, characters.d};
+    for (std::size_t i = 0; i < 4 && (kWhole || 16 * i < count); ++i) {
+        faults.see(parts[i], constant.surrogate);
+        Encoded encoded = encodeAny(parts[i], constant.lowSix);
+        if (!kWhole)
+            encoded.used &= lowBits(4 * (count - 16 * i));
+        if (!destination.put(encoded, later))
+            return false;
+    }
+    return true;
+}
+
+// Encodes as long as there is room. Where any character was ill-formed the portable code finds it.
+QZSTRING_TARGET QZSTRING_NOINLINE Progress encodeBlocks(const wchar_t* source, std::size_t length,
+                                                        char* destination, std::size_t capacity) {
+    const Constants constant;
+    Destination to{destination, capacity};
+    Faults faults;
+    std::size_t at = 0;
+    bool fits = true;
+    for (; fits && length - at >= 64; at += fits ? 64 : 0)
+        fits = encodeCharacters<true>(loadWhole(source + at), 64, length - at - 64, to, faults, constant);
+    if (fits && at < length) {
+        fits =
+            encodeCharacters<false>(loadPart(source + at, length - at), length - at, 0, to, faults, constant);
+        at = fits ? length : at;
+    }
+    const bool faulty = faults.any();
+    _mm256_zeroupper();
+    return faulty ? utf8::encode(source, length, destination, capacity) : Progress{at, to.written};
+}
+
+// ---- Encoding up to 16 characters ----
+
+QZSTRING_KERNEL bool anyIllFormed(__m512i characters) {
+    const __m512i fromSurrogates = _mm512_xor_si512(characters, _mm512_set1_epi32(0xD800));
+    return (_mm512_cmpgt_epu32_mask(characters, _mm512_set1_epi32(0x10FFFF)) |
+            _mm512_cmplt_epu32_mask(fromSurrogates, _mm512_set1_epi32(0x800))) != 0;
+}
+
+QZSTRING_TARGET QZSTRING_NOINLINE Progress encodeVector(const wchar_t* source, std::size_t length,
+                                                        char* destination, std::size_t capacity) {
+    const __m512i characters = _mm512_maskz_loadu_epi32(lowLanes(length), source);
+    std::size_t written = kRefused;
+    if (!anyFrom(characters, 0x80)) {
+        if (length <= capacity) {
+            written = length;
+            _mm_mask_storeu_epi8(destination, lowLanes(length), _mm512_cvtepi32_epi8(characters));
+        }
+    } else if (!anyIllFormed(characters)) {
+        const Encoded encoded = encodeAny(characters, _mm512_set1_epi8(0x3F));
+        const std::uint64_t used = encoded.used & lowBits(4 * length);
+        const auto count = static_cast<std::size_t>(_mm_popcnt_u64(used));
+        if (count <= capacity) {
+            written = count;
+            _mm512_mask_storeu_epi8(destination, lowBits(count),
+                                    _mm512_maskz_compress_epi8(used, encoded.bytes));
+        }
+    }
+    _mm256_zeroupper();
+    return written != kRefused ? Progress{length, written}
+                               : utf8::encode(source, length, destination, capacity);
+}
+
+QZSTRING_KERNEL std::size_t lanesFrom(__m512i characters, int limit) {
+    return static_cast<std::size_t>(
+        _mm_popcnt_u32(_mm512_cmpge_epu32_mask(characters, _mm512_set1_epi32(limit))));
+}
+
+QZSTRING_TARGET QZSTRING_NOINLINE Progress measureVector(const wchar_t* source, std::size_t length) {
+    const __m512i characters = _mm512_maskz_loadu_epi32(lowLanes(length), source);
+    const bool faulty = anyIllFormed(characters);
+    const std::size_t bytes =
+        length + lanesFrom(characters, 0x80) + lanesFrom(characters, 0x800) + lanesFrom(characters, 0x10000);
+    _mm256_zeroupper();
+    return faulty ? utf8::encodedLength(source, length) : Progress{length, bytes};
+}
+
+// ---- The length of encoded text ----
+
+QZSTRING_KERNEL std::size_t countFrom(__m512i units, short limit) {
+    return static_cast<std::size_t>(_mm_popcnt_u32(_mm512_cmpge_epu16_mask(units, _mm512_set1_epi16(limit))));
+}
+
+// Adds up the bytes that characters need beyond one each: one more for every limit that they reach.
+struct Measure {
+    Faults faults;
+    std::size_t bytes = 0;
+    __m512i sums;  // a lane grows by at most 12 a step: far from 2^32 in 2^26 steps
+    bool hasSums = false;
+
+    QZSTRING_KERNEL Measure() : sums(_mm512_setzero_si512()) {}
+
+    QZSTRING_KERNEL void add(const Characters& characters) {
+        const __m512i all = characters.all();
+        if (!anyFrom(all, 0x80))
+            return;
+        if (anyFrom(all, 0x10000)) {
+            addAny(characters.a);
+            addAny(characters.b);
+            addAny(characters.c);
+            addAny(characters.d);
+            hasSums = true;
+            return;
+        }
+        // In 16-bit lanes, in whatever order.
+        const __m512i ab = _mm512_packus_epi32(characters.a, characters.b);
+        const __m512i cd = _mm512_packus_epi32(characters.c, characters.d);
+        bytes += countFrom(ab, 0x80) + countFrom(cd, 0x80);
+        if (anyFrom(all, 0x800)) {
+            bytes += countFrom(ab, 0x800) + countFrom(cd, 0x800);
+            faults.seeUnits(ab);
+            faults.seeUnits(cd);
+        }
+    }
+
+    [[nodiscard]] QZSTRING_KERNEL std::size_t total() const {
+        if (!hasSums)
+            return bytes;
+        const __m512i wide = _mm512_add_epi64(_mm512_and_si512(sums, _mm512_set1_epi64(0xFFFFFFFF)),
+                                              _mm512_srli_epi64(sums, 32));
+        return bytes + static_cast<std::size_t>(_mm512_reduce_add_epi64(wide));
+    }
+
+  private:
+    QZSTRING_KERNEL void addAny(__m512i characters) {
+        faults.see(characters);
+        sums = _mm512_add_epi32(sums, _mm512_permutex2var_epi32(table(kExtra), _mm512_lzcnt_epi32(characters),
+                                                                table(kExtra + 16)));
+    }
+};
+
+QZSTRING_TARGET QZSTRING_NOINLINE Progress measureEncoded(const wchar_t* source, std::size_t length) {
+    Measure measure;
+    std::size_t at = 0;
+    for (; length - at >= 64; at += 64)
+        measure.add(loadWhole(source + at));
+    if (at < length)
+        measure.add(loadPart(source + at, length - at));
+    const std::size_t bytes = length + measure.total();
+    const bool faulty = measure.faults.any();
+    _mm256_zeroupper();
+    return faulty ? utf8::encodedLength(source, length) : Progress{length, bytes};
+}
+
+}  // namespace
+
+Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity) {
+    return (length <= 16 ? encodeVector : encodeBlocks)(source, length, destination, capacity);
+}
+
+Progress encodedLength(const wchar_t* source, std::size_t length) {
+    return (length <= 16 ? measureVector : measureEncoded)(source, length);
+}
+
+}  // namespace qzString::kernels::avx512
+
+#endif
