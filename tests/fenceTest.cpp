@@ -1,0 +1,170 @@
+// Every kernel on memory between two pages that nobody may touch: one element read or written outside ends
+// the program, through masked instructions too, which sanitizers do not see.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "primitives/hash.h"
+#include "primitives/kernels.h"
+#include "string/search.h"
+#include "support.h"
+
+using namespace support;
+using qzString::kernels::Kernels;
+
+namespace {
+
+// Room for elements that begin right behind a forbidden page, or end right before one.
+template <class Element>
+class Fenced {
+  public:
+    explicit Fenced(std::size_t most)
+        : page(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))),
+          size((most * sizeof(Element) + page - 1) / page * page),
+          memory(static_cast<char*>(
+              mmap(nullptr, size + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))) {
+        EXPECT_EQ(mprotect(memory + page, size, PROT_READ | PROT_WRITE), 0);
+    }
+    ~Fenced() { munmap(memory, size + 2 * page); }
+    Fenced(const Fenced&) = delete;
+    Fenced& operator=(const Fenced&) = delete;
+
+    // Room for `count`, filled with `filler` to the other page.
+    Element* place(bool atEnd, std::size_t count, Element filler) {
+        auto* const first = reinterpret_cast<Element*>(memory + page);
+        Element* const end = first + size / sizeof(Element);
+        std::fill(first, end, filler);
+        return atEnd ? end - count : first;
+    }
+    Element* put(bool atEnd, std::basic_string_view<Element> text, Element filler) {
+        Element* const placed = place(atEnd, text.size(), filler);
+        std::copy(text.begin(), text.end(), placed);
+        return placed;
+    }
+
+  private:
+    std::size_t page, size;
+    char* memory;
+};
+
+const char* const kTexts[] = {
+    "Plain ASCII text, KEPT LONG. ",
+    "D\xC3\xA8s No\xC3\xABl, o\xC3\xB9 un z\xC3\xA9phyr ha\xC3\xAF ",
+    "\xD0\xA1\xD1\x8A\xD0\xB5\xD1\x88\xD1\x8C",
+    "\xE6\xBC\xA2\xE5\xAD\x97\xE3\x81\x8B",
+    "\xF0\x9F\x98\x80\xF0\x9F\x8E\x89",
+    "a\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80z",
+};
+constexpr std::size_t kMost = 1100;
+
+// Texts of every number of repetitions and every remainder of ASCII.
+template <class Function>
+void forEveryText(Function function) {
+    for (const std::string seed : kTexts) {
+        for (std::size_t length = 0; length <= kMost; length += length < 300 ? 1 : 97) {
+            std::string text;
+            while (text.size() + seed.size() <= length)
+                text += seed;
+            text.resize(length, 'Q');
+            function(text);
+        }
+    }
+}
+
+class Fence : public ::testing::TestWithParam<const Kernels*> {
+  protected:
+    void SetUp() override {
+        if (!GetParam()->usable())
+            GTEST_SKIP();
+    }
+    Fenced<char> bytes{kMost}, otherBytes{kMost};
+    Fenced<wchar_t> characters{kMost}, otherCharacters{kMost};
+};
+
+INSTANTIATE_TEST_SUITE_P(Kernels, Fence,
+                         ::testing::ValuesIn(std::vector<const Kernels*>(
+                             qzString::kernels::allKernels().begin(), qzString::kernels::allKernels().end())),
+                         [](const auto& instance) { return std::string(instance.param->name); });
+
+}  // namespace
+
+TEST_P(Fence, HoldsConversion) {
+    const Kernels& kernels = *GetParam();
+    forEveryText([&](const std::string& text) {
+        const std::wstring wideText = value(fromUtf8(text));
+        for (const bool atEnd : {false, true}) {
+            // Around the text stand bytes that would go on with it.
+            const char* const source = bytes.put(atEnd, text, '\xBF');
+            ASSERT_EQ(kernels.decodedLength(source, text.size()).written, wideText.size());
+            wchar_t* const decoded = characters.place(atEnd, wideText.size(), L'#');
+            ASSERT_EQ(kernels.decode(source, text.size(), decoded, atEnd ? wideText.size() : kMost).read,
+                      text.size());
+            ASSERT_EQ(std::wstring_view(decoded, wideText.size()), wideText);
+            ASSERT_EQ(kernels.encodedLength(decoded, wideText.size()).written, text.size());
+            char* const encoded = otherBytes.place(atEnd, text.size(), '#');
+            ASSERT_EQ(kernels.encode(decoded, wideText.size(), encoded, atEnd ? text.size() : kMost).read,
+                      wideText.size());
+            ASSERT_EQ(std::string_view(encoded, text.size()), text);
+            // With room to spare, nothing is written behind what is returned either.
+            if (!atEnd && text.size() < kMost) {
+                ASSERT_EQ(encoded[text.size()], '#');
+                ASSERT_EQ(decoded[wideText.size()], L'#');
+            }
+        }
+    });
+}
+
+TEST_P(Fence, HoldsCharacterRunsAndHash) {
+    const Kernels& kernels = *GetParam();
+    qzString::kernels::useKernels(&kernels);
+    forEveryText([&](const std::string& text) {
+        const std::wstring wideText = value(fromUtf8(text));
+        const std::size_t length = wideText.size();
+        for (const bool atEnd : {false, true}) {
+            char* const narrow = bytes.put(atEnd, text, 'Q');
+            const char* const same = otherBytes.put(!atEnd, text, 'Q');
+            kernels.isAsciiNarrow(narrow, text.size());
+            kernels.toLowerNarrow(narrow, text.size());
+            ASSERT_EQ(kernels.findCaseDifferenceNarrow(narrow, same, text.size()), text.size());
+            ASSERT_TRUE(atEnd || text.size() == kMost || narrow[text.size()] == 'Q');
+            wchar_t* const wide = characters.put(atEnd, wideText, L'Q');
+            const wchar_t* const sameWide = otherCharacters.put(!atEnd, wideText, L'Q');
+            kernels.isAsciiWide(wide, length);
+            kernels.toLowerWide(wide, length);
+            ASSERT_EQ(kernels.findCaseDifferenceWide(wide, sameWide, length), length);
+            ASSERT_TRUE(atEnd || length == kMost || wide[length] == L'Q');
+            ASSERT_EQ(
+                qz::hashfunction(reinterpret_cast<const unsigned char*>(same), static_cast<int>(text.size())),
+                qz::hashfunction(reinterpret_cast<const unsigned char*>(text.data()),
+                                 static_cast<int>(text.size())));
+        }
+    });
+    qzString::kernels::useKernels(nullptr);
+}
+
+TEST(Fence, HoldsSearching) {
+    Fenced<char> bytes(kMost);
+    Fenced<wchar_t> characters(kMost);
+    for (const qzString::search::Scanner* scanner : qzString::search::allScanners()) {
+        if (!scanner->usable())
+            continue;
+        qzString::search::useScanner(scanner);
+        forEveryText([&](const std::string& text) {
+            const std::wstring wideText = value(fromUtf8(text));
+            for (const bool atEnd : {false, true}) {
+                const char* const narrow = bytes.put(atEnd, text, 'Q');
+                ASSERT_EQ(qzString::search::findFirst(narrow, text.size(), "QR", 2, 0),
+                          qzString::search::kNotFound);
+                ASSERT_EQ(qzString::search::findLast(narrow, text.size(), "RQ", 2, text.size()),
+                          qzString::search::kNotFound);
+                const wchar_t* const wide = characters.put(atEnd, wideText, L'Q');
+                ASSERT_EQ(qzString::search::findFirst(wide, wideText.size(), L"QR", 2, 0),
+                          qzString::search::kNotFound);
+                ASSERT_EQ(qzString::search::findLast(wide, wideText.size(), L"RQ", 2, wideText.size()),
+                          qzString::search::kNotFound);
+            }
+        });
+    }
+    qzString::search::useScanner(nullptr);
+}
