@@ -162,7 +162,7 @@ QZSTRING_KERNEL Characters loadWhole(const wchar_t* source) {
             _mm512_loadu_si512(source + 48)};
 }
 
-// `count` below 64. No load goes where the text has nothing: even a masked one is slow across the edge of a
+// Up to 64. No load goes where the text has nothing: even a masked one is slow across the edge of a
 // page that is not there.
 QZSTRING_KERNEL Characters loadPart(const wchar_t* source, std::size_t count) {
     const __m512i none = _mm512_setzero_si512();
@@ -341,14 +341,41 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress measureEncoded(const wchar_t* source,
     return faulty ? utf8::encodedLength(source, length) : Progress{length, bytes};
 }
 
-}  // namespace
-
-Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity) {
-    return (length <= 16 ? encodeVector : encodeBlocks)(source, length, destination, capacity);
+// Of 17 characters and more, by the first vector: most text that is not ASCII shows it there.
+QZSTRING_KERNEL bool mayBeShortAscii(const wchar_t* source, std::size_t length) {
+    return length <= kBlock && !anyFrom(_mm512_loadu_si512(source), 0x80);
 }
 
-Progress encodedLength(const wchar_t* source, std::size_t length) {
-    return (length <= 16 ? measureVector : measureEncoded)(source, length);
+}  // namespace
+
+// Short ASCII takes no constants and no stack: what it costs is the calls.
+
+QZSTRING_TARGET Progress encode(const wchar_t* source, std::size_t length, char* destination,
+                                std::size_t capacity) {
+    if (length <= 16)
+        return encodeVector(source, length, destination, capacity);
+    if (mayBeShortAscii(source, length) && length <= capacity) {
+        const Characters part = loadPart(source, length);
+        const bool isAscii = !anyFrom(part.all(), 0x80);
+        if (isAscii)
+            _mm512_mask_storeu_epi8(destination, lowBits(length), packAscii(part.a, part.b, part.c, part.d));
+        _mm256_zeroupper();
+        if (isAscii)
+            return {length, length};
+    }
+    return encodeBlocks(source, length, destination, capacity);
+}
+
+QZSTRING_TARGET Progress encodedLength(const wchar_t* source, std::size_t length) {
+    if (length <= 16)
+        return measureVector(source, length);
+    if (mayBeShortAscii(source, length)) {
+        const bool isAscii = !anyFrom(loadPart(source, length).all(), 0x80);
+        _mm256_zeroupper();
+        if (isAscii)
+            return {length, length};
+    }
+    return measureEncoded(source, length);
 }
 
 }  // namespace qzString::kernels::avx512
