@@ -309,11 +309,12 @@ Progress finishLength(const char* source, std::size_t length, Progress blocks) {
     return {blocks.read + rest.read, blocks.written + rest.written};
 }
 
-// Decodes blocks as long as they are well-formed and fit; more than one.
+// Decodes blocks as long as they are well-formed and fit, from `at` on, before which all is ASCII and
+// written; in a text of more than one block.
 QZSTRING_TARGET QZSTRING_NOINLINE Progress decodeLong(const char* source, std::size_t length,
-                                                      wchar_t* destination, std::size_t capacity) {
+                                                      wchar_t* destination, std::size_t capacity,
+                                                      std::size_t at) {
     const Constants constant;
-    std::size_t at = storeAsciiRun(source, length, destination, capacity);
     std::size_t written = at;
     bool afterAscii = true;
     while (at < length) {
@@ -458,20 +459,22 @@ QZSTRING_KERNEL bool isAsciiPart(const char* source, std::size_t length) {
 
 }  // namespace
 
-// Texts of one block take no loop, and ASCII no stack: what they cost is the calls.
+// ASCII takes no constants and no stack, and texts of one block no loop: what they cost is the calls.
 
 QZSTRING_TARGET Progress decode(const char* source, std::size_t length, wchar_t* destination,
                                 std::size_t capacity) {
-    if (length > kBlock)
-        return decodeLong(source, length, destination, capacity);
-    const bool fits = length <= capacity;
-    if (!isAsciiPart(source, length) || !fits) {
+    const std::size_t ascii = length > kBlock ? storeAsciiRun(source, length, destination, capacity) : 0;
+    const std::size_t rest = length - ascii;
+    const bool fits = rest <= kBlock && rest <= capacity - ascii;
+    if (fits && (rest == 0 || isAsciiPart(source + ascii, rest))) {
+        if (rest != 0)
+            storeAscii(source + ascii, rest, destination + ascii);
         _mm256_zeroupper();
-        return length == 0 ? Progress{0, 0} : decodeShort(source, length, destination, capacity);
+        return {length, length};
     }
-    storeAscii(source, length, destination);
     _mm256_zeroupper();
-    return {length, length};
+    return length <= kBlock ? decodeShort(source, length, destination, capacity)
+                            : decodeLong(source, length, destination, capacity, ascii);
 }
 
 QZSTRING_TARGET Progress decodedLength(const char* source, std::size_t length) {
