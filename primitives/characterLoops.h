@@ -123,6 +123,12 @@ QZSTRING_INLINE std::size_t findCaseDifferenceRun(const Char* a, const Char* b, 
     return count;
 }
 
+// These loops as the entries of a row of kernels.h.
+#define QZSTRING_PLAIN_RUNS                                                                    \
+    loops::isAsciiRun<char>, loops::isAsciiRun<wchar_t>, loops::mapRun<loops::Lower>,          \
+        loops::mapRun<loops::Upper>, loops::mapRun<loops::Lower>, loops::mapRun<loops::Upper>, \
+        loops::findCaseDifferenceRun<char>, loops::findCaseDifferenceRun<wchar_t>
+
 }  // namespace qzString::loops
 
 #endif

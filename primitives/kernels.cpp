@@ -17,15 +17,9 @@ constexpr const Kernels* kBestFirst[] = {
 
 // Threads that choose at the same time choose alike, so that a relaxed store is enough.
 const Kernels& choose() {
-    const Kernels* best = &kPortable;
-    for (const Kernels* row : kBestFirst) {
-        if (row->usable()) {
-            best = row;
-            break;
-        }
-    }
-    chosenKernels.store(best, std::memory_order_relaxed);
-    return *best;
+    const Kernels& best = firstUsable(kBestFirst);
+    chosenKernels.store(&best, std::memory_order_relaxed);
+    return best;
 }
 
 // The entry that chooses a row and calls the row's own.
@@ -60,7 +54,7 @@ const Kernels kChoosing = {
     Choosing<&Kernels::hashLanes>::call,
 };
 
-KernelRange allKernels() {
+Rows<Kernels> allKernels() {
     return {std::begin(kBestFirst), std::end(kBestFirst)};
 }
 

@@ -15,6 +15,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/rows.h"
+
 namespace qzString::kernels {
 
 // How far a conversion came. It stops before the first character that is ill-formed, or earlier where the
@@ -52,13 +54,7 @@ struct Kernels {
 };
 
 // Every version compiled in, usable here or not.
-struct KernelRange {
-    const Kernels* const* first;
-    const Kernels* const* last;
-    [[nodiscard]] const Kernels* const* begin() const { return first; }
-    [[nodiscard]] const Kernels* const* end() const { return last; }
-};
-KernelRange allKernels();
+Rows<Kernels> allKernels();
 
 // Pins a usable version; null chooses anew. For tests and benchmarks: not while other threads are in the
 // library.

@@ -80,18 +80,6 @@ QZSTRING_KERNEL __m512i mapBytes(__m512i bytes) {
 }
 
 template <class Case>
-QZSTRING_TARGET void mapNarrow(char* text, std::size_t count) {
-    std::size_t at = 0;
-    for (; count - at >= 64; at += 64)
-        _mm512_storeu_si512(text + at, mapBytes<Case>(_mm512_loadu_si512(text + at)));
-    if (at < count) {
-        const std::uint64_t valid = lowBits(count - at);
-        _mm512_mask_storeu_epi8(text + at, valid, mapBytes<Case>(_mm512_maskz_loadu_epi8(valid, text + at)));
-    }
-    _mm256_zeroupper();
-}
-
-template <class Case>
 QZSTRING_KERNEL __m512i mapAsciiLanes(__m512i characters) {
     const __m512i fromFirst = _mm512_sub_epi32(characters, _mm512_set1_epi32(Case::kFirstLetter));
     const __mmask16 letters = _mm512_cmplt_epu32_mask(fromFirst, _mm512_set1_epi32(26));
@@ -142,16 +130,35 @@ QZSTRING_KERNEL __m512i mapLanes(__m512i characters) {
     return _mm512_mask_add_epi16(mapped, 0x55555555, mapped, deltas);  // in the low halves only
 }
 
-template <class Case>
-QZSTRING_TARGET void mapWide(wchar_t* text, std::size_t count) {
+// Vectors of both widths: the first `count` elements, fewer than a vector has.
+QZSTRING_KERNEL __m512i loadFirst(const char* text, std::size_t count) {
+    return _mm512_maskz_loadu_epi8(lowBits(count), text);
+}
+QZSTRING_KERNEL __m512i loadFirst(const wchar_t* text, std::size_t count) {
+    return _mm512_maskz_loadu_epi32(lowLanes(count), text);
+}
+QZSTRING_KERNEL void storeFirst(char* text, std::size_t count, __m512i elements) {
+    _mm512_mask_storeu_epi8(text, lowBits(count), elements);
+}
+QZSTRING_KERNEL void storeFirst(wchar_t* text, std::size_t count, __m512i elements) {
+    _mm512_mask_storeu_epi32(text, lowLanes(count), elements);
+}
+
+template <class Char>
+constexpr std::size_t kElements = 64 / sizeof(Char);
+
+template <class Case, class Char>
+QZSTRING_KERNEL __m512i mapVector(__m512i elements) {
+    return sizeof(Char) == 1 ? mapBytes<Case>(elements) : mapLanes<Case>(elements);
+}
+
+template <class Case, class Char>
+QZSTRING_TARGET void mapRun(Char* text, std::size_t count) {
     std::size_t at = 0;
-    for (; count - at >= 16; at += 16)
-        _mm512_storeu_si512(text + at, mapLanes<Case>(_mm512_loadu_si512(text + at)));
-    if (at < count) {
-        const __mmask16 valid = lowLanes(count - at);
-        _mm512_mask_storeu_epi32(text + at, valid,
-                                 mapLanes<Case>(_mm512_maskz_loadu_epi32(valid, text + at)));
-    }
+    for (; count - at >= kElements<Char>; at += kElements<Char>)
+        _mm512_storeu_si512(text + at, mapVector<Case, Char>(_mm512_loadu_si512(text + at)));
+    if (at < count)
+        storeFirst(text + at, count - at, mapVector<Case, Char>(loadFirst(text + at, count - at)));
     _mm256_zeroupper();
 }
 
@@ -164,21 +171,6 @@ QZSTRING_KERNEL __mmask64 differences(__m512i a, __m512i b) {
     const __mmask64 otherCase = _mm512_mask_cmplt_epu8_mask(
         _mm512_cmpeq_epi8_mask(difference, _mm512_set1_epi8(0x20)), fromFirst, _mm512_set1_epi8(26));
     return _mm512_test_epi8_mask(difference, difference) & ~otherCase;
-}
-
-QZSTRING_TARGET std::size_t findCaseDifferenceNarrow(const char* a, const char* b, std::size_t count) {
-    std::size_t at = 0;
-    __mmask64 found = 0;
-    for (; found == 0 && count - at >= 64; at += 64)
-        found = differences(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at));
-    if (found != 0) {
-        at -= 64;
-    } else if (at < count) {
-        const std::uint64_t valid = lowBits(count - at);
-        found = differences(_mm512_maskz_loadu_epi8(valid, a + at), _mm512_maskz_loadu_epi8(valid, b + at));
-    }
-    _mm256_zeroupper();
-    return found == 0 ? count : at + static_cast<std::size_t>(_tzcnt_u64(found));
 }
 
 // The same, and beyond ASCII where the lower-case forms differ.
@@ -194,18 +186,21 @@ QZSTRING_KERNEL __mmask16 wideDifferences(__m512i a, __m512i b) {
     return _mm512_mask_cmpneq_epi32_mask(differ, mapLanes<loops::Lower>(a), mapLanes<loops::Lower>(b));
 }
 
-QZSTRING_TARGET std::size_t findCaseDifferenceWide(const wchar_t* a, const wchar_t* b, std::size_t count) {
+template <class Char>
+QZSTRING_KERNEL std::uint64_t differencesOf(__m512i a, __m512i b) {
+    return sizeof(Char) == 1 ? differences(a, b) : wideDifferences(a, b);
+}
+
+template <class Char>
+QZSTRING_TARGET std::size_t findCaseDifference(const Char* a, const Char* b, std::size_t count) {
     std::size_t at = 0;
-    __mmask16 found = 0;
-    for (; found == 0 && count - at >= 16; at += 16)
-        found = wideDifferences(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at));
-    if (found != 0) {
-        at -= 16;
-    } else if (at < count) {
-        const __mmask16 valid = lowLanes(count - at);
-        found =
-            wideDifferences(_mm512_maskz_loadu_epi32(valid, a + at), _mm512_maskz_loadu_epi32(valid, b + at));
-    }
+    std::uint64_t found = 0;
+    for (; found == 0 && count - at >= kElements<Char>; at += kElements<Char>)
+        found = differencesOf<Char>(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at));
+    if (found != 0)
+        at -= kElements<Char>;
+    else if (at < count)
+        found = differencesOf<Char>(loadFirst(a + at, count - at), loadFirst(b + at, count - at));
     _mm256_zeroupper();
     return found == 0 ? count : at + static_cast<std::size_t>(_tzcnt_u64(found));
 }
@@ -247,12 +242,12 @@ const Kernels kAvx512 = {
     avx512::encodedLength,
     isAsciiNarrow,
     isAsciiWide,
-    mapNarrow<loops::Lower>,
-    mapNarrow<loops::Upper>,
-    mapWide<loops::Lower>,
-    mapWide<loops::Upper>,
-    findCaseDifferenceNarrow,
-    findCaseDifferenceWide,
+    mapRun<loops::Lower, char>,
+    mapRun<loops::Upper, char>,
+    mapRun<loops::Lower, wchar_t>,
+    mapRun<loops::Upper, wchar_t>,
+    findCaseDifference<char>,
+    findCaseDifference<wchar_t>,
     hashLanes,
 };
 

@@ -54,21 +54,8 @@ void hashLanes(std::uint64_t state[8], const unsigned char* input, std::size_t l
 }  // namespace
 
 const Kernels kNeon = {
-    "neon",
-    alwaysUsable,
-    neon::decode,
-    neon::decodedLength,
-    neon::encode,
-    neon::encodedLength,
-    loops::isAsciiRun<char>,
-    loops::isAsciiRun<wchar_t>,
-    loops::mapRun<loops::Lower>,
-    loops::mapRun<loops::Upper>,
-    loops::mapRun<loops::Lower>,
-    loops::mapRun<loops::Upper>,
-    loops::findCaseDifferenceRun<char>,
-    loops::findCaseDifferenceRun<wchar_t>,
-    hashLanes,
+    "neon",       alwaysUsable,        neon::decode,        neon::decodedLength,
+    neon::encode, neon::encodedLength, QZSTRING_PLAIN_RUNS, hashLanes,
 };
 
 }  // namespace qzString::kernels

@@ -42,14 +42,7 @@ const Kernels kPortable = {
     utf8::decodedLength<wchar_t>,
     utf8::encode<wchar_t>,
     utf8::encodedLength<wchar_t>,
-    loops::isAsciiRun<char>,
-    loops::isAsciiRun<wchar_t>,
-    loops::mapRun<loops::Lower>,
-    loops::mapRun<loops::Upper>,
-    loops::mapRun<loops::Lower>,
-    loops::mapRun<loops::Upper>,
-    loops::findCaseDifferenceRun<char>,
-    loops::findCaseDifferenceRun<wchar_t>,
+    QZSTRING_PLAIN_RUNS,
     hashLanes,
 };
 

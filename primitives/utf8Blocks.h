@@ -28,7 +28,7 @@
 //   bool storeEight<width>(source, destination)      8 characters of that width, or false and nothing; reads
 //                                                    32 bytes at most
 //   Progress encode(source, length, destination, capacity), measureEncoded(source, length)
-//                                                    whole blocks while they last, are well-formed and fit
+//                                                    as far as that goes in vectors
 //   void leave()                                     before the kernel returns
 #ifndef QZSTRING_PRIMITIVES_UTF8BLOCKS_H
 #define QZSTRING_PRIMITIVES_UTF8BLOCKS_H
@@ -310,7 +310,7 @@ QZSTRING_TARGET Progress measureVectors(const char* source, std::size_t length) 
         at += count;
         characters += begun;
     }
-    if (at != 0 && utf8::endsInside(source, source + at)) {
+    if (utf8::endsInside(source, source + at)) {
         // Characters were counted by their lead bytes: not so the one that goes on past this place.
         at = static_cast<std::size_t>(utf8::lastCharacter(source + at) - source);
         --characters;

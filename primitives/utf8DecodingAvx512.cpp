@@ -414,12 +414,10 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress measureLong(const char* source, std::
         at += taken;
         characters += taken - continued;
     }
-    if (at < length || utf8::endsInside(source, source + length)) {
+    if (utf8::endsInside(source, source + at)) {
         // Characters were counted by their lead bytes: not so the one that goes on past this place.
-        if (utf8::endsInside(source, source + at)) {
-            at = static_cast<std::size_t>(utf8::lastCharacter(source + at) - source);
-            --characters;
-        }
+        at = static_cast<std::size_t>(utf8::lastCharacter(source + at) - source);
+        --characters;
     }
     _mm256_zeroupper();
     return at == length ? Progress{at, characters} : finishLength(source, length, {at, characters});

@@ -70,15 +70,9 @@ const Scanner* const kBestFirst[] = {
 std::atomic<const Scanner*> chosenScanner{nullptr};
 
 const Scanner& choose() {
-    const Scanner* best = &kPortableScanner;
-    for (const Scanner* row : kBestFirst) {
-        if (row->usable()) {
-            best = row;
-            break;
-        }
-    }
-    chosenScanner.store(best, std::memory_order_relaxed);
-    return *best;
+    const Scanner& best = firstUsable(kBestFirst);
+    chosenScanner.store(&best, std::memory_order_relaxed);
+    return best;
 }
 
 const Scanner& active() {
@@ -303,7 +297,7 @@ std::size_t findBackwards(const Char* text, std::size_t length, const Char* need
 
 }  // namespace
 
-ScannerRange allScanners() {
+Rows<Scanner> allScanners() {
     return {std::begin(kBestFirst), std::end(kBestFirst)};
 }
 

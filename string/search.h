@@ -7,6 +7,8 @@
 
 #include <cstddef>
 
+#include "common/rows.h"
+
 namespace qzString::search {
 
 inline constexpr std::size_t kNotFound = static_cast<std::size_t>(-1);
@@ -42,13 +44,7 @@ struct Scanner {
                             wchar_t a, std::size_t second, wchar_t b);
 };
 
-struct ScannerRange {
-    const Scanner* const* first;
-    const Scanner* const* last;
-    [[nodiscard]] const Scanner* const* begin() const { return first; }
-    [[nodiscard]] const Scanner* const* end() const { return last; }
-};
-ScannerRange allScanners();
+Rows<Scanner> allScanners();
 void useScanner(const Scanner* pinned);
 
 }  // namespace qzString::search

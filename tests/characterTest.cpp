@@ -4,24 +4,15 @@
 
 #include <random>
 
-#include "primitives/kernels.h"
+#include "everyKernel.h"
 #include "support.h"
 
-using qzString::kernels::Kernels;
+using support::forEveryKernel;
+using support::Kernels;
 
 namespace {
 
 constexpr std::uint32_t kEnd = 0x110000;
-
-template <class Function>
-void forEveryKernel(Function function) {
-    for (const Kernels* kernels : qzString::kernels::allKernels()) {
-        if (!kernels->usable())
-            continue;
-        SCOPED_TRACE(kernels->name);
-        function(*kernels);
-    }
-}
 
 }  // namespace
 
@@ -86,7 +77,36 @@ TEST(Character, CaseMappingIsUnicodes) {
         EXPECT_EQ(qzString::toLower(static_cast<wchar_t>(beyond)), static_cast<wchar_t>(beyond));
 }
 
-// All code points in runs that shift against the blocks, and mixtures of scripts; in exact-size blocks.
+// The runs of a text against its characters one by one, and a difference at one place.
+template <class Char>
+void expectRuns(const std::basic_string<Char>& text) {
+    std::basic_string<Char> lower;
+    std::basic_string<Char> upper;
+    bool ascii = true;
+    for (const Char c : text) {
+        lower += qzString::toLower(c);
+        upper += qzString::toUpper(c);
+        ascii = ascii && qzString::isAscii(c);
+    }
+    const std::size_t length = text.size();
+    const support::Exact<Char> source{std::basic_string_view<Char>(text)};
+    const support::Exact<Char> lowered{std::basic_string_view<Char>(text)};
+    const support::Exact<Char> raised{std::basic_string_view<Char>(text)};
+    qzString::toLower(lowered.data(), length);
+    ASSERT_EQ(lowered.view(length), lower);
+    qzString::toUpper(raised.data(), length);
+    ASSERT_EQ(raised.view(length), upper);
+    ASSERT_EQ(qzString::isAscii(source.data(), length), ascii);
+    ASSERT_EQ(qzString::findCaseDifference(lowered.data(), source.data(), length), length);
+    if (length > 0) {
+        const std::size_t at = length * 5 % 7 * length / 7;
+        lowered.data()[at] = static_cast<Char>(lowered.data()[at] ^ 0x81);
+        ASSERT_EQ(qzString::findCaseDifference(source.data(), lowered.data(), length),
+                  qzString::toLower(lowered.data()[at]) == lower[at] ? length : at);
+    }
+}
+
+// All code points in runs that shift against the blocks, mixtures of scripts, and all bytes at all lengths.
 TEST(Character, RunsMapAsCharactersDo) {
     std::vector<std::wstring> texts;
     for (std::uint32_t first = 0; first < 0x30000; first += 997) {
@@ -105,52 +125,37 @@ TEST(Character, RunsMapAsCharactersDo) {
             text += static_cast<wchar_t>(random() % 5 == 0 ? random() % 0x300 : script + random() % 0x100);
         texts.push_back(text);
     }
-    forEveryKernel([&](const Kernels& kernels) {
-        for (const std::wstring& text : texts) {
-            std::wstring lower;
-            std::wstring upper;
-            for (const wchar_t c : text) {
-                lower += qzString::toLower(c);
-                upper += qzString::toUpper(c);
-            }
-            const support::Exact<wchar_t> lowered{std::wstring_view(text)};
-            kernels.toLowerWide(lowered.data(), lowered.size());
-            ASSERT_EQ(lowered.view(text.size()), lower);
-            const support::Exact<wchar_t> raised{std::wstring_view(text)};
-            kernels.toUpperWide(raised.data(), raised.size());
-            ASSERT_EQ(raised.view(text.size()), upper);
-            ASSERT_EQ(kernels.findCaseDifferenceWide(lowered.data(), text.data(), text.size()), text.size());
-            ASSERT_EQ(kernels.isAsciiWide(text.data(), text.size()),
-                      text.find_first_not_of(texts[0].substr(0, 128)) == std::wstring::npos);
+    forEveryKernel([&](const Kernels&) {
+        for (const std::wstring& text : texts)
+            ASSERT_NO_FATAL_FAILURE(expectRuns(text));
+        for (std::size_t length = 0; length < 400; ++length) {
+            std::string text;
+            for (std::size_t i = 0; i < length; ++i)
+                text += static_cast<char>(i * 7 + length);
+            ASSERT_NO_FATAL_FAILURE(expectRuns(text));
         }
     });
 }
 
-TEST(Character, NarrowRunsMapAsCharactersDo) {
-    forEveryKernel([](const Kernels& kernels) {
-        for (std::size_t length = 0; length < 400; ++length) {
-            std::string text;
-            std::string lower;
-            std::string upper;
-            for (std::size_t i = 0; i < length; ++i) {
-                text += static_cast<char>(i * 7 + length);
-                lower += qzString::toLower(text.back());
-                upper += qzString::toUpper(text.back());
-            }
-            const support::Exact<char> lowered{std::string_view(text)};
-            kernels.toLowerNarrow(lowered.data(), lowered.size());
-            ASSERT_EQ(lowered.view(length), lower);
-            const support::Exact<char> raised{std::string_view(text)};
-            kernels.toUpperNarrow(raised.data(), raised.size());
-            ASSERT_EQ(raised.view(length), upper);
-            ASSERT_EQ(kernels.findCaseDifferenceNarrow(lowered.data(), raised.data(), length), length);
-            if (length > 0) {
-                const std::size_t at = length * 5 % 7 * length / 7;
-                lowered.data()[at] = static_cast<char>(lowered.data()[at] ^ 0x81);
-                ASSERT_EQ(kernels.findCaseDifferenceNarrow(raised.data(), lowered.data(), length), at);
-            }
-        }
-    });
+// The row that the process begins with has every function choose a version and do its own work.
+TEST(Character, TheFirstCallChooses) {
+    const auto first = [](auto operation) {
+        qzString::kernels::useKernels(nullptr);
+        return operation();
+    };
+    std::string narrow = "aZ";
+    std::wstring wide = L"aZ";
+    first([&] { qzString::toLower(narrow.data(), 2); });
+    first([&] { qzString::toLower(wide.data(), 2); });
+    EXPECT_TRUE(narrow == "az" && wide == L"az");
+    first([&] { qzString::toUpper(narrow.data(), 2); });
+    first([&] { qzString::toUpper(wide.data(), 2); });
+    EXPECT_TRUE(narrow == "AZ" && wide == L"AZ");
+    EXPECT_EQ(first([] { return qzString::findCaseDifference("aB", "Ac", 2); }), 1U);
+    EXPECT_EQ(first([] { return qzString::findCaseDifference(L"aB", L"Ac", 2); }), 1U);
+    EXPECT_FALSE(first([] { return qzString::isAscii("\x80", 1); }));
+    EXPECT_FALSE(first([] { return qzString::isAscii(L"\x80", 1); }));
+    EXPECT_NE(&qzString::kernels::active(), &qzString::kernels::kChoosing);
 }
 
 TEST(Character, AsciiTestSeesEveryPlace) {

@@ -3,17 +3,13 @@
 #include "primitives/conversion.h"
 
 #include <algorithm>
-#include <cstring>
 #include <random>
-#include <vector>
 
-#include "primitives/kernels.h"
+#include "everyKernel.h"
 #include "primitives/utf8Portable.h"
 #include "support.h"
 
 using namespace support;
-using qzString::kernels::Kernels;
-using qzString::kernels::Progress;
 
 namespace {
 
@@ -102,24 +98,7 @@ std::string encodeByArithmetic(std::wstring_view text) {
     return bytes;
 }
 
-// A body runs once for each usable kernel, which is pinned meanwhile.
-class EveryKernel : public ::testing::TestWithParam<const Kernels*> {
-  protected:
-    void SetUp() override { qzString::kernels::useKernels(GetParam()); }
-    void TearDown() override { qzString::kernels::useKernels(nullptr); }
-};
-
-std::vector<const Kernels*> usableKernels() {
-    std::vector<const Kernels*> usable;
-    for (const Kernels* kernels : qzString::kernels::allKernels()) {
-        if (kernels->usable())
-            usable.push_back(kernels);
-    }
-    return usable;
-}
-
-INSTANTIATE_TEST_SUITE_P(Utf8, EveryKernel, ::testing::ValuesIn(usableKernels()),
-                         [](const auto& instance) { return std::string(instance.param->name); });
+INSTANTIATE_TEST_SUITE_P(Utf8, EveryKernel, ::testing::ValuesIn(usableKernels()), kernelName);
 
 // Everything the converters owe for one text: the query, the conversion at the exact capacity, one element
 // less, and the offset of what is ill-formed.
@@ -268,19 +247,6 @@ TEST_P(EveryKernel, DecodesAllShortStrings) {
     }
 }
 
-// All strings of 3 bytes that begin with the lead of 3 or 4: each followed by ASCII, 256 in a text.
-TEST_P(EveryKernel, DecodesAllStringsOfThreeBytes) {
-    for (int a = 0xE0; a < 256; ++a) {
-        for (int b = 0; b < 256; ++b) {
-            std::string text;
-            for (int c = 0; c < 256; ++c)
-                text += {static_cast<char>(a), static_cast<char>(b), static_cast<char>(c), 'x'};
-            const Reference expected = decodeByTable(text);
-            ASSERT_NO_FATAL_FAILURE(expectSubstitutes(text, expected)) << a << ' ' << b;
-        }
-    }
-}
-
 // Each seed behind 0 to 130 bytes of padding, and behind itself: whole, cut at every length, and with every
 // byte replaced in turn.
 TEST_P(EveryKernel, CrossesBlockEdges) {
@@ -298,31 +264,6 @@ TEST_P(EveryKernel, CrossesBlockEdges) {
                     const std::string shorter = text.substr(0, cut);
                     ASSERT_NO_FATAL_FAILURE(expectDecodes(shorter, decodeByTable(shorter)));
                 }
-            }
-        }
-    }
-}
-
-// Long texts at every place in a cache line, among bytes that would lead or continue characters: what stands
-// around a text has no part in it.
-TEST_P(EveryKernel, SeesNothingAroundTheText) {
-    for (const std::string seed : kSeeds) {
-        std::string text;
-        while (text.size() < 1100)
-            text += seed;
-        const std::wstring expected = decodeByTable(text).text;
-        std::vector<wchar_t> room(text.size());
-        for (const char around : {'\xF0', '\x80'}) {
-            for (std::size_t offset = 0; offset < 64; ++offset) {
-                alignas(64) char memory[64 + 1200];
-                std::memset(memory, around, sizeof memory);
-                std::memcpy(memory + offset, text.data(), text.size());
-                const auto length = static_cast<unsigned int>(text.size());
-                ASSERT_EQ(qzString::UTF8toWCS(memory + offset, length, nullptr, 0, false, nullptr),
-                          expected.size());
-                ASSERT_EQ(qzString::UTF8toWCS(memory + offset, length, room.data(), length, false, nullptr),
-                          expected.size());
-                ASSERT_EQ(std::wstring_view(room.data(), expected.size()), expected) << offset;
             }
         }
     }

@@ -5,13 +5,12 @@
 
 #include <algorithm>
 
+#include "everyKernel.h"
 #include "primitives/hash.h"
-#include "primitives/kernels.h"
 #include "string/search.h"
 #include "support.h"
 
 using namespace support;
-using qzString::kernels::Kernels;
 
 namespace {
 
@@ -58,11 +57,12 @@ const char* const kTexts[] = {
 };
 constexpr std::size_t kMost = 1100;
 
-// Texts of every number of repetitions and every remainder of ASCII.
+// Texts of every number of repetitions and every remainder of ASCII; of long ones so many that they begin at
+// every place in a cache line.
 template <class Function>
 void forEveryText(Function function) {
     for (const std::string seed : kTexts) {
-        for (std::size_t length = 0; length <= kMost; length += length < 300 ? 1 : 97) {
+        for (std::size_t length = 0; length <= kMost; length = length == 300 ? kMost - 70 : length + 1) {
             std::string text;
             while (text.size() + seed.size() <= length)
                 text += seed;
@@ -72,20 +72,13 @@ void forEveryText(Function function) {
     }
 }
 
-class Fence : public ::testing::TestWithParam<const Kernels*> {
+class Fence : public EveryKernel {
   protected:
-    void SetUp() override {
-        if (!GetParam()->usable())
-            GTEST_SKIP();
-    }
     Fenced<char> bytes{kMost}, otherBytes{kMost};
     Fenced<wchar_t> characters{kMost}, otherCharacters{kMost};
 };
 
-INSTANTIATE_TEST_SUITE_P(Kernels, Fence,
-                         ::testing::ValuesIn(std::vector<const Kernels*>(
-                             qzString::kernels::allKernels().begin(), qzString::kernels::allKernels().end())),
-                         [](const auto& instance) { return std::string(instance.param->name); });
+INSTANTIATE_TEST_SUITE_P(Kernels, Fence, ::testing::ValuesIn(usableKernels()), kernelName);
 
 }  // namespace
 
@@ -94,8 +87,9 @@ TEST_P(Fence, HoldsConversion) {
     forEveryText([&](const std::string& text) {
         const std::wstring wideText = value(fromUtf8(text));
         for (const bool atEnd : {false, true}) {
-            // Around the text stand bytes that would go on with it.
-            const char* const source = bytes.put(atEnd, text, '\xBF');
+            // What stands before the text would lead a character in it, what stands behind would go on with
+            // it.
+            const char* const source = bytes.put(atEnd, text, atEnd ? '\xF0' : '\xBF');
             ASSERT_EQ(kernels.decodedLength(source, text.size()).written, wideText.size());
             wchar_t* const decoded = characters.place(atEnd, wideText.size(), L'#');
             ASSERT_EQ(kernels.decode(source, text.size(), decoded, atEnd ? wideText.size() : kMost).read,
@@ -117,7 +111,6 @@ TEST_P(Fence, HoldsConversion) {
 
 TEST_P(Fence, HoldsCharacterRunsAndHash) {
     const Kernels& kernels = *GetParam();
-    qzString::kernels::useKernels(&kernels);
     forEveryText([&](const std::string& text) {
         const std::wstring wideText = value(fromUtf8(text));
         const std::size_t length = wideText.size();
@@ -140,7 +133,6 @@ TEST_P(Fence, HoldsCharacterRunsAndHash) {
                                  static_cast<int>(text.size())));
         }
     });
-    qzString::kernels::useKernels(nullptr);
 }
 
 TEST(Fence, HoldsSearching) {
