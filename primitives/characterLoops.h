@@ -57,7 +57,7 @@ QZSTRING_INLINE bool isAsciiBlock(const Char* text) {
 }
 
 template <class Char>
-QZSTRING_INLINE bool isAsciiRun(const Char* text, std::size_t count) {
+QZSTRING_INLINE bool isAsciiRun(const Char* text, std::size_t count) noexcept {
     std::size_t at = 0;
     for (; count - at >= kBlock<Char>; at += kBlock<Char>) {
         if (!isAsciiBlock(text + at))
@@ -70,13 +70,13 @@ QZSTRING_INLINE bool isAsciiRun(const Char* text, std::size_t count) {
 }
 
 template <class Case>
-QZSTRING_INLINE void mapRun(char* text, std::size_t count) {
+QZSTRING_INLINE void mapRun(char* text, std::size_t count) noexcept {
     for (std::size_t i = 0; i < count; ++i)
         text[i] = mapAscii<Case>(text[i]);
 }
 
 template <class Case>
-QZSTRING_INLINE void mapRun(wchar_t* text, std::size_t count) {
+QZSTRING_INLINE void mapRun(wchar_t* text, std::size_t count) noexcept {
     constexpr std::size_t kLength = kBlock<wchar_t>;
     std::size_t at = 0;
     for (; count - at >= kLength; at += kLength) {
@@ -100,7 +100,7 @@ QZSTRING_INLINE wchar_t foldCharacter(wchar_t c) {
 }
 
 template <class Char>
-QZSTRING_INLINE std::size_t findCaseDifferenceRun(const Char* a, const Char* b, std::size_t count) {
+QZSTRING_INLINE std::size_t findCaseDifferenceRun(const Char* a, const Char* b, std::size_t count) noexcept {
     using Unsigned = std::make_unsigned_t<Char>;
     std::size_t at = 0;
     for (; count - at >= kBlock<Char>; at += kBlock<Char>) {

@@ -25,9 +25,12 @@ const Kernels& choose() {
 // The entry that chooses a row and calls the row's own.
 template <auto kEntry>
 struct Choosing;
-template <class Result, class... Arguments, Result (*Kernels::*kEntry)(Arguments...)>
+template <class Result, class... Arguments, bool kNoexcept,
+          Result (*Kernels::*kEntry)(Arguments...) noexcept(kNoexcept)>
 struct Choosing<kEntry> {
-    static Result call(Arguments... arguments) { return (choose().*kEntry)(arguments...); }
+    static Result call(Arguments... arguments) noexcept(kNoexcept) {
+        return (choose().*kEntry)(arguments...);
+    }
 };
 
 bool neverUsable() {

@@ -38,15 +38,15 @@ struct Kernels {
     Progress (*encode)(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity);
     Progress (*encodedLength)(const wchar_t* source, std::size_t length);
 
-    // The run forms of primitives/character.h.
-    bool (*isAsciiNarrow)(const char* text, std::size_t count);
-    bool (*isAsciiWide)(const wchar_t* text, std::size_t count);
-    void (*toLowerNarrow)(char* text, std::size_t count);
-    void (*toUpperNarrow)(char* text, std::size_t count);
-    void (*toLowerWide)(wchar_t* text, std::size_t count);
-    void (*toUpperWide)(wchar_t* text, std::size_t count);
-    std::size_t (*findCaseDifferenceNarrow)(const char* a, const char* b, std::size_t count);
-    std::size_t (*findCaseDifferenceWide)(const wchar_t* a, const wchar_t* b, std::size_t count);
+    // The run forms of primitives/character.h; noexcept as those are, which lets them jump here.
+    bool (*isAsciiNarrow)(const char* text, std::size_t count) noexcept;
+    bool (*isAsciiWide)(const wchar_t* text, std::size_t count) noexcept;
+    void (*toLowerNarrow)(char* text, std::size_t count) noexcept;
+    void (*toUpperNarrow)(char* text, std::size_t count) noexcept;
+    void (*toLowerWide)(wchar_t* text, std::size_t count) noexcept;
+    void (*toUpperWide)(wchar_t* text, std::size_t count) noexcept;
+    std::size_t (*findCaseDifferenceNarrow)(const char* a, const char* b, std::size_t count) noexcept;
+    std::size_t (*findCaseDifferenceWide)(const wchar_t* a, const wchar_t* b, std::size_t count) noexcept;
 
     // The part of the long-text hash that reads the text: hashLoops.h has the algorithm. `length` is
     // above 64.

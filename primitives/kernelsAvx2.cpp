@@ -19,20 +19,20 @@ bool usable() {
 }
 
 template <class Char>
-QZSTRING_TARGET bool isAsciiRun(const Char* text, std::size_t count) {
+QZSTRING_TARGET bool isAsciiRun(const Char* text, std::size_t count) noexcept {
     const bool ascii = loops::isAsciiRun(text, count);
     _mm256_zeroupper();
     return ascii;
 }
 
 template <class Case, class Char>
-QZSTRING_TARGET void mapRun(Char* text, std::size_t count) {
+QZSTRING_TARGET void mapRun(Char* text, std::size_t count) noexcept {
     loops::mapRun<Case>(text, count);
     _mm256_zeroupper();
 }
 
 template <class Char>
-QZSTRING_TARGET std::size_t findCaseDifference(const Char* a, const Char* b, std::size_t count) {
+QZSTRING_TARGET std::size_t findCaseDifference(const Char* a, const Char* b, std::size_t count) noexcept {
     const std::size_t found = loops::findCaseDifferenceRun(a, b, count);
     _mm256_zeroupper();
     return found;

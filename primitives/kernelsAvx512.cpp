@@ -4,8 +4,8 @@
 // Every loop takes whole vectors, then what is left under a mask: masked lanes are neither read nor written.
 //
 // Case of wide text: ASCII by arithmetic; characters between U+2E80 and U+A63F have no case; what else there
-// is looks up its difference in two steps, by two gathers from the tables (characterTables.h: elements of 16
-// bits, read as 32).
+// is looks up its difference from the tables (characterTables.h), by permutations of the blocks of the table
+// that its lanes need.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_X86
@@ -61,11 +61,11 @@ QZSTRING_KERNEL bool isAsciiBytes(const char* text, std::size_t length) {
     return ascii;
 }
 
-QZSTRING_TARGET bool isAsciiNarrow(const char* text, std::size_t count) {
+QZSTRING_TARGET bool isAsciiNarrow(const char* text, std::size_t count) noexcept {
     return isAsciiBytes<static_cast<int>(0x80808080)>(text, count);
 }
 
-QZSTRING_TARGET bool isAsciiWide(const wchar_t* text, std::size_t count) {
+QZSTRING_TARGET bool isAsciiWide(const wchar_t* text, std::size_t count) noexcept {
     return isAsciiBytes<-0x80>(reinterpret_cast<const char*>(text), count * sizeof(wchar_t));
 }
 
@@ -153,7 +153,7 @@ QZSTRING_KERNEL __m512i mapVector(__m512i elements) {
 }
 
 template <class Case, class Char>
-QZSTRING_TARGET void mapRun(Char* text, std::size_t count) {
+QZSTRING_TARGET void mapRun(Char* text, std::size_t count) noexcept {
     std::size_t at = 0;
     for (; count - at >= kElements<Char>; at += kElements<Char>)
         _mm512_storeu_si512(text + at, mapVector<Case, Char>(_mm512_loadu_si512(text + at)));
@@ -192,7 +192,7 @@ QZSTRING_KERNEL std::uint64_t differencesOf(__m512i a, __m512i b) {
 }
 
 template <class Char>
-QZSTRING_TARGET std::size_t findCaseDifference(const Char* a, const Char* b, std::size_t count) {
+QZSTRING_TARGET std::size_t findCaseDifference(const Char* a, const Char* b, std::size_t count) noexcept {
     std::size_t at = 0;
     std::uint64_t found = 0;
     for (; found == 0 && count - at >= kElements<Char>; at += kElements<Char>)
