@@ -1,5 +1,8 @@
 #include "primitives/character.h"
 
+#include <cstring>
+#include <cwchar>
+
 #include "primitives/characterLoops.h"
 #include "primitives/characterTables.h"
 #include "primitives/kernels.h"
@@ -29,6 +32,22 @@ wchar_t toWideUpper(wchar_t c) noexcept {
 
 }  // namespace detail
 
+namespace loops {
+
+int compareFolded(const char* a, const char* b) noexcept {
+    const char lowerA = toLower(*a);
+    const char lowerB = toLower(*b);
+    return std::memcmp(&lowerA, &lowerB, 1);
+}
+
+int compareFolded(const wchar_t* a, const wchar_t* b) noexcept {
+    const wchar_t lowerA = toLower(*a);
+    const wchar_t lowerB = toLower(*b);
+    return std::wmemcmp(&lowerA, &lowerB, 1);
+}
+
+}  // namespace loops
+
 bool isAscii(const char* text, std::size_t count) noexcept {
     return kernels::active().isAsciiNarrow(text, count);
 }
@@ -53,12 +72,12 @@ void toUpper(wchar_t* text, std::size_t count) noexcept {
     kernels::active().toUpperWide(text, count);
 }
 
-std::size_t findCaseDifference(const char* a, const char* b, std::size_t count) noexcept {
-    return kernels::active().findCaseDifferenceNarrow(a, b, count);
+int compareNoCase(const char* a, std::size_t aCount, const char* b, std::size_t bCount) noexcept {
+    return kernels::active().compareNoCaseNarrow(a, aCount, b, bCount);
 }
 
-std::size_t findCaseDifference(const wchar_t* a, const wchar_t* b, std::size_t count) noexcept {
-    return kernels::active().findCaseDifferenceWide(a, b, count);
+int compareNoCase(const wchar_t* a, std::size_t aCount, const wchar_t* b, std::size_t bCount) noexcept {
+    return kernels::active().compareNoCaseWide(a, aCount, b, bCount);
 }
 
 }  // namespace qzString

@@ -89,12 +89,12 @@ QZSTRING_EXPORT void toLower(wchar_t* text, std::size_t count) noexcept;
 QZSTRING_EXPORT void toUpper(char* text, std::size_t count) noexcept;
 QZSTRING_EXPORT void toUpper(wchar_t* text, std::size_t count) noexcept;
 
-// The first of `count` positions at which the lower-case forms of `a` and `b` differ; `count` where none
-// does.
-[[nodiscard]] QZSTRING_EXPORT std::size_t findCaseDifference(const char* a, const char* b,
-                                                             std::size_t count) noexcept;
-[[nodiscard]] QZSTRING_EXPORT std::size_t findCaseDifference(const wchar_t* a, const wchar_t* b,
-                                                             std::size_t count) noexcept;
+// The order of the lower-case forms of two texts: at the first place where they differ, as `memcmp` or
+// `wmemcmp` value that difference; where none does, -1, 0 or 1 by the counts.
+[[nodiscard]] QZSTRING_EXPORT int compareNoCase(const char* a, std::size_t aCount, const char* b,
+                                                std::size_t bCount) noexcept;
+[[nodiscard]] QZSTRING_EXPORT int compareNoCase(const wchar_t* a, std::size_t aCount, const wchar_t* b,
+                                                std::size_t bCount) noexcept;
 
 }  // namespace qzString
 

@@ -99,8 +99,18 @@ QZSTRING_INLINE wchar_t foldCharacter(wchar_t c) {
     return mapWide<Lower>(c);
 }
 
+// The order of two characters that differ in more than case, out of line.
+int compareFolded(const char* a, const char* b) noexcept;
+int compareFolded(const wchar_t* a, const wchar_t* b) noexcept;
+
+// The order of texts of which the shorter one ends first.
+QZSTRING_INLINE int compareLengths(std::size_t a, std::size_t b) {
+    return static_cast<int>(a > b) - static_cast<int>(a < b);
+}
+
+// The first of `count` positions at which the lower-case forms differ; `count` where none does.
 template <class Char>
-QZSTRING_INLINE std::size_t findCaseDifferenceRun(const Char* a, const Char* b, std::size_t count) noexcept {
+QZSTRING_INLINE std::size_t findCaseDifference(const Char* a, const Char* b, std::size_t count) {
     using Unsigned = std::make_unsigned_t<Char>;
     std::size_t at = 0;
     for (; count - at >= kBlock<Char>; at += kBlock<Char>) {
@@ -123,11 +133,19 @@ QZSTRING_INLINE std::size_t findCaseDifferenceRun(const Char* a, const Char* b, 
     return count;
 }
 
+template <class Char>
+QZSTRING_INLINE int compareNoCaseRun(const Char* a, std::size_t aCount, const Char* b,
+                                     std::size_t bCount) noexcept {
+    const std::size_t common = aCount < bCount ? aCount : bCount;
+    const std::size_t at = findCaseDifference(a, b, common);
+    return at == common ? compareLengths(aCount, bCount) : compareFolded(a + at, b + at);
+}
+
 // These loops as the entries of a row of kernels.h.
 #define QZSTRING_PLAIN_RUNS                                                                    \
     loops::isAsciiRun<char>, loops::isAsciiRun<wchar_t>, loops::mapRun<loops::Lower>,          \
         loops::mapRun<loops::Upper>, loops::mapRun<loops::Lower>, loops::mapRun<loops::Upper>, \
-        loops::findCaseDifferenceRun<char>, loops::findCaseDifferenceRun<wchar_t>
+        loops::compareNoCaseRun<char>, loops::compareNoCaseRun<wchar_t>
 
 }  // namespace qzString::loops
 

@@ -52,8 +52,8 @@ const Kernels kChoosing = {
     Choosing<&Kernels::toUpperNarrow>::call,
     Choosing<&Kernels::toLowerWide>::call,
     Choosing<&Kernels::toUpperWide>::call,
-    Choosing<&Kernels::findCaseDifferenceNarrow>::call,
-    Choosing<&Kernels::findCaseDifferenceWide>::call,
+    Choosing<&Kernels::compareNoCaseNarrow>::call,
+    Choosing<&Kernels::compareNoCaseWide>::call,
     Choosing<&Kernels::hashLanes>::call,
 };
 

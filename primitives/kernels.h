@@ -45,8 +45,9 @@ struct Kernels {
     void (*toUpperNarrow)(char* text, std::size_t count) noexcept;
     void (*toLowerWide)(wchar_t* text, std::size_t count) noexcept;
     void (*toUpperWide)(wchar_t* text, std::size_t count) noexcept;
-    std::size_t (*findCaseDifferenceNarrow)(const char* a, const char* b, std::size_t count) noexcept;
-    std::size_t (*findCaseDifferenceWide)(const wchar_t* a, const wchar_t* b, std::size_t count) noexcept;
+    int (*compareNoCaseNarrow)(const char* a, std::size_t aCount, const char* b, std::size_t bCount) noexcept;
+    int (*compareNoCaseWide)(const wchar_t* a, std::size_t aCount, const wchar_t* b,
+                             std::size_t bCount) noexcept;
 
     // The part of the long-text hash that reads the text: hashLoops.h has the algorithm. `length` is
     // above 64.

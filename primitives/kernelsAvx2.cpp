@@ -32,10 +32,12 @@ QZSTRING_TARGET void mapRun(Char* text, std::size_t count) noexcept {
 }
 
 template <class Char>
-QZSTRING_TARGET std::size_t findCaseDifference(const Char* a, const Char* b, std::size_t count) noexcept {
-    const std::size_t found = loops::findCaseDifferenceRun(a, b, count);
+QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char* b,
+                                  std::size_t bCount) noexcept {
+    const std::size_t common = aCount < bCount ? aCount : bCount;
+    const std::size_t at = loops::findCaseDifference(a, b, common);
     _mm256_zeroupper();
-    return found;
+    return at == common ? loops::compareLengths(aCount, bCount) : loops::compareFolded(a + at, b + at);
 }
 
 struct Lanes {
@@ -85,8 +87,8 @@ const Kernels kAvx2 = {
     mapRun<loops::Upper, char>,
     mapRun<loops::Lower, wchar_t>,
     mapRun<loops::Upper, wchar_t>,
-    findCaseDifference<char>,
-    findCaseDifference<wchar_t>,
+    compareNoCase<char>,
+    compareNoCase<wchar_t>,
     hashLanes,
 };
 

@@ -4,8 +4,8 @@
 // Every loop takes whole vectors, then what is left under a mask: masked lanes are neither read nor written.
 //
 // Case of wide text: ASCII by arithmetic; characters between U+2E80 and U+A63F have no case; what else there
-// is looks up its difference from the tables (characterTables.h), by permutations of the blocks of the table
-// that its lanes need.
+// is looks up what to add in the tables (characterTables.h), by permutations of two blocks of the table.
+// Those of the last look-up stay in registers: letters of one script seldom need others.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_X86
@@ -37,6 +37,8 @@ QZSTRING_KERNEL bool anyBits(__m512i vector) {
 
 template <int kBits>
 QZSTRING_KERNEL bool isAsciiBytes(const char* text, std::size_t length) {
+    if (length <= 16)  // in small registers, which leave nothing to clean
+        return _mm_test_epi32_mask(_mm_maskz_loadu_epi8(lowLanes(length), text), _mm_set1_epi32(kBits)) == 0;
     if (length <= 64) {
         const bool ascii = !anyBits<kBits>(_mm512_maskz_loadu_epi8(lowBits(length), text));
         _mm256_zeroupper();
@@ -71,66 +73,100 @@ QZSTRING_TARGET bool isAsciiWide(const wchar_t* text, std::size_t count) noexcep
 
 // ---- Case ----
 
-template <class Case>
-QZSTRING_KERNEL __m512i mapBytes(__m512i bytes) {
-    const __m512i fromFirst = _mm512_sub_epi8(bytes, _mm512_set1_epi8(Case::kFirstLetter));
-    const __mmask64 letters = _mm512_cmplt_epu8_mask(fromFirst, _mm512_set1_epi8(26));
-    return _mm512_mask_add_epi8(bytes, letters, bytes,
-                                _mm512_set1_epi8(Case::kFirstLetter == 'A' ? 32 : -32));
-}
+// Maps vectors of elements to one case.
+template <class Case, class Char>
+class Mapping;
 
 template <class Case>
-QZSTRING_KERNEL __m512i mapAsciiLanes(__m512i characters) {
-    const __m512i fromFirst = _mm512_sub_epi32(characters, _mm512_set1_epi32(Case::kFirstLetter));
-    const __mmask16 letters = _mm512_cmplt_epu32_mask(fromFirst, _mm512_set1_epi32(26));
-    return _mm512_mask_add_epi32(characters, letters, characters,
-                                 _mm512_set1_epi32(Case::kFirstLetter == 'A' ? 32 : -32));
-}
+class Mapping<Case, char> {
+  public:
+    QZSTRING_KERNEL explicit Mapping(char) {}
 
-// The lanes whose characters are beyond ASCII and may have case.
-QZSTRING_KERNEL __mmask16 lanesToLookUp(__m512i characters) {
-    const __m512i fromCaseless = _mm512_sub_epi32(characters, _mm512_set1_epi32(0x2E80));
-    return _mm512_mask_cmpge_epu32_mask(_mm512_test_epi32_mask(characters, _mm512_set1_epi32(-0x80)),
-                                        fromCaseless, _mm512_set1_epi32(0xA640 - 0x2E80));
-}
-
-// The deltas of the characters of those lanes. Two neighbouring blocks of the table, 128 characters, are
-// looked up at a time, by permutations; letters of one script seldom take more. Gathers are slower.
-template <class Case>
-QZSTRING_KERNEL __m512i lookUp(__m512i characters, __mmask16 lanes) {
-    static_assert(tables::kBlockBits == 6);
-    const __m512i pairs = _mm512_srli_epi32(characters, 7);
-    const __mmask16 inSecond = _mm512_test_epi32_mask(characters, _mm512_set1_epi32(64));
-    __m512i deltas = _mm512_setzero_si512();
-    while (lanes != 0) {
-        const __m128i pair = _mm512_castsi512_si128(_mm512_maskz_compress_epi32(lanes, pairs));
-        const std::uint16_t* const offsets = Case::kOffsets + 2 * _mm_cvtsi128_si32(pair);
-        const std::uint16_t* const first = Case::kDeltas + offsets[0];
-        const std::uint16_t* const second = Case::kDeltas + offsets[1];
-        const __mmask16 found = _mm512_mask_cmpeq_epi32_mask(lanes, pairs, _mm512_broadcastd_epi32(pair));
-        // The index is the low six bits of a 16-bit lane; what the high halves look up is not used.
-        const __m512i ofFirst =
-            _mm512_permutex2var_epi16(_mm512_loadu_si512(first), characters, _mm512_loadu_si512(first + 32));
-        const __m512i ofSecond = _mm512_permutex2var_epi16(_mm512_loadu_si512(second), characters,
-                                                           _mm512_loadu_si512(second + 32));
-        deltas = _mm512_mask_mov_epi32(deltas, found, _mm512_mask_mov_epi32(ofFirst, inSecond, ofSecond));
-        lanes = static_cast<__mmask16>(lanes & ~found);
+    QZSTRING_KERNEL __m512i operator()(__m512i bytes) const {
+        const __m512i fromFirst = _mm512_sub_epi8(bytes, _mm512_set1_epi8(Case::kFirstLetter));
+        const __mmask64 letters = _mm512_cmplt_epu8_mask(fromFirst, _mm512_set1_epi8(26));
+        return _mm512_mask_add_epi8(bytes, letters, bytes,
+                                    _mm512_set1_epi8(Case::kFirstLetter == 'A' ? 32 : -32));
     }
-    return deltas;
-}
+};
 
+// Keeps two neighbouring blocks of the table, those of 128 characters. Gathers are slower.
 template <class Case>
-QZSTRING_KERNEL __m512i mapLanes(__m512i characters) {
-    const __m512i mapped = mapAsciiLanes<Case>(characters);
-    const __mmask16 inTable = _mm512_mask_cmplt_epu32_mask(lanesToLookUp(characters), characters,
-                                                           _mm512_set1_epi32(static_cast<int>(Case::kLimit)));
-    if (inTable == 0)
-        return mapped;
-    const __m512i deltas = lookUp<Case>(characters, inTable);
-    return _mm512_mask_add_epi16(mapped, 0x55555555, mapped, deltas);  // in the low halves only
-}
+class Mapping<Case, wchar_t> {
+  public:
+    QZSTRING_KERNEL Mapping() : pair(_mm512_set1_epi32(-1)) {
+        for (auto& block : blocks)
+            block[0] = block[1] = _mm512_setzero_si512();
+    }
 
-// Vectors of both widths: the first `count` elements, fewer than a vector has.
+    // Begins with the blocks around a character, which keeps a look-up out of the first vector's road.
+    QZSTRING_KERNEL explicit Mapping(wchar_t first) {
+        const auto u = static_cast<char32_t>(first);
+        choose(u < Case::kLimit ? static_cast<int>(u >> kPairBits) : 0);
+    }
+
+    QZSTRING_KERNEL __m512i operator()(__m512i characters) {
+        const __m512i fromFirst = _mm512_sub_epi32(characters, _mm512_set1_epi32(Case::kFirstLetter));
+        const __mmask16 letters = _mm512_cmplt_epu32_mask(fromFirst, _mm512_set1_epi32(26));
+        const __m512i mapped = _mm512_mask_add_epi32(characters, letters, characters,
+                                                     _mm512_set1_epi32(Case::kFirstLetter == 'A' ? 32 : -32));
+        const __mmask16 others = mayHaveCase(characters);
+        if (others == 0)
+            return mapped;
+        return _mm512_mask_add_epi16(mapped, 0x55555555, mapped, deltas(characters, others));  // low halves
+    }
+
+  private:
+    static constexpr int kPairBits = tables::kBlockBits + 1;
+
+    // The lanes whose characters are beyond ASCII, below the table's limit, and not among those in its middle
+    // that have no case.
+    QZSTRING_KERNEL static __mmask16 mayHaveCase(__m512i characters) {
+        const __m512i fromCaseless = _mm512_sub_epi32(characters, _mm512_set1_epi32(0x2E80));
+        const __mmask16 others =
+            _mm512_mask_cmpge_epu32_mask(_mm512_test_epi32_mask(characters, _mm512_set1_epi32(-0x80)),
+                                         fromCaseless, _mm512_set1_epi32(0xA640 - 0x2E80));
+        return _mm512_mask_cmplt_epu32_mask(others, characters,
+                                            _mm512_set1_epi32(static_cast<int>(Case::kLimit)));
+    }
+
+    QZSTRING_KERNEL void choose(int chosen) {
+        const std::uint16_t* const offsets = Case::kOffsets + 2 * chosen;
+        for (int block = 0; block < 2; ++block) {
+            for (int half = 0; half < 2; ++half)
+                blocks[block][half] = _mm512_loadu_si512(Case::kDeltas + offsets[block] + 32 * half);
+        }
+        pair = _mm512_set1_epi32(chosen);
+    }
+
+    // The deltas of the characters of those lanes, zero in the others.
+    QZSTRING_KERNEL __m512i deltas(__m512i characters, __mmask16 lanes) {
+        const __m512i pairs = _mm512_srli_epi32(characters, kPairBits);
+        __mmask16 found = _mm512_mask_cmpeq_epi32_mask(lanes, pairs, pair);
+        __m512i result = _mm512_maskz_mov_epi32(found, lookUp(characters));
+        while (lanes != found) {
+            lanes = static_cast<__mmask16>(lanes & ~found);
+            choose(_mm_cvtsi128_si32(_mm512_castsi512_si128(_mm512_maskz_compress_epi32(lanes, pairs))));
+            found = _mm512_mask_cmpeq_epi32_mask(lanes, pairs, pair);
+            result = _mm512_mask_mov_epi32(result, found, lookUp(characters));
+        }
+        return result;
+    }
+
+    // The index is the low six bits of a 16-bit lane; what the high halves look up is not used.
+    QZSTRING_KERNEL __m512i lookUp(__m512i characters) const {
+        static_assert(tables::kBlockBits == 6);
+        const __mmask16 inSecond = _mm512_test_epi32_mask(characters, _mm512_set1_epi32(64));
+        return _mm512_mask_mov_epi32(_mm512_permutex2var_epi16(blocks[0][0], characters, blocks[0][1]),
+                                     inSecond,
+                                     _mm512_permutex2var_epi16(blocks[1][0], characters, blocks[1][1]));
+    }
+
+    __m512i pair;
+    __m512i blocks[2][2];
+};
+
+// Vectors of both widths: the first `count` elements, no more than a vector has.
 QZSTRING_KERNEL __m512i loadFirst(const char* text, std::size_t count) {
     return _mm512_maskz_loadu_epi8(lowBits(count), text);
 }
@@ -147,62 +183,97 @@ QZSTRING_KERNEL void storeFirst(wchar_t* text, std::size_t count, __m512i elemen
 template <class Char>
 constexpr std::size_t kElements = 64 / sizeof(Char);
 
-template <class Case, class Char>
-QZSTRING_KERNEL __m512i mapVector(__m512i elements) {
-    return sizeof(Char) == 1 ? mapBytes<Case>(elements) : mapLanes<Case>(elements);
-}
-
+// The last vector is stored only where it changes: short texts have the case already more often than not, and
+// what reads them next would wait for a masked store.
 template <class Case, class Char>
 QZSTRING_TARGET void mapRun(Char* text, std::size_t count) noexcept {
+    if (count == 0)
+        return;
+    Mapping<Case, Char> map(*text);
     std::size_t at = 0;
-    for (; count - at >= kElements<Char>; at += kElements<Char>)
-        _mm512_storeu_si512(text + at, mapVector<Case, Char>(_mm512_loadu_si512(text + at)));
-    if (at < count)
-        storeFirst(text + at, count - at, mapVector<Case, Char>(loadFirst(text + at, count - at)));
+    for (; count - at > kElements<Char>; at += kElements<Char>)
+        _mm512_storeu_si512(text + at, map(_mm512_loadu_si512(text + at)));
+    const __m512i last = loadFirst(text + at, count - at);
+    const __m512i mapped = map(last);
+    if (_mm512_cmpneq_epi32_mask(last, mapped) != 0)
+        storeFirst(text + at, count - at, mapped);
     _mm256_zeroupper();
 }
 
-// Where the elements differ by more than the case of ASCII letters: equal but for bit 5, and a letter with
-// it.
-QZSTRING_KERNEL __mmask64 differences(__m512i a, __m512i b) {
-    const __m512i difference = _mm512_xor_si512(a, b);
-    const __m512i fromFirst =
-        _mm512_sub_epi8(_mm512_or_si512(a, _mm512_set1_epi8(0x20)), _mm512_set1_epi8('a'));
-    const __mmask64 otherCase = _mm512_mask_cmplt_epu8_mask(
-        _mm512_cmpeq_epi8_mask(difference, _mm512_set1_epi8(0x20)), fromFirst, _mm512_set1_epi8(26));
-    return _mm512_test_epi8_mask(difference, difference) & ~otherCase;
-}
+// ---- Comparison ----
 
-// The same, and beyond ASCII where the lower-case forms differ.
-QZSTRING_KERNEL __mmask16 wideDifferences(__m512i a, __m512i b) {
-    const __m512i difference = _mm512_xor_si512(a, b);
-    const __m512i fromFirst =
-        _mm512_sub_epi32(_mm512_or_si512(a, _mm512_set1_epi32(0x20)), _mm512_set1_epi32('a'));
-    const __mmask16 otherCase = _mm512_mask_cmplt_epu32_mask(
-        _mm512_cmpeq_epi32_mask(difference, _mm512_set1_epi32(0x20)), fromFirst, _mm512_set1_epi32(26));
-    const auto differ = static_cast<__mmask16>(_mm512_test_epi32_mask(difference, difference) & ~otherCase);
-    if (differ == 0)
-        return 0;
-    return _mm512_mask_cmpneq_epi32_mask(differ, mapLanes<loops::Lower>(a), mapLanes<loops::Lower>(b));
+// Where the lower-case forms of two vectors differ. In ASCII letters, bit 5 does not count.
+template <class Char>
+class Difference;
+
+template <>
+class Difference<char> {
+  public:
+    QZSTRING_KERNEL Difference() {}
+
+    QZSTRING_KERNEL std::uint64_t operator()(__m512i a, __m512i b) const {
+        const __m512i difference = _mm512_xor_si512(a, b);
+        const __m512i fromFirst =
+            _mm512_sub_epi8(_mm512_or_si512(a, everywhere<bytesOf(0x20)>()), everywhere<bytesOf('a')>());
+        const __mmask64 letters = _mm512_cmplt_epu8_mask(fromFirst, everywhere<bytesOf(26)>());
+        const __m512i inAny = everywhere<bytesOf(0xFF)>();
+        const __m512i inLetters = everywhere<bytesOf(0xDF)>();
+        return _mm512_test_epi8_mask(difference, _mm512_mask_mov_epi8(inAny, letters, inLetters));
+    }
+};
+
+template <>
+class Difference<wchar_t> {
+  public:
+    QZSTRING_KERNEL Difference() {}
+
+    QZSTRING_KERNEL std::uint64_t operator()(__m512i a, __m512i b) {
+        const __m512i difference = _mm512_xor_si512(a, b);
+        const __m512i fromFirst =
+            _mm512_sub_epi32(_mm512_or_si512(a, _mm512_set1_epi32(0x20)), _mm512_set1_epi32('a'));
+        const __mmask16 letters = _mm512_cmplt_epu32_mask(fromFirst, _mm512_set1_epi32(26));
+        const __mmask16 differ = _mm512_test_epi32_mask(
+            difference, _mm512_mask_mov_epi32(_mm512_set1_epi32(-1), letters, _mm512_set1_epi32(~0x20)));
+        return differ == 0 ? 0 : _mm512_mask_cmpneq_epi32_mask(differ, map(a), map(b));
+    }
+
+  private:
+    Mapping<loops::Lower, wchar_t> map;
+};
+
+// The same for up to 16 bytes, in small registers: they leave nothing to clean, which pays in a call of 2 ns.
+QZSTRING_KERNEL std::uint64_t shortDifference(const char* a, const char* b, std::size_t count) {
+    const __mmask16 lanes = lowLanes(count);
+    const __m128i first = _mm_maskz_loadu_epi8(lanes, a);
+    const __m128i difference = _mm_xor_si128(first, _mm_maskz_loadu_epi8(lanes, b));
+    const __m128i fromFirst = _mm_sub_epi8(_mm_or_si128(first, _mm_set1_epi8(0x20)), _mm_set1_epi8('a'));
+    const __mmask16 letters = _mm_cmplt_epu8_mask(fromFirst, _mm_set1_epi8(26));
+    return _mm_test_epi8_mask(difference,
+                              _mm_mask_mov_epi8(_mm_set1_epi8(-1), letters, _mm_set1_epi8(~0x20)));
 }
 
 template <class Char>
-QZSTRING_KERNEL std::uint64_t differencesOf(__m512i a, __m512i b) {
-    return sizeof(Char) == 1 ? differences(a, b) : wideDifferences(a, b);
-}
-
-template <class Char>
-QZSTRING_TARGET std::size_t findCaseDifference(const Char* a, const Char* b, std::size_t count) noexcept {
+QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char* b,
+                                  std::size_t bCount) noexcept {
+    const std::size_t count = aCount < bCount ? aCount : bCount;
     std::size_t at = 0;
     std::uint64_t found = 0;
-    for (; found == 0 && count - at >= kElements<Char>; at += kElements<Char>)
-        found = differencesOf<Char>(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at));
-    if (found != 0)
-        at -= kElements<Char>;
-    else if (at < count)
-        found = differencesOf<Char>(loadFirst(a + at, count - at), loadFirst(b + at, count - at));
-    _mm256_zeroupper();
-    return found == 0 ? count : at + static_cast<std::size_t>(_tzcnt_u64(found));
+    if (sizeof(Char) == 1 && count <= 16) {
+        found = shortDifference(reinterpret_cast<const char*>(a), reinterpret_cast<const char*>(b), count);
+    } else {
+        Difference<Char> difference;
+        for (; found == 0 && count - at > kElements<Char>; at += kElements<Char>)
+            found = difference(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at));
+        if (found != 0)
+            at -= kElements<Char>;
+        else
+            found = difference(loadFirst(a + at, count - at), loadFirst(b + at, count - at));
+        _mm256_zeroupper();
+    }
+    if (found == 0)
+        return loops::compareLengths(aCount, bCount);
+    at += static_cast<std::size_t>(_tzcnt_u64(found));
+    return loops::compareFolded(a + at, b + at);
 }
 
 // ---- Hash ----
@@ -246,8 +317,8 @@ const Kernels kAvx512 = {
     mapRun<loops::Upper, char>,
     mapRun<loops::Lower, wchar_t>,
     mapRun<loops::Upper, wchar_t>,
-    findCaseDifference<char>,
-    findCaseDifference<wchar_t>,
+    compareNoCase<char>,
+    compareNoCase<wchar_t>,
     hashLanes,
 };
 

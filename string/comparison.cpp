@@ -46,19 +46,6 @@ int exactOrder(std::basic_string_view<Char> a, std::basic_string_view<Char> b) {
     return difference != 0 ? difference : compareLengths(a.size(), b.size());
 }
 
-// The exact order of the lower-cased texts: theirs is that of the first characters whose lower-case forms
-// differ.
-template <class Char>
-int foldedOrder(const std::basic_string<Char>& a, const std::basic_string<Char>& b) {
-    const std::size_t common = std::min(a.size(), b.size());
-    const std::size_t at = findCaseDifference(a.data(), b.data(), common);
-    if (at == common)
-        return compareLengths(a.size(), b.size());
-    const Char lowerA = toLower(a[at]);
-    const Char lowerB = toLower(b[at]);
-    return compareElements(&lowerA, &lowerB, 1);
-}
-
 }  // namespace
 
 // ---- CString ----
@@ -72,7 +59,7 @@ int CString::compare(const char* other) const noexcept {
 }
 
 int CString::compareNoCase(const CString& other) const noexcept {
-    return foldedOrder(text, other.text);
+    return qzString::compareNoCase(asChar(), length(), other.asChar(), other.length());
 }
 
 int CString::collate(const CString& other) const {
@@ -90,7 +77,7 @@ int IString::compare(const IString& other) const noexcept {
 }
 
 int IString::compareNoCase(const IString& other) const noexcept {
-    return foldedOrder(wideText, other.wideText);
+    return qzString::compareNoCase(asWChar(), length(), other.asWChar(), other.length());
 }
 
 int IString::collate(const IString& other) const {

@@ -13,7 +13,6 @@
 #ifndef QZSTRING_STRING_CONTAINERS_H
 #define QZSTRING_STRING_CONTAINERS_H
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -69,16 +68,12 @@ std::uint64_t hashViewNoCase(std::basic_string_view<Char> s) noexcept {
 
 template <class Char>
 bool equalNoCase(std::basic_string_view<Char> a, std::basic_string_view<Char> b) noexcept {
-    return a.size() == b.size() && findCaseDifference(a.data(), b.data(), a.size()) == a.size();
+    return a.size() == b.size() && compareNoCase(a.data(), a.size(), b.data(), b.size()) == 0;
 }
 
 template <class Char>
 bool lessNoCase(std::basic_string_view<Char> a, std::basic_string_view<Char> b) noexcept {
-    const std::size_t common = std::min(a.size(), b.size());
-    const std::size_t at = findCaseDifference(a.data(), b.data(), common);
-    if (at == common)
-        return a.size() < b.size();
-    return std::char_traits<Char>::lt(toLower(a[at]), toLower(b[at]));
+    return compareNoCase(a.data(), a.size(), b.data(), b.size()) < 0;
 }
 
 }  // namespace detail
