@@ -46,6 +46,7 @@ const Kernels kChoosing = {
     Choosing<&Kernels::decodedLength>::call,
     Choosing<&Kernels::encode>::call,
     Choosing<&Kernels::encodedLength>::call,
+    Choosing<&Kernels::wellFormed>::call,
     Choosing<&Kernels::isAsciiNarrow>::call,
     Choosing<&Kernels::isAsciiWide>::call,
     Choosing<&Kernels::toLowerNarrow>::call,

@@ -7,7 +7,8 @@
 //
 // Contract of every kernel: nothing is read outside the source, whatever the alignment, and nothing written
 // past the capacity nor, where the whole text converts, past the count returned; on return the upper halves
-// of the vector registers are clean (the caller's scalar and SSE code would otherwise pay for them).
+// of the vector registers are clean (the caller's scalar and SSE code would otherwise pay for them). The
+// public functions do nothing but jump to an entry of the table, so that a short text costs one call.
 #ifndef QZSTRING_PRIMITIVES_KERNELS_H
 #define QZSTRING_PRIMITIVES_KERNELS_H
 
@@ -19,8 +20,7 @@
 
 namespace qzString::kernels {
 
-// How far a conversion came. It stops before the first character that is ill-formed, or earlier where the
-// next one does not fit; read == length means that the whole text converted.
+// How far a conversion came: read == length means that the whole text converted.
 struct Progress {
     std::size_t read;     // source elements
     std::size_t written;  // destination elements, or those it would take
@@ -30,13 +30,16 @@ struct Kernels {
     const char* name;
     bool (*usable)();
 
-    // UTF-8 to wide text. `capacity` may be anything; the length forms stop only where the text is
-    // ill-formed.
-    Progress (*decode)(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity);
-    Progress (*decodedLength)(const char* source, std::size_t length);
-    // Wide text to UTF-8.
-    Progress (*encode)(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity);
-    Progress (*encodedLength)(const wchar_t* source, std::size_t length);
+    // The strict conversions of primitives/conversion.h, with their flag; the length forms are those without
+    // a destination.
+    unsigned int (*decode)(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity,
+                           bool* ok);
+    unsigned int (*decodedLength)(const char* source, std::size_t length, bool* ok);
+    unsigned int (*encode)(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity,
+                           bool* ok);
+    unsigned int (*encodedLength)(const wchar_t* source, std::size_t length, bool* ok);
+    // The longest well-formed beginning of UTF-8, in bytes and in characters.
+    Progress (*wellFormed)(const char* source, std::size_t length);
 
     // The run forms of primitives/character.h; noexcept as those are, which lets them jump here.
     bool (*isAsciiNarrow)(const char* text, std::size_t count) noexcept;

@@ -81,6 +81,7 @@ const Kernels kAvx2 = {
     avx2::decodedLength,
     avx2::encode,
     avx2::encodedLength,
+    avx2::wellFormed,
     isAsciiRun<char>,
     isAsciiRun<wchar_t>,
     mapRun<loops::Lower, char>,

@@ -311,6 +311,7 @@ const Kernels kAvx512 = {
     avx512::decodedLength,
     avx512::encode,
     avx512::encodedLength,
+    avx512::wellFormed,
     isAsciiNarrow,
     isAsciiWide,
     mapRun<loops::Lower, char>,

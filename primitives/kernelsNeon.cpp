@@ -54,8 +54,9 @@ void hashLanes(std::uint64_t state[8], const unsigned char* input, std::size_t l
 }  // namespace
 
 const Kernels kNeon = {
-    "neon",       alwaysUsable,        neon::decode,        neon::decodedLength,
-    neon::encode, neon::encodedLength, QZSTRING_PLAIN_RUNS, hashLanes,
+    "neon",       alwaysUsable,        neon::decode,     neon::decodedLength,
+    neon::encode, neon::encodedLength, neon::wellFormed, QZSTRING_PLAIN_RUNS,
+    hashLanes,
 };
 
 }  // namespace qzString::kernels

@@ -38,10 +38,11 @@ void hashLanes(std::uint64_t lanes[8], const unsigned char* input, std::size_t l
 const Kernels kPortable = {
     "portable",
     alwaysUsable,
-    utf8::decode<wchar_t>,
+    utf8::Whole<utf8::decode<wchar_t>>::convert,
+    utf8::Whole<utf8::decodedLength<wchar_t>>::convert,
+    utf8::Whole<utf8::encode<wchar_t>>::convert,
+    utf8::Whole<utf8::encodedLength<wchar_t>>::convert,
     utf8::decodedLength<wchar_t>,
-    utf8::encode<wchar_t>,
-    utf8::encodedLength<wchar_t>,
     QZSTRING_PLAIN_RUNS,
     hashLanes,
 };

@@ -148,11 +148,11 @@ unsigned int MBStoWCS(const char* source, unsigned int sourceLength, wchar_t* de
     if (destination == nullptr) {
         Counter<wchar_t> output;
         const bool converted = decodeInto(source, sourceLength, output);
-        return output::report(converted, output.count, ok);
+        return output::report(converted ? output.count : output::kFailure, ok);
     }
     Writer<wchar_t> output{destination, capacity};
     const bool converted = decodeInto(source, sourceLength, output);
-    return output::report(converted, output.count, ok);
+    return output::report(converted ? output.count : output::kFailure, ok);
 }
 
 unsigned int WCStoMBS(const wchar_t* source, unsigned int sourceLength, char* destination,
@@ -162,11 +162,11 @@ unsigned int WCStoMBS(const wchar_t* source, unsigned int sourceLength, char* de
     if (destination == nullptr) {
         Counter<char> output;
         const bool converted = encodeInto(source, sourceLength, output);
-        return output::report(converted, output.count, ok);
+        return output::report(converted ? output.count : output::kFailure, ok);
     }
     Writer<char> output{destination, capacity};
     const bool converted = encodeInto(source, sourceLength, output);
-    return output::report(converted, output.count, ok);
+    return output::report(converted ? output.count : output::kFailure, ok);
 }
 
 }  // namespace qzString

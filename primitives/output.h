@@ -36,9 +36,12 @@ struct Writer {
     }
 };
 
-// What a converter returns, and stores through `ok`: lengths that 32 bits cannot hold are failures.
-inline unsigned int report(bool converted, std::size_t written, bool* ok) {
-    converted = converted && written <= UINT32_MAX;
+// The length that a conversion gives which fails.
+inline constexpr std::size_t kFailure = SIZE_MAX;
+
+// What a converter returns, and stores through `ok`: lengths that 32 bits cannot hold are failures, too.
+inline unsigned int report(std::size_t written, bool* ok) {
+    const bool converted = written <= UINT32_MAX;
     if (ok != nullptr)
         *ok = converted;
     return converted ? static_cast<unsigned int>(written) : 0;

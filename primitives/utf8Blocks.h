@@ -377,18 +377,23 @@ Progress encodedLength(const wchar_t* source, std::size_t length) {
 }  // namespace qzString::kernels::blocks
 
 // The functions that utf8Kernels.h declares for an instruction set.
-#define QZSTRING_DEFINE_UTF8_KERNELS(Vector)                                                              \
-    Progress decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity) { \
-        return blocks::decode<Vector>(source, length, destination, capacity);                             \
-    }                                                                                                     \
-    Progress decodedLength(const char* source, std::size_t length) {                                      \
-        return blocks::decodedLength<Vector>(source, length);                                             \
-    }                                                                                                     \
-    Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity) { \
-        return blocks::encode<Vector>(source, length, destination, capacity);                             \
-    }                                                                                                     \
-    Progress encodedLength(const wchar_t* source, std::size_t length) {                                   \
-        return blocks::encodedLength<Vector>(source, length);                                             \
+#define QZSTRING_DEFINE_UTF8_KERNELS(Vector)                                                                \
+    unsigned int decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity, \
+                        bool* ok) {                                                                         \
+        return utf8::Whole<blocks::decode<Vector>>::convert(source, length, destination, capacity, ok);     \
+    }                                                                                                       \
+    unsigned int decodedLength(const char* source, std::size_t length, bool* ok) {                          \
+        return utf8::Whole<blocks::decodedLength<Vector>>::convert(source, length, ok);                     \
+    }                                                                                                       \
+    unsigned int encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity, \
+                        bool* ok) {                                                                         \
+        return utf8::Whole<blocks::encode<Vector>>::convert(source, length, destination, capacity, ok);     \
+    }                                                                                                       \
+    unsigned int encodedLength(const wchar_t* source, std::size_t length, bool* ok) {                       \
+        return utf8::Whole<blocks::encodedLength<Vector>>::convert(source, length, ok);                     \
+    }                                                                                                       \
+    Progress wellFormed(const char* source, std::size_t length) {                                           \
+        return blocks::decodedLength<Vector>(source, length);                                               \
     }
 
 #endif

@@ -21,6 +21,7 @@
 
 #include "primitives/avx512.h"
 #include "primitives/inline.h"
+#include "primitives/output.h"
 #include "primitives/utf8Check.h"
 #include "primitives/utf8Kernels.h"
 #include "primitives/utf8Portable.h"
@@ -28,27 +29,11 @@
 namespace qzString::kernels::avx512 {
 namespace {
 
+using output::kFailure;
+
 constexpr std::size_t kBlock = 64;
+constexpr __mmask64 kAll = ~__mmask64{0};
 constexpr std::size_t kWorthAligning = 16 * kBlock;
-
-struct alignas(64) Spread {
-    unsigned char indices[4][64];
-};
-
-// Group n: lane j of 32 bits takes byte 16 n + j, four times.
-constexpr Spread makeSpread() {
-    Spread spread{};
-    for (std::size_t n = 0; n < 4; ++n) {
-        for (std::size_t i = 0; i < 64; ++i)
-            spread.indices[n][i] = static_cast<unsigned char>(16 * n + i / 4);
-    }
-    return spread;
-}
-constexpr Spread kSpread = makeSpread();
-
-QZSTRING_KERNEL __m512i nibbleTable(const unsigned char (&entries)[16]) {
-    return _mm512_broadcast_i32x4(_mm_loadu_si128(reinterpret_cast<const __m128i*>(entries)));
-}
 
 // The matrix of the affine transformation whose result has, for i from 0 on, in bit `to + i` the bit `from +
 // i` of the byte. Row 7 - n of the matrix, as its bytes go, makes bit n.
@@ -67,33 +52,90 @@ constexpr std::uint64_t copyBit(int from, int to, int count) {
     return matrix;
 }
 
-// The constants of decoding.
-struct Constants {
-    __m512i continuationEnd, topBit, third, fourth, fourLead;
-    __m512i firstHigh, firstLow, secondHigh;
-    __m512i highHalf, twoBitsUp, fourBitsDown, fourBitsUp, thirdMark;
-    __m512i spread[4];
-    __mmask64 lowBytes, middleBytes;
+// The eight bytes from `at` on of a table of 16.
+constexpr long long tableWord(const unsigned char (&entries)[16], int at) {
+    std::uint64_t word = 0;
+    for (int i = 0; i < 8; ++i)
+        word |= std::uint64_t{entries[at + i]} << 8 * i;
+    return static_cast<long long>(word);
+}
 
-    QZSTRING_KERNEL Constants()
-        : continuationEnd(everywhere<bytesOf(0xC0)>()),
-          topBit(everywhere<bytesOf(0x80)>()),
-          third(everywhere<bytesOf(0xE0 - 0x80)>()),
-          fourth(everywhere<bytesOf(0xF0 - 0x80)>()),
-          fourLead(everywhere<bytesOf(0xF0)>()),
-          firstHigh(kept(nibbleTable(utf8::kFirstHigh))),
-          firstLow(kept(nibbleTable(utf8::kFirstLow))),
-          secondHigh(kept(nibbleTable(utf8::kSecondHigh))),
-          highHalf(everywhere<moveBits(4, 0, 4)>()),
-          twoBitsUp(everywhere<moveBits(0, 6, 2)>()),
-          fourBitsDown(everywhere<moveBits(2, 0, 4)>()),
-          fourBitsUp(everywhere<moveBits(0, 4, 4)>()),
-          thirdMark(everywhere<copyBit(6, 4, 4)>()),
-          spread{kept(table(kSpread.indices[0])), kept(table(kSpread.indices[1])),
-                 kept(table(kSpread.indices[2])), kept(table(kSpread.indices[3]))},
-          lowBytes(kept(0x1111111111111111)),
-          middleBytes(kept(0x2222222222222222)) {}
+// The indices that take a byte to each of two lanes of 32 bits, four times.
+constexpr long long spreadWord(int byte) {
+    const std::uint64_t both = lanesOf(0x01010101) * static_cast<unsigned>(byte) + 0x0101010100000000;
+    return static_cast<long long>(both);
+}
+
+// Vectors in memory, as variables: functions could not return them outside a kernel.
+template <std::uint64_t kWord>
+constexpr __m512i kFilled = {static_cast<long long>(kWord), static_cast<long long>(kWord),
+                             static_cast<long long>(kWord), static_cast<long long>(kWord),
+                             static_cast<long long>(kWord), static_cast<long long>(kWord),
+                             static_cast<long long>(kWord), static_cast<long long>(kWord)};
+template <const unsigned char (&kEntries)[16]>
+constexpr __m512i kNibbles = {tableWord(kEntries, 0), tableWord(kEntries, 8), tableWord(kEntries, 0),
+                              tableWord(kEntries, 8), tableWord(kEntries, 0), tableWord(kEntries, 8),
+                              tableWord(kEntries, 0), tableWord(kEntries, 8)};
+// Lane j of 32 bits takes byte kFirst + j.
+template <int kFirst>
+constexpr __m512i kSpread = {spreadWord(kFirst),      spreadWord(kFirst + 2), spreadWord(kFirst + 4),
+                             spreadWord(kFirst + 6),  spreadWord(kFirst + 8), spreadWord(kFirst + 10),
+                             spreadWord(kFirst + 12), spreadWord(kFirst + 14)};
+
+// The constants of decoding. A loop copies them to registers, a text of one block takes them from memory.
+struct Constants {
+    __m512i continuationEnd = kFilled<bytesOf(0xC0)>;
+    __m512i topBit = kFilled<bytesOf(0x80)>;
+    __m512i third = kFilled<bytesOf(0xE0 - 0x80)>;
+    __m512i fourth = kFilled<bytesOf(0xF0 - 0x80)>;
+    __m512i fourLead = kFilled<bytesOf(0xF0)>;
+    __m512i firstHigh = kNibbles<utf8::kFirstHigh>;
+    __m512i firstLow = kNibbles<utf8::kFirstLow>;
+    __m512i secondHigh = kNibbles<utf8::kSecondHigh>;
+    __m512i highHalf = kFilled<moveBits(4, 0, 4)>;
+    __m512i twoBitsUp = kFilled<moveBits(0, 6, 2)>;
+    __m512i fourBitsDown = kFilled<moveBits(2, 0, 4)>;
+    __m512i fourBitsUp = kFilled<moveBits(0, 4, 4)>;
+    __m512i thirdMark = kFilled<copyBit(6, 4, 4)>;
+    __m512i spread[4] = {kSpread<0>, kSpread<16>, kSpread<32>, kSpread<48>};
+    __mmask64 lowBytes = 0x1111111111111111;
+    __mmask64 middleBytes = 0x2222222222222222;
 };
+constexpr Constants kConstants;
+
+// The greatest bytes that may end a text: a lead byte needs room for its character.
+constexpr __m512i kLastBytes = {-1, -1, -1, -1, -1, -1, -1, static_cast<long long>(0xBFDFEFFFFFFFFFFF)};
+
+// The constants behind a pointer of unknown origin: the compiler would make some of them anew.
+QZSTRING_KERNEL const Constants& inMemory() {
+    const Constants* constants = &kConstants;
+    asm("" : "+r"(constants));
+    return *constants;
+}
+
+// One by one: as a whole they would go through the stack.
+QZSTRING_KERNEL Constants inRegisters() {
+    const Constants& memory = inMemory();
+    Constants constants;
+    constants.continuationEnd = kept(memory.continuationEnd);
+    constants.topBit = kept(memory.topBit);
+    constants.third = kept(memory.third);
+    constants.fourth = kept(memory.fourth);
+    constants.fourLead = kept(memory.fourLead);
+    constants.firstHigh = kept(memory.firstHigh);
+    constants.firstLow = kept(memory.firstLow);
+    constants.secondHigh = kept(memory.secondHigh);
+    constants.highHalf = kept(memory.highHalf);
+    constants.twoBitsUp = kept(memory.twoBitsUp);
+    constants.fourBitsDown = kept(memory.fourBitsDown);
+    constants.fourBitsUp = kept(memory.fourBitsUp);
+    constants.thirdMark = kept(memory.thirdMark);
+    for (int n = 0; n < 4; ++n)
+        constants.spread[n] = kept(memory.spread[n]);
+    constants.lowBytes = kept(memory.lowBytes);
+    constants.middleBytes = kept(memory.middleBytes);
+    return constants;
+}
 
 // A block, and the bytes that stand 1, 2 and 3 positions before each of its bytes.
 struct Bytes {
@@ -105,24 +147,24 @@ QZSTRING_KERNEL Bytes loadWhole(const char* block) {
             _mm512_loadu_si512(block - 3)};
 }
 
-// The lanes of a block at `at` from which one can look `distance` bytes back without leaving the text.
-QZSTRING_KERNEL std::uint64_t canLookBack(std::size_t at, unsigned distance) {
-    return at >= distance ? ~std::uint64_t{0} : ~std::uint64_t{0} << (distance - at);
+// Where less than three bytes stand before the block: lanes whose place lies before the text are zero, and so
+// are those beyond `valid` bytes and the reach of their characters.
+QZSTRING_KERNEL Bytes loadFirst(const char* source, __mmask64 valid) {
+    return {_mm512_maskz_loadu_epi8(valid, source),
+            _mm512_maskz_loadu_epi8(_kshiftli_mask64(valid, 1), source - 1),
+            _mm512_maskz_loadu_epi8(_kshiftli_mask64(valid, 2), source - 2),
+            _mm512_maskz_loadu_epi8(_kshiftli_mask64(valid, 3), source - 3)};
 }
 
-// At the beginning of the text: lanes that are not `valid`, or whose place lies before the text, are zero.
-QZSTRING_KERNEL Bytes loadPart(const char* source, std::size_t at, std::uint64_t valid) {
-    const char* const block = source + at;
-    return {_mm512_maskz_loadu_epi8(valid, block),
-            _mm512_maskz_loadu_epi8(valid & canLookBack(at, 1), block - 1),
-            _mm512_maskz_loadu_epi8(valid & canLookBack(at, 2), block - 2),
-            _mm512_maskz_loadu_epi8(valid & canLookBack(at, 3), block - 3)};
-}
-
-// At the end of a text of more than one block: its last 64 bytes, some of which the block before had, too.
+// The last 64 bytes of a longer text, some of which the block before had, too.
 QZSTRING_KERNEL Bytes loadLast(const char* source, std::size_t length) {
     const std::size_t at = length - kBlock;
-    return at >= 3 ? loadWhole(source + at) : loadPart(source, at, ~std::uint64_t{0});
+    const char* const block = source + at;
+    if (at >= 3)
+        return loadWhole(block);
+    return {_mm512_loadu_si512(block), _mm512_loadu_si512(block - 1),
+            _mm512_maskz_loadu_epi8(kAll << (2 - at), block - 2),
+            _mm512_maskz_loadu_epi8(kAll << (3 - at), block - 3)};
 }
 
 // Not zero where a byte and the ones before it cannot stand in well-formed text.
@@ -139,12 +181,24 @@ QZSTRING_KERNEL __m512i faultsOf(const Bytes& bytes, const Constants& constant) 
     return _mm512_xor_si512(_mm512_ternarylogic_epi32(third, fourth, constant.topBit, 0xA8), pairs);
 }
 
+// Not zero where a text that ends with these bytes ends inside a character.
+QZSTRING_KERNEL __m512i incompleteAtEnd(__m512i last) {
+    return _mm512_subs_epu8(last, kLastBytes);
+}
+
 QZSTRING_KERNEL bool anyFault(__m512i faults) {
     return _mm512_test_epi32_mask(faults, faults) != 0;
 }
 
-QZSTRING_KERNEL std::uint64_t continuations(__m512i bytes, const Constants& constant) {
-    return _mm512_cmplt_epi8_mask(bytes, constant.continuationEnd);
+QZSTRING_KERNEL std::size_t countContinuations(__m512i bytes, __mmask64 valid, const Constants& constant) {
+    return static_cast<std::size_t>(
+        _mm_popcnt_u64(_mm512_mask_cmplt_epi8_mask(valid, bytes, constant.continuationEnd)));
+}
+
+// The places of a block at which a character ends: those before a byte that is no continuation. `next` are
+// the bytes one place on.
+QZSTRING_KERNEL __mmask64 endsBefore(__m512i next, __mmask64 valid, const Constants& constant) {
+    return _mm512_mask_cmpge_epi8_mask(valid, next, constant.continuationEnd);
 }
 
 struct CodePoints {
@@ -175,32 +229,51 @@ QZSTRING_KERNEL CodePoints form(const Bytes& bytes, __mmask64 high, __mmask64 fo
     return {low, middle, top};
 }
 
-// The n-th group of 16 characters as 32-bit values.
-QZSTRING_KERNEL __m512i group(const CodePoints& points, bool hasHigh, int n, const Constants& constant) {
-    const __m512i index = constant.spread[n];
+// A group of 16 characters as 32-bit values.
+QZSTRING_KERNEL __m512i group(const CodePoints& points, bool hasHigh, __m512i index,
+                              const Constants& constant) {
     __m512i values = _mm512_maskz_permutexvar_epi8(constant.lowBytes, index, points.low);
     values = _mm512_mask_permutexvar_epi8(values, constant.middleBytes, index, points.middle);
     return hasHigh ? _mm512_mask_permutexvar_epi8(values, 0x4444444444444444, index, points.high) : values;
 }
 
-QZSTRING_KERNEL void store(const CodePoints& points, bool hasHigh, std::size_t count, bool roomForAll,
-                           wchar_t* destination, const Constants& constant) {
-    if (roomForAll) {
-        // What the last group holds beyond the count is written over by the next block.
-        _mm512_storeu_si512(destination, group(points, hasHigh, 0, constant));
-        if (count > 16)
-            _mm512_storeu_si512(destination + 16, group(points, hasHigh, 1, constant));
-        if (count > 32)
-            _mm512_storeu_si512(destination + 32, group(points, hasHigh, 2, constant));
-        if (count > 48)
-            _mm512_storeu_si512(destination + 48, group(points, hasHigh, 3, constant));
+// What the last group holds beyond the count is written over by the next block.
+QZSTRING_KERNEL void storeAmply(const CodePoints& points, bool hasHigh, std::size_t count,
+                                wchar_t* destination, const Constants& constant) {
+    _mm512_storeu_si512(destination, group(points, hasHigh, constant.spread[0], constant));
+    if (count > 16)
+        _mm512_storeu_si512(destination + 16, group(points, hasHigh, constant.spread[1], constant));
+    if (count > 32)
+        _mm512_storeu_si512(destination + 32, group(points, hasHigh, constant.spread[2], constant));
+    if (count > 48)
+        _mm512_storeu_si512(destination + 48, group(points, hasHigh, constant.spread[3], constant));
+}
+
+// The last group ends with the last character, over some of those stored before.
+QZSTRING_KERNEL void storeExactly(const CodePoints& points, bool hasHigh, std::size_t count,
+                                  wchar_t* destination, const Constants& constant) {
+    if (count < 16) {
+        _mm512_mask_storeu_epi32(destination, lowLanes(count),
+                                 group(points, hasHigh, constant.spread[0], constant));
         return;
     }
-    for (int n = 0; 16 * static_cast<std::size_t>(n) < count; ++n) {
-        const std::size_t done = 16 * static_cast<std::size_t>(n);
-        _mm512_mask_storeu_epi32(destination + done, lowLanes(count - done),
-                                 group(points, hasHigh, n, constant));
-    }
+    if (count > 16)
+        _mm512_storeu_si512(destination, group(points, hasHigh, constant.spread[0], constant));
+    if (count > 32)
+        _mm512_storeu_si512(destination + 16, group(points, hasHigh, constant.spread[1], constant));
+    if (count > 48)
+        _mm512_storeu_si512(destination + 32, group(points, hasHigh, constant.spread[2], constant));
+    const std::size_t last = count - 16;
+    const __m512i index = _mm512_add_epi8(constant.spread[0], _mm512_set1_epi8(static_cast<char>(last)));
+    _mm512_storeu_si512(destination + last, group(points, hasHigh, index, constant));
+}
+
+QZSTRING_KERNEL void store(const CodePoints& points, bool hasHigh, std::size_t count, bool amply,
+                           wchar_t* destination, const Constants& constant) {
+    if (amply)
+        storeAmply(points, hasHigh, count, destination, constant);
+    else
+        storeExactly(points, hasHigh, count, destination, constant);
 }
 
 QZSTRING_KERNEL __m512i widen(const char* source) {
@@ -264,15 +337,13 @@ QZSTRING_KERNEL bool isAsciiToEnd(const char* source, std::size_t at, std::size_
 }
 
 // Decodes one block into `destination` where it is well-formed and fits. Returns the number of characters
-// that end in it, or kRefused. `ends` are the places before a byte that is no continuation.
-constexpr std::size_t kRefused = static_cast<std::size_t>(-1);
-
-QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, std::uint64_t high, std::uint64_t ends,
+// that end in it, or kFailure. `ends` are the places before a byte that is no continuation.
+QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, __mmask64 high, __mmask64 ends, __m512i faults,
                                         wchar_t* destination, std::size_t room, bool muchFollows,
                                         const Constants& constant) {
     const auto count = static_cast<std::size_t>(_mm_popcnt_u64(ends));
-    if (anyFault(faultsOf(bytes, constant)) || count > room)
-        return kRefused;
+    if (anyFault(faults) || count > room)
+        return kFailure;
     const __mmask64 four = _mm512_cmpge_epu8_mask(bytes.before3, constant.fourLead);
     CodePoints points = form(bytes, high, four, constant);
     points.low = _mm512_maskz_compress_epi8(ends, points.low);
@@ -288,67 +359,38 @@ QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, std::uint64_t high, 
 }
 
 // How many bytes to take first, so that the blocks after them begin with a cache line: loads across two cost
-// twice.
+// twice. Blocks look three bytes back.
 QZSTRING_KERNEL std::size_t firstPart(const char* source, std::size_t length) {
     if (length < kWorthAligning)
         return kBlock;
-    return kBlock - reinterpret_cast<std::uintptr_t>(source) % kBlock;
+    const std::size_t part = kBlock - reinterpret_cast<std::uintptr_t>(source) % kBlock;
+    return part < 3 ? kBlock : part;
 }
 
-// Each goes on in portable code where the blocks end: before a fault, or where there is no room.
-
-Progress finishDecode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity,
-                      Progress blocks) {
-    const Progress rest = utf8::decode(source + blocks.read, length - blocks.read,
-                                       destination + blocks.written, capacity - blocks.written);
-    return {blocks.read + rest.read, blocks.written + rest.written};
-}
-
-Progress finishLength(const char* source, std::size_t length, Progress blocks) {
-    const Progress rest = utf8::decodedLength<wchar_t>(source + blocks.read, length - blocks.read);
-    return {blocks.read + rest.read, blocks.written + rest.written};
-}
-
-// Decodes blocks as long as they are well-formed and fit, from `at` on, before which all is ASCII and
-// written; in a text of more than one block.
-QZSTRING_TARGET QZSTRING_NOINLINE Progress decodeLong(const char* source, std::size_t length,
-                                                      wchar_t* destination, std::size_t capacity,
-                                                      std::size_t at) {
-    const Constants constant;
+// Decodes a text of more than one block, from `at` on, before which all is ASCII and written. Returns its
+// length, or kFailure.
+QZSTRING_TARGET QZSTRING_NOINLINE std::size_t decodeLong(const char* source, std::size_t length,
+                                                         wchar_t* destination, std::size_t capacity,
+                                                         std::size_t at) {
+    const Constants constant = inRegisters();
     std::size_t written = at;
+    std::size_t count = 0;
     bool afterAscii = true;
-    while (at < length) {
-        const std::size_t rest = length - at;
+    if (at < 3) {
+        at = firstPart(source, length);
+        const Bytes bytes = loadFirst(source, kAll);
+        const __mmask64 ends = endsBefore(_mm512_loadu_si512(source + 1), lowBits(at), constant);
+        count = decodeBlock(bytes, _mm512_movepi8_mask(bytes.at), ends, faultsOf(bytes, constant),
+                            destination, capacity, length - at >= kBlock, constant);
+        written = count;
+        afterAscii = false;
+    }
+    while (count != kFailure && length - at > kBlock) {
         const std::size_t room = capacity - written;
-        std::size_t taken = kBlock;
-        Bytes bytes;
-        std::uint64_t ends;
-        if (rest <= kBlock) {
-            if (utf8::endsInside(source, source + length))
-                break;
-            taken = rest;
-            bytes = loadLast(source, length);
-            const std::uint64_t starts = ~continuations(bytes.at, constant);
-            ends = (starts >> 1 | std::uint64_t{1} << 63) & ~std::uint64_t{0} << (kBlock - rest);
-        } else {
-            ends = ~continuations(_mm512_loadu_si512(source + at + 1), constant);
-            if (at >= 3) {
-                bytes = loadWhole(source + at);
-            } else {
-                taken = at == 0 ? firstPart(source, length) : kBlock;
-                bytes = loadPart(source, at, lowBits(taken));
-                ends &= lowBits(taken);
-            }
-        }
-        const std::uint64_t high = _mm512_movepi8_mask(bytes.at);
-        if (high == 0 && (afterAscii || !utf8::endsInside(source, source + at))) {
-            std::size_t run = storeAsciiRun(source + at, rest, destination + written, room);
-            if (run == 0) {
-                if (taken > room)
-                    break;
-                storeAscii(source + at, taken, destination + written);
-                run = taken;
-            }
+        const Bytes bytes = loadWhole(source + at);
+        const __mmask64 high = _mm512_movepi8_mask(bytes.at);
+        if (high == 0 && room >= kBlock && (afterAscii || !utf8::endsInside(source, source + at))) {
+            const std::size_t run = storeAsciiRun(source + at, length - at, destination + written, room);
             at += run;
             written += run;
             afterAscii = true;
@@ -356,134 +398,169 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress decodeLong(const char* source, std::s
         }
         // At least a character of every four bytes: a block more fills the last group of 16 that this one
         // writes.
-        const std::size_t count =
-            decodeBlock(bytes, high, ends, destination + written, room, rest >= 2 * kBlock, constant);
-        if (count == kRefused)
-            break;
-        at += taken;
+        count = decodeBlock(bytes, high, endsBefore(_mm512_loadu_si512(source + at + 1), kAll, constant),
+                            faultsOf(bytes, constant), destination + written, room, length - at >= 2 * kBlock,
+                            constant);
+        at += kBlock;
         written += count;
         afterAscii = false;
     }
+    if (count != kFailure && at < length) {
+        const Bytes bytes = loadLast(source, length);
+        const __m512i next = _mm512_maskz_loadu_epi8(kAll >> 1, source + length - kBlock + 1);
+        const __m512i faults = _mm512_or_si512(faultsOf(bytes, constant), incompleteAtEnd(bytes.at));
+        count = decodeBlock(bytes, _mm512_movepi8_mask(bytes.at),
+                            endsBefore(next, kAll << (kBlock - (length - at)), constant), faults,
+                            destination + written, capacity - written, false, constant);
+        written += count;
+    }
     _mm256_zeroupper();
-    if (at == length)
-        return {at, written};
-    return finishDecode(source, length, destination, capacity,
-                        utf8::wholeCharacters(source, {at, written}, afterAscii));
+    return count != kFailure ? written : kFailure;
 }
 
-// The same without the stores, from `at` on, before which all is ASCII. Four blocks in a row are checked at
-// once.
+// Checks and counts a text of more than one block, from `at` on, before which all is ASCII. Four blocks in a
+// row are checked at once, and so is what is left after them; before a fault it returns how far it came.
 QZSTRING_TARGET QZSTRING_NOINLINE Progress measureLong(const char* source, std::size_t length,
                                                        std::size_t at) {
-    const Constants constant;
-    std::size_t characters = at;
-    while (at < length) {
-        const std::size_t rest = length - at;
-        __m512i faults = _mm512_setzero_si512();
-        std::size_t taken = rest;
-        std::size_t continued = 0;
-        if (at >= 3 && rest >= kBlock) {
-            if (!utf8::endsInside(source, source + at)) {
-                const std::size_t run = asciiSteps(source + at, rest);
-                at += run;
-                characters += run;
-                if (run != 0)
-                    continue;
-            }
-            taken = rest >= 4 * kBlock ? 4 * kBlock : kBlock;
-            for (std::size_t i = at; i < at + taken; i += kBlock) {
-                const Bytes bytes = loadWhole(source + i);
-                faults = _mm512_or_si512(faults, faultsOf(bytes, constant));
-                continued += static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at, constant)));
-            }
-        } else {
-            Bytes bytes;
-            std::uint64_t counted = ~std::uint64_t{0};
-            if (rest < kBlock) {
-                bytes = loadLast(source, length);
-                counted <<= kBlock - rest;
-            } else {
-                taken = at == 0 ? firstPart(source, length) : kBlock;
-                bytes = loadPart(source, at, lowBits(taken));
-            }
-            faults = faultsOf(bytes, constant);
-            continued = static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at, constant) & counted));
-        }
-        if (anyFault(faults))
-            break;
-        at += taken;
-        characters += taken - continued;
+    const Constants constant = inRegisters();
+    Progress checked{at, at};
+    __m512i faults = _mm512_setzero_si512();
+    std::size_t continued = 0;  // continuation bytes since `checked`
+    if (at == 0) {
+        at = firstPart(source, length);
+        const Bytes bytes = loadFirst(source, kAll);
+        faults = faultsOf(bytes, constant);
+        continued = countContinuations(bytes.at, lowBits(at), constant);
     }
-    if (utf8::endsInside(source, source + at)) {
-        // Characters were counted by their lead bytes: not so the one that goes on past this place.
-        at = static_cast<std::size_t>(utf8::lastCharacter(source + at) - source);
-        --characters;
+    bool sound = true;
+    while (sound && length - at >= 4 * kBlock) {
+        if (!utf8::endsInside(source, source + at)) {
+            const std::size_t run = asciiSteps(source + at, length - at);
+            at += run;
+            if (run != 0)
+                continue;
+        }
+        for (const std::size_t end = at + 4 * kBlock; at < end; at += kBlock) {
+            const Bytes bytes = loadWhole(source + at);
+            faults = _mm512_or_si512(faults, faultsOf(bytes, constant));
+            continued += countContinuations(bytes.at, kAll, constant);
+        }
+        sound = !anyFault(faults);
+        if (sound) {
+            checked = {at, checked.written + (at - checked.read) - continued};
+            continued = 0;
+        }
+    }
+    if (sound) {
+        for (; length - at > kBlock; at += kBlock) {
+            const Bytes bytes = loadWhole(source + at);
+            faults = _mm512_or_si512(faults, faultsOf(bytes, constant));
+            continued += countContinuations(bytes.at, kAll, constant);
+        }
+        const Bytes bytes = loadLast(source, length);
+        faults =
+            _mm512_ternarylogic_epi32(faults, faultsOf(bytes, constant), incompleteAtEnd(bytes.at), 0xFE);
+        continued += countContinuations(bytes.at, ~lowBits(kBlock - (length - at)), constant);
+        sound = !anyFault(faults);
     }
     _mm256_zeroupper();
-    return at == length ? Progress{at, characters} : finishLength(source, length, {at, characters});
+    if (sound)
+        return {length, checked.written + (length - checked.read) - continued};
+    if (utf8::endsInside(source, source + checked.read)) {
+        // Characters were counted by their lead bytes: not so the one that goes on past this place.
+        checked.read = static_cast<std::size_t>(utf8::lastCharacter(source + checked.read) - source);
+        --checked.written;
+    }
+    return checked;
 }
 
 // ---- Decoding up to one block ----
 
-QZSTRING_TARGET QZSTRING_NOINLINE Progress decodeShort(const char* source, std::size_t length,
-                                                       wchar_t* destination, std::size_t capacity) {
-    const Constants constant;
-    const std::uint64_t valid = lowBits(length);
-    const Bytes bytes = loadPart(source, 0, valid);
-    const std::uint64_t high = _mm512_movepi8_mask(bytes.at);
-    const std::uint64_t starts = ~continuations(bytes.at, constant);
-    const std::uint64_t ends = (starts >> 1 | std::uint64_t{1} << (length - 1)) & valid;
-    const std::size_t written = utf8::endsInside(source, source + length)
-                                    ? kRefused
-                                    : decodeBlock(bytes, high, ends, destination, capacity, false, constant);
+QZSTRING_KERNEL std::size_t decodeShort(const char* source, std::size_t length, wchar_t* destination,
+                                        std::size_t capacity) {
+    const __mmask64 valid = lowBits(length);
+    const Bytes bytes = loadFirst(source, valid);
+    const __mmask64 high = _mm512_movepi8_mask(bytes.at);
+    if (high == 0 && length <= capacity) {
+        storeAscii(source, length, destination);
+        _mm256_zeroupper();
+        return length;
+    }
+    const Constants& constant = inMemory();
+    const __m512i next = _mm512_maskz_loadu_epi8(valid >> 1, source + 1);
+    const __m512i faults = _mm512_or_si512(faultsOf(bytes, constant), incompleteAtEnd(bytes.at));
+    const std::size_t count = decodeBlock(bytes, high, endsBefore(next, valid, constant), faults, destination,
+                                          capacity, false, constant);
     _mm256_zeroupper();
-    return written != kRefused ? Progress{length, written}
-                               : finishDecode(source, length, destination, capacity, {0, 0});
+    return count;
 }
 
-QZSTRING_TARGET QZSTRING_NOINLINE Progress measureShort(const char* source, std::size_t length) {
-    const Constants constant;
-    const Bytes bytes = loadPart(source, 0, lowBits(length));
-    const bool refused = anyFault(faultsOf(bytes, constant)) || utf8::endsInside(source, source + length);
-    const std::size_t characters =
-        length - static_cast<std::size_t>(_mm_popcnt_u64(continuations(bytes.at, constant)));
+QZSTRING_KERNEL std::size_t measureShort(const char* source, std::size_t length) {
+    const Bytes bytes = loadFirst(source, lowBits(length));
+    if (_mm512_movepi8_mask(bytes.at) == 0) {
+        _mm256_zeroupper();
+        return length;
+    }
+    const Constants& constant = inMemory();
+    const bool faulty = anyFault(_mm512_or_si512(faultsOf(bytes, constant), incompleteAtEnd(bytes.at)));
+    const std::size_t characters = length - countContinuations(bytes.at, kAll, constant);
     _mm256_zeroupper();
-    return refused ? finishLength(source, length, {0, 0}) : Progress{length, characters};
+    return faulty ? kFailure : characters;
 }
 
 QZSTRING_KERNEL bool isAsciiPart(const char* source, std::size_t length) {
     return _mm512_movepi8_mask(_mm512_maskz_loadu_epi8(lowBits(length), source)) == 0;
 }
 
-}  // namespace
+// Longer texts, beginning with what is ASCII: that takes no constants.
 
-// ASCII takes no constants and no stack, and texts of one block no loop: what they cost is the calls.
-
-QZSTRING_TARGET Progress decode(const char* source, std::size_t length, wchar_t* destination,
-                                std::size_t capacity) {
-    const std::size_t ascii = length > kBlock ? storeAsciiRun(source, length, destination, capacity) : 0;
+QZSTRING_TARGET QZSTRING_NOINLINE unsigned int decodeBlocks(const char* source, std::size_t length,
+                                                            wchar_t* destination, std::size_t capacity,
+                                                            bool* ok) {
+    const std::size_t ascii = storeAsciiRun(source, length, destination, capacity);
     const std::size_t rest = length - ascii;
     const bool fits = rest <= kBlock && rest <= capacity - ascii;
     if (fits && (rest == 0 || isAsciiPart(source + ascii, rest))) {
         if (rest != 0)
             storeAscii(source + ascii, rest, destination + ascii);
         _mm256_zeroupper();
-        return {length, length};
+        return output::report(length, ok);
     }
     _mm256_zeroupper();
-    return length <= kBlock ? decodeShort(source, length, destination, capacity)
-                            : decodeLong(source, length, destination, capacity, ascii);
+    return output::report(decodeLong(source, length, destination, capacity, ascii), ok);
 }
 
-QZSTRING_TARGET Progress decodedLength(const char* source, std::size_t length) {
-    const std::size_t ascii = length > kBlock ? asciiSteps(source, length) : 0;
-    const bool isAscii = length <= kBlock
-                             ? isAsciiPart(source, length)
-                             : length - ascii < 4 * kBlock && isAsciiToEnd(source, ascii, length);
+QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const char* source, std::size_t length,
+                                                             bool* ok) {
+    const std::size_t ascii = asciiSteps(source, length);
+    const bool isAscii = length - ascii < 4 * kBlock && isAsciiToEnd(source, ascii, length);
     _mm256_zeroupper();
     if (isAscii)
-        return {length, length};
-    return length <= kBlock ? measureShort(source, length) : measureLong(source, length, ascii);
+        return output::report(length, ok);
+    const Progress checked = measureLong(source, length, ascii);
+    return output::report(checked.read == length ? checked.written : kFailure, ok);
+}
+
+}  // namespace
+
+// Texts of one block take no loop and no stack: what they cost is the calls.
+
+QZSTRING_TARGET unsigned int decode(const char* source, std::size_t length, wchar_t* destination,
+                                    std::size_t capacity, bool* ok) {
+    return length <= kBlock ? output::report(decodeShort(source, length, destination, capacity), ok)
+                            : decodeBlocks(source, length, destination, capacity, ok);
+}
+
+QZSTRING_TARGET unsigned int decodedLength(const char* source, std::size_t length, bool* ok) {
+    return length <= kBlock ? output::report(measureShort(source, length), ok)
+                            : measureBlocks(source, length, ok);
+}
+
+// The portable code finds the place of a fault.
+Progress wellFormed(const char* source, std::size_t length) {
+    const Progress checked = length <= kBlock ? Progress{0, 0} : measureLong(source, length, 0);
+    const Progress rest = utf8::decodedLength<wchar_t>(source + checked.read, length - checked.read);
+    return {checked.read + rest.read, checked.written + rest.written};
 }
 
 }  // namespace qzString::kernels::avx512

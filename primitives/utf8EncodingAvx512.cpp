@@ -3,7 +3,7 @@
 // Of 16 characters, bit fields are spread over the four bytes of each lane, lead byte first
 // (vpmultishiftqb), tagged by the length that the number of leading zeros gives, and the bytes in use
 // compressed. Text below U+0800 goes 32 characters at a time in 16-bit lanes, ASCII 64. Ill-formed characters
-// are noticed at the end; the portable code finds them then.
+// are noticed at the end.
 //
 // The last characters are loaded under a mask. Stores: 64 bytes whole while what is still to come is sure to
 // fill them, else under a mask, so that nothing past the count is touched.
@@ -13,14 +13,14 @@
 
 #include "primitives/avx512.h"
 #include "primitives/inline.h"
+#include "primitives/output.h"
 #include "primitives/utf8Kernels.h"
-#include "primitives/utf8Portable.h"
 
 namespace qzString::kernels::avx512 {
 namespace {
 
 constexpr std::size_t kBlock = 64;
-constexpr std::size_t kRefused = static_cast<std::size_t>(-1);
+using output::kFailure;
 
 // The tags of characters by the number of leading zeros of their 32 bits: lead and continuation marks in the
 // bytes in use, which are the last of the lane. 32 zeros look up entry 0.
@@ -208,24 +208,21 @@ QZSTRING_KERNEL bool encodeCharacters(const Characters& characters, std::size_t 
     return true;
 }
 
-// Encodes as long as there is room. Where any character was ill-formed the portable code finds it.
-QZSTRING_TARGET QZSTRING_NOINLINE Progress encodeBlocks(const wchar_t* source, std::size_t length,
-                                                        char* destination, std::size_t capacity) {
+QZSTRING_TARGET QZSTRING_NOINLINE std::size_t encodeBlocks(const wchar_t* source, std::size_t length,
+                                                           char* destination, std::size_t capacity) {
     const Constants constant;
     Destination to{destination, capacity};
     Faults faults;
     std::size_t at = 0;
     bool fits = true;
-    for (; fits && length - at >= 64; at += fits ? 64 : 0)
+    for (; fits && length - at >= 64; at += 64)
         fits = encodeCharacters<true>(loadWhole(source + at), 64, length - at - 64, to, faults, constant);
-    if (fits && at < length) {
+    if (fits && at < length)
         fits =
             encodeCharacters<false>(loadPart(source + at, length - at), length - at, 0, to, faults, constant);
-        at = fits ? length : at;
-    }
-    const bool faulty = faults.any();
+    const bool converted = fits && !faults.any();
     _mm256_zeroupper();
-    return faulty ? utf8::encode(source, length, destination, capacity) : Progress{at, to.written};
+    return converted ? to.written : kFailure;
 }
 
 // ---- Encoding up to 16 characters ----
@@ -236,10 +233,10 @@ QZSTRING_KERNEL bool anyIllFormed(__m512i characters) {
             _mm512_cmplt_epu32_mask(fromSurrogates, _mm512_set1_epi32(0x800))) != 0;
 }
 
-QZSTRING_TARGET QZSTRING_NOINLINE Progress encodeVector(const wchar_t* source, std::size_t length,
-                                                        char* destination, std::size_t capacity) {
+QZSTRING_KERNEL std::size_t encodeVector(const wchar_t* source, std::size_t length, char* destination,
+                                         std::size_t capacity) {
     const __m512i characters = _mm512_maskz_loadu_epi32(lowLanes(length), source);
-    std::size_t written = kRefused;
+    std::size_t written = kFailure;
     if (!anyFrom(characters, 0x80)) {
         if (length <= capacity) {
             written = length;
@@ -256,8 +253,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress encodeVector(const wchar_t* source, s
         }
     }
     _mm256_zeroupper();
-    return written != kRefused ? Progress{length, written}
-                               : utf8::encode(source, length, destination, capacity);
+    return written;
 }
 
 QZSTRING_KERNEL std::size_t lanesFrom(__m512i characters, int limit) {
@@ -265,13 +261,13 @@ QZSTRING_KERNEL std::size_t lanesFrom(__m512i characters, int limit) {
         _mm_popcnt_u32(_mm512_cmpge_epu32_mask(characters, _mm512_set1_epi32(limit))));
 }
 
-QZSTRING_TARGET QZSTRING_NOINLINE Progress measureVector(const wchar_t* source, std::size_t length) {
+QZSTRING_KERNEL std::size_t measureVector(const wchar_t* source, std::size_t length) {
     const __m512i characters = _mm512_maskz_loadu_epi32(lowLanes(length), source);
     const bool faulty = anyIllFormed(characters);
     const std::size_t bytes =
         length + lanesFrom(characters, 0x80) + lanesFrom(characters, 0x800) + lanesFrom(characters, 0x10000);
     _mm256_zeroupper();
-    return faulty ? utf8::encodedLength(source, length) : Progress{length, bytes};
+    return faulty ? kFailure : bytes;
 }
 
 // ---- The length of encoded text ----
@@ -328,7 +324,7 @@ struct Measure {
     }
 };
 
-QZSTRING_TARGET QZSTRING_NOINLINE Progress measureEncoded(const wchar_t* source, std::size_t length) {
+QZSTRING_TARGET QZSTRING_NOINLINE std::size_t measureEncoded(const wchar_t* source, std::size_t length) {
     Measure measure;
     std::size_t at = 0;
     for (; length - at >= 64; at += 64)
@@ -338,7 +334,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress measureEncoded(const wchar_t* source,
     const std::size_t bytes = length + measure.total();
     const bool faulty = measure.faults.any();
     _mm256_zeroupper();
-    return faulty ? utf8::encodedLength(source, length) : Progress{length, bytes};
+    return faulty ? kFailure : bytes;
 }
 
 // Of 17 characters and more, by the first vector: most text that is not ASCII shows it there.
@@ -350,10 +346,10 @@ QZSTRING_KERNEL bool mayBeShortAscii(const wchar_t* source, std::size_t length) 
 
 // Short ASCII takes no constants and no stack: what it costs is the calls.
 
-QZSTRING_TARGET Progress encode(const wchar_t* source, std::size_t length, char* destination,
-                                std::size_t capacity) {
+QZSTRING_TARGET unsigned int encode(const wchar_t* source, std::size_t length, char* destination,
+                                    std::size_t capacity, bool* ok) {
     if (length <= 16)
-        return encodeVector(source, length, destination, capacity);
+        return output::report(encodeVector(source, length, destination, capacity), ok);
     if (mayBeShortAscii(source, length) && length <= capacity) {
         const Characters part = loadPart(source, length);
         const bool isAscii = !anyFrom(part.all(), 0x80);
@@ -361,21 +357,21 @@ QZSTRING_TARGET Progress encode(const wchar_t* source, std::size_t length, char*
             _mm512_mask_storeu_epi8(destination, lowBits(length), packAscii(part.a, part.b, part.c, part.d));
         _mm256_zeroupper();
         if (isAscii)
-            return {length, length};
+            return output::report(length, ok);
     }
-    return encodeBlocks(source, length, destination, capacity);
+    return output::report(encodeBlocks(source, length, destination, capacity), ok);
 }
 
-QZSTRING_TARGET Progress encodedLength(const wchar_t* source, std::size_t length) {
+QZSTRING_TARGET unsigned int encodedLength(const wchar_t* source, std::size_t length, bool* ok) {
     if (length <= 16)
-        return measureVector(source, length);
+        return output::report(measureVector(source, length), ok);
     if (mayBeShortAscii(source, length)) {
         const bool isAscii = !anyFrom(loadPart(source, length).all(), 0x80);
         _mm256_zeroupper();
         if (isAscii)
-            return {length, length};
+            return output::report(length, ok);
     }
-    return measureEncoded(source, length);
+    return output::report(measureEncoded(source, length), ok);
 }
 
 }  // namespace qzString::kernels::avx512

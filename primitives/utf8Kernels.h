@@ -7,12 +7,15 @@
 
 #include "primitives/kernels.h"
 
-#define QZSTRING_DECLARE_UTF8_KERNELS(set)                                                               \
-    namespace set {                                                                                      \
-    Progress decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity); \
-    Progress decodedLength(const char* source, std::size_t length);                                      \
-    Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity); \
-    Progress encodedLength(const wchar_t* source, std::size_t length);                                   \
+#define QZSTRING_DECLARE_UTF8_KERNELS(set)                                                                  \
+    namespace set {                                                                                         \
+    unsigned int decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity, \
+                        bool* ok);                                                                          \
+    unsigned int decodedLength(const char* source, std::size_t length, bool* ok);                           \
+    unsigned int encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity, \
+                        bool* ok);                                                                          \
+    unsigned int encodedLength(const wchar_t* source, std::size_t length, bool* ok);                        \
+    Progress wellFormed(const char* source, std::size_t length);                                            \
     }
 
 namespace qzString::kernels {

@@ -176,6 +176,17 @@ Progress encodedLength(const Element* source, std::size_t length) {
     return encodeInto<Element>(source, length, output);
 }
 
+// A conversion that tells how far it came, as an entry of a row of kernels.h.
+template <auto kConvert>
+struct Whole;
+template <class Element, class... To, Progress (*kConvert)(const Element*, std::size_t, To...)>
+struct Whole<kConvert> {
+    static unsigned int convert(const Element* source, std::size_t length, To... to, bool* ok) {
+        const Progress progress = kConvert(source, length, to...);
+        return output::report(progress.read == length ? progress.written : output::kFailure, ok);
+    }
+};
+
 }  // namespace qzString::utf8
 
 #endif

@@ -90,15 +90,16 @@ TEST_P(Fence, HoldsConversion) {
             // What stands before the text would lead a character in it, what stands behind would go on with
             // it.
             const char* const source = bytes.put(atEnd, text, atEnd ? '\xF0' : '\xBF');
-            ASSERT_EQ(kernels.decodedLength(source, text.size()).written, wideText.size());
+            ASSERT_EQ(kernels.decodedLength(source, text.size(), nullptr), wideText.size());
+            ASSERT_EQ(kernels.wellFormed(source, text.size()).read, text.size());
             wchar_t* const decoded = characters.place(atEnd, wideText.size(), L'#');
-            ASSERT_EQ(kernels.decode(source, text.size(), decoded, atEnd ? wideText.size() : kMost).read,
-                      text.size());
-            ASSERT_EQ(std::wstring_view(decoded, wideText.size()), wideText);
-            ASSERT_EQ(kernels.encodedLength(decoded, wideText.size()).written, text.size());
-            char* const encoded = otherBytes.place(atEnd, text.size(), '#');
-            ASSERT_EQ(kernels.encode(decoded, wideText.size(), encoded, atEnd ? text.size() : kMost).read,
+            ASSERT_EQ(kernels.decode(source, text.size(), decoded, atEnd ? wideText.size() : kMost, nullptr),
                       wideText.size());
+            ASSERT_EQ(std::wstring_view(decoded, wideText.size()), wideText);
+            ASSERT_EQ(kernels.encodedLength(decoded, wideText.size(), nullptr), text.size());
+            char* const encoded = otherBytes.place(atEnd, text.size(), '#');
+            ASSERT_EQ(kernels.encode(decoded, wideText.size(), encoded, atEnd ? text.size() : kMost, nullptr),
+                      text.size());
             ASSERT_EQ(std::string_view(encoded, text.size()), text);
             // With room to spare, nothing is written behind what is returned either.
             if (!atEnd && text.size() < kMost) {
