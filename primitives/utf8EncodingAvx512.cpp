@@ -33,8 +33,8 @@ alignas(64) constexpr int kTags[32] = {
     kTag2, kTag2, kTag2, 0,     0,     0,     0,     0,     0,     0,
 };
 // The bytes beyond the first, by the number of leading zeros.
-alignas(64) constexpr int kExtra[32] = {
-    0, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 2, 2, 2, 2, 2, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0,
+alignas(64) constexpr char kExtra[64] = {
+    0, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 2, 2, 2, 2, 2, 1, 1, 1, 1,
 };
 
 // Every character takes the last byte of its lane; encodeAny marks those before.
@@ -341,8 +341,7 @@ struct Measure {
   private:
     QZSTRING_KERNEL void addAny(__m512i characters) {
         faults.see(characters);
-        sums = _mm512_add_epi32(sums, _mm512_permutex2var_epi32(table(kExtra), _mm512_lzcnt_epi32(characters),
-                                                                table(kExtra + 16)));
+        sums = _mm512_add_epi32(sums, _mm512_permutexvar_epi8(_mm512_lzcnt_epi32(characters), table(kExtra)));
     }
 };
 
