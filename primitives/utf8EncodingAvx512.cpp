@@ -294,52 +294,30 @@ QZSTRING_KERNEL std::size_t measureVector(const wchar_t* source, std::size_t len
 
 // ---- The length of encoded text ----
 
-QZSTRING_KERNEL std::size_t countFrom(__m512i units, short limit) {
-    return static_cast<std::size_t>(_mm_popcnt_u32(_mm512_cmpge_epu16_mask(units, _mm512_set1_epi16(limit))));
-}
-
-// Adds up the bytes that characters need beyond one each: one more for every limit that they reach.
+// Adds up the bytes that characters need beyond one each.
 struct Measure {
     Faults faults;
-    std::size_t bytes = 0;
     __m512i sums;  // a lane grows by at most 12 a step: far from 2^32 in 2^26 steps
-    bool hasSums = false;
 
     QZSTRING_KERNEL Measure() : sums(_mm512_setzero_si512()) {}
 
     QZSTRING_KERNEL void add(const Characters& characters) {
-        const __m512i all = characters.all();
-        if (!anyFrom(all, 0x80))
+        if (!anyFrom(characters.all(), 0x80))
             return;
-        if (anyFrom(all, 0x10000)) {
-            addAny(characters.a);
-            addAny(characters.b);
-            addAny(characters.c);
-            addAny(characters.d);
-            hasSums = true;
-            return;
-        }
-        // In 16-bit lanes, in whatever order.
-        const __m512i ab = _mm512_packus_epi32(characters.a, characters.b);
-        const __m512i cd = _mm512_packus_epi32(characters.c, characters.d);
-        bytes += countFrom(ab, 0x80) + countFrom(cd, 0x80);
-        if (anyFrom(all, 0x800)) {
-            bytes += countFrom(ab, 0x800) + countFrom(cd, 0x800);
-            faults.seeUnits(ab);
-            faults.seeUnits(cd);
-        }
+        add(characters.a);
+        add(characters.b);
+        add(characters.c);
+        add(characters.d);
     }
 
     [[nodiscard]] QZSTRING_KERNEL std::size_t total() const {
-        if (!hasSums)
-            return bytes;
         const __m512i wide = _mm512_add_epi64(_mm512_and_si512(sums, _mm512_set1_epi64(0xFFFFFFFF)),
                                               _mm512_srli_epi64(sums, 32));
-        return bytes + static_cast<std::size_t>(_mm512_reduce_add_epi64(wide));
+        return static_cast<std::size_t>(_mm512_reduce_add_epi64(wide));
     }
 
   private:
-    QZSTRING_KERNEL void addAny(__m512i characters) {
+    QZSTRING_KERNEL void add(__m512i characters) {
         faults.see(characters);
         sums = _mm512_add_epi32(sums, _mm512_permutexvar_epi8(_mm512_lzcnt_epi32(characters), table(kExtra)));
     }
