@@ -7,11 +7,16 @@
 #include <cstddef>
 
 #include "primitives/hashLoops.h"
+#include "primitives/hashTiny.h"
 #include "primitives/inline.h"
 #include "primitives/kernels.h"
 
 namespace {
 
+using qz::detail::finishRapid;
+using qz::detail::fold;
+using qz::detail::kRapid;
+using qz::detail::kRapidSeed;
 using qzString::hashing::kPrime32;
 using qzString::hashing::kPrime64;
 using qzString::hashing::kSecret;
@@ -19,57 +24,6 @@ using qzString::hashing::read64;
 
 // Above this many bytes the vector lanes have caught up (docs/performance.md).
 constexpr std::size_t kLongestMiddle = 896;
-
-struct Product {
-    std::uint64_t low;
-    std::uint64_t high;
-};
-
-constexpr Product multiply(std::uint64_t a, std::uint64_t b) {
-#if defined(__SIZEOF_INT128__)
-    __extension__ using Wide = unsigned __int128;
-    const Wide product = static_cast<Wide>(a) * b;
-    return {static_cast<std::uint64_t>(product), static_cast<std::uint64_t>(product >> 64)};
-#else
-    const std::uint64_t lowLow = (a & 0xFFFFFFFF) * (b & 0xFFFFFFFF);
-    const std::uint64_t highLow = (a >> 32) * (b & 0xFFFFFFFF);
-    const std::uint64_t lowHigh = (a & 0xFFFFFFFF) * (b >> 32);
-    const std::uint64_t middle = (lowLow >> 32) + (highLow & 0xFFFFFFFF) + lowHigh;
-    return {(middle << 32) | (lowLow & 0xFFFFFFFF), (a >> 32) * (b >> 32) + (highLow >> 32) + (middle >> 32)};
-#endif
-}
-
-constexpr std::uint64_t fold(std::uint64_t a, std::uint64_t b) {
-    const Product product = multiply(a, b);
-    return product.low ^ product.high;
-}
-
-constexpr std::uint64_t kRapid[] = {0x2d358dccaa6c78a5, 0x8bb84b93962eacc9, 0x4b33a62ed433d4a3,
-                                    0x4d5a2da51de1aa47, 0xa0761d6478bd642f, 0xe7037ed1a0b428db,
-                                    0x90ed1765281c388c, 0xaaaaaaaaaaaaaaaa};
-constexpr std::uint64_t kRapidSeed = fold(kRapid[2], kRapid[1]);
-
-std::uint64_t read32(const unsigned char* at) {
-    std::uint32_t value;
-    std::memcpy(&value, at, sizeof value);
-    return value;
-}
-
-std::uint64_t finishRapid(std::uint64_t a, std::uint64_t b, std::uint64_t seed, std::size_t rest) {
-    const Product product = multiply(a ^ kRapid[1], b ^ seed);
-    return fold(product.low ^ kRapid[7], product.high ^ kRapid[1] ^ rest);
-}
-
-// Up to 16 bytes.
-QZSTRING_INLINE std::uint64_t hashTiny(const unsigned char* p, std::size_t length) {
-    if (length >= 8)
-        return finishRapid(read64(p), read64(p + length - 8), kRapidSeed ^ length, length);
-    if (length >= 4)
-        return finishRapid(read32(p), read32(p + length - 4), kRapidSeed ^ length, length);
-    if (length > 0)
-        return finishRapid(std::uint64_t{p[0]} << 45 | p[length - 1], p[length >> 1], kRapidSeed, length);
-    return finishRapid(0, 0, kRapidSeed, 0);
-}
 
 std::uint64_t avalanche(std::uint64_t hash) {
     hash ^= hash >> 37;
@@ -147,22 +101,10 @@ QZSTRING_NOINLINE std::uint64_t hashLong(const unsigned char* input, std::size_t
     return avalanche(hash);
 }
 
-// The longer ones out of line, so that the shortest need no stack.
-QZSTRING_INLINE std::uint64_t hashBytes(const unsigned char* bytes, std::size_t length) {
-    if (length <= 16)
-        return hashTiny(bytes, length);
+}  // namespace
+
+std::uint64_t qz::detail::hashLonger(const unsigned char* bytes, std::size_t length) noexcept {
     if (length <= 128)
         return hashShort(bytes, length);
     return length <= kLongestMiddle ? hashMiddle(bytes, length) : hashLong(bytes, length);
-}
-
-}  // namespace
-
-std::uint64_t qz::hashfunction(const unsigned char* elements, int count) noexcept {
-    return hashBytes(elements, static_cast<unsigned int>(count));
-}
-
-std::uint64_t qz::hashfunction(const wchar_t* elements, int count) noexcept {
-    return hashBytes(reinterpret_cast<const unsigned char*>(elements),
-                     std::size_t{static_cast<unsigned int>(count)} * sizeof(wchar_t));
 }
