@@ -147,6 +147,25 @@ QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length
     return at;
 }
 
+// The length of the ASCII text at the beginning, counted in steps of four blocks.
+template <class Vector>
+QZSTRING_KERNEL std::size_t asciiSteps(const char* text, std::size_t length) {
+    std::size_t at = 0;
+    while (length - at >= 4 * Vector::kBlock && Vector::isAsciiFour(text + at))
+        at += 4 * Vector::kBlock;
+    return at;
+}
+
+// Whether what is behind `at` is ASCII; in a text of a block or more.
+template <class Vector>
+QZSTRING_KERNEL bool isAsciiToEnd(const char* source, std::size_t at, std::size_t length) {
+    for (; length - at > Vector::kBlock; at += Vector::kBlock) {
+        if (!Vector::isAscii(source + at))
+            return false;
+    }
+    return Vector::isAscii(source + length - Vector::kBlock);
+}
+
 // Decodes eight characters of that many bytes at a time while they last, fit and are well-formed. Returns how
 // many characters that were.
 template <class Vector, std::size_t kWidth>
@@ -255,7 +274,18 @@ QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size
 template <class Vector>
 QZSTRING_TARGET Progress decodeVectors(const char* source, std::size_t length, wchar_t* destination,
                                        std::size_t capacity) {
+    // What is ASCII at the beginning, and all of a text of ASCII, without constants.
     Decoding decoding;
+    const std::size_t ascii = storeAsciiRun<Vector>(source, length, destination, capacity);
+    decoding.advance(ascii, ascii, true);
+    if (ascii != 0 && length - ascii < Vector::kBlock && length <= capacity) {
+        const std::size_t last = length - Vector::kBlock;
+        if (Vector::isAscii(source + last)) {
+            Vector::widen(source + last, destination + last);
+            Vector::leave();
+            return {length, length};
+        }
+    }
     while (const int width = decodeBlocks<Vector>(source, length, destination, capacity, decoding)) {
         const char* const from = source + decoding.at;
         const std::size_t rest = length - decoding.at;
@@ -276,9 +306,13 @@ QZSTRING_TARGET Progress decodeVectors(const char* source, std::size_t length, w
 template <class Vector>
 QZSTRING_TARGET Progress measureVectors(const char* source, std::size_t length) {
     constexpr std::size_t kBlock = Vector::kBlock;
+    std::size_t at = asciiSteps<Vector>(source, length);
+    if (length >= kBlock && length - at < 4 * kBlock && isAsciiToEnd<Vector>(source, at, length)) {
+        Vector::leave();
+        return {length, length};
+    }
     const typename Vector::Constants constant;
-    std::size_t at = 0;
-    std::size_t characters = 0;
+    std::size_t characters = at;
     while (at < length) {
         const std::size_t rest = length - at;
         auto faults = Vector::noFaults();
@@ -288,8 +322,9 @@ QZSTRING_TARGET Progress measureVectors(const char* source, std::size_t length) 
             count = rest >= 4 * kBlock ? 4 * kBlock : kBlock;
             if (count > kBlock && Vector::isAsciiFour(source + at) &&
                 !utf8::endsInside(source, source + at)) {
-                at += count;
-                characters += count;
+                const std::size_t run = asciiSteps<Vector>(source + at, rest);
+                at += run;
+                characters += run;
                 continue;
             }
             for (std::size_t i = at; i < at + count; i += kBlock) {
