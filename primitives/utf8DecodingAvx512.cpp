@@ -143,8 +143,8 @@ struct Bytes {
 };
 
 QZSTRING_KERNEL Bytes loadWhole(const char* block) {
-    return {_mm512_loadu_si512(block), _mm512_loadu_si512(block - 1), _mm512_loadu_si512(block - 2),
-            _mm512_loadu_si512(block - 3)};
+    return {kept(_mm512_loadu_si512(block)), kept(_mm512_loadu_si512(block - 1)),
+            kept(_mm512_loadu_si512(block - 2)), kept(_mm512_loadu_si512(block - 3))};
 }
 
 // Where less than three bytes stand before the block: lanes whose place lies before the text are zero, and so
