@@ -97,9 +97,12 @@ struct Constants {
     __m512i fourBitsDown = kFilled<moveBits(2, 0, 4)>;
     __m512i fourBitsUp = kFilled<moveBits(0, 4, 4)>;
     __m512i thirdMark = kFilled<copyBit(6, 4, 4)>;
+    __m512i upperTwo = kFilled<moveBits(4, 0, 2)>;
+    __m512i upperThree = kFilled<moveBits(0, 2, 3)>;
     __m512i spread[4] = {kSpread<0>, kSpread<16>, kSpread<32>, kSpread<48>};
     __mmask64 lowBytes = 0x1111111111111111;
     __mmask64 middleBytes = 0x2222222222222222;
+    __mmask64 highBytes = 0x4444444444444444;
 };
 constexpr Constants kConstants;
 
@@ -130,10 +133,13 @@ QZSTRING_KERNEL Constants inRegisters() {
     constants.fourBitsDown = kept(memory.fourBitsDown);
     constants.fourBitsUp = kept(memory.fourBitsUp);
     constants.thirdMark = kept(memory.thirdMark);
+    constants.upperTwo = kept(memory.upperTwo);
+    constants.upperThree = kept(memory.upperThree);
     for (int n = 0; n < 4; ++n)
         constants.spread[n] = kept(memory.spread[n]);
     constants.lowBytes = kept(memory.lowBytes);
     constants.middleBytes = kept(memory.middleBytes);
+    constants.highBytes = kept(memory.highBytes);
     return constants;
 }
 
@@ -220,10 +226,10 @@ QZSTRING_KERNEL CodePoints form(const Bytes& bytes, __mmask64 high, __mmask64 fo
     const __m512i middle = _mm512_ternarylogic_epi32(lower, upper, isThree, 0xF8);
     __m512i top = _mm512_setzero_si512();
     if (four != 0) {
-        const __m512i moveTwo = everywhere<moveBits(4, 0, 2)>();
-        const __m512i moveThree = everywhere<moveBits(0, 2, 3)>();
-        const __m512i twoBits = _mm512_maskz_gf2p8affine_epi64_epi8(four, bytes.before2, moveTwo, 0);
-        const __m512i threeBits = _mm512_maskz_gf2p8affine_epi64_epi8(four, bytes.before3, moveThree, 0);
+        const __m512i twoBits =
+            _mm512_maskz_gf2p8affine_epi64_epi8(four, bytes.before2, constant.upperTwo, 0);
+        const __m512i threeBits =
+            _mm512_maskz_gf2p8affine_epi64_epi8(four, bytes.before3, constant.upperThree, 0);
         top = _mm512_or_si512(twoBits, threeBits);
     }
     return {low, middle, top};
@@ -234,7 +240,7 @@ QZSTRING_KERNEL __m512i group(const CodePoints& points, bool hasHigh, __m512i in
                               const Constants& constant) {
     __m512i values = _mm512_maskz_permutexvar_epi8(constant.lowBytes, index, points.low);
     values = _mm512_mask_permutexvar_epi8(values, constant.middleBytes, index, points.middle);
-    return hasHigh ? _mm512_mask_permutexvar_epi8(values, 0x4444444444444444, index, points.high) : values;
+    return hasHigh ? _mm512_mask_permutexvar_epi8(values, constant.highBytes, index, points.high) : values;
 }
 
 // What the last group holds beyond the count is written over by the next block.
