@@ -82,6 +82,13 @@ constexpr __m512i kSpread = {spreadWord(kFirst),      spreadWord(kFirst + 2), sp
                              spreadWord(kFirst + 6),  spreadWord(kFirst + 8), spreadWord(kFirst + 10),
                              spreadWord(kFirst + 12), spreadWord(kFirst + 14)};
 
+// Where the bytes of a code point go in a lane.
+struct Places {
+    __mmask64 low = 0x1111111111111111;
+    __mmask64 middle = 0x2222222222222222;
+    __mmask64 high = 0x4444444444444444;
+};
+
 // The constants of decoding. A loop copies them to registers, a text of one block takes them from memory.
 struct Constants {
     __m512i continuationEnd = kFilled<bytesOf(0xC0)>;
@@ -100,9 +107,7 @@ struct Constants {
     __m512i upperTwo = kFilled<moveBits(4, 0, 2)>;
     __m512i upperThree = kFilled<moveBits(0, 2, 3)>;
     __m512i spread[4] = {kSpread<0>, kSpread<16>, kSpread<32>, kSpread<48>};
-    __mmask64 lowBytes = 0x1111111111111111;
-    __mmask64 middleBytes = 0x2222222222222222;
-    __mmask64 highBytes = 0x4444444444444444;
+    Places places;
 };
 constexpr Constants kConstants;
 
@@ -137,9 +142,7 @@ QZSTRING_KERNEL Constants inRegisters() {
     constants.upperThree = kept(memory.upperThree);
     for (int n = 0; n < 4; ++n)
         constants.spread[n] = kept(memory.spread[n]);
-    constants.lowBytes = kept(memory.lowBytes);
-    constants.middleBytes = kept(memory.middleBytes);
-    constants.highBytes = kept(memory.highBytes);
+    constants.places = {kept(memory.places.low), kept(memory.places.middle), kept(memory.places.high)};
     return constants;
 }
 
@@ -236,42 +239,43 @@ QZSTRING_KERNEL CodePoints form(const Bytes& bytes, __mmask64 high, __mmask64 fo
 }
 
 // A group of 16 characters as 32-bit values.
-QZSTRING_KERNEL __m512i group(const CodePoints& points, bool hasHigh, __m512i index,
-                              const Constants& constant) {
-    __m512i values = _mm512_maskz_permutexvar_epi8(constant.lowBytes, index, points.low);
-    values = _mm512_mask_permutexvar_epi8(values, constant.middleBytes, index, points.middle);
-    return hasHigh ? _mm512_mask_permutexvar_epi8(values, constant.highBytes, index, points.high) : values;
+QZSTRING_KERNEL __m512i group(const CodePoints& points, bool hasHigh, __m512i index, const Places& places) {
+    __m512i values = _mm512_maskz_permutexvar_epi8(places.low, index, points.low);
+    values = _mm512_mask_permutexvar_epi8(values, places.middle, index, points.middle);
+    return hasHigh ? _mm512_mask_permutexvar_epi8(values, places.high, index, points.high) : values;
 }
 
 // What the last group holds beyond the count is written over by the next block.
 QZSTRING_KERNEL void storeAmply(const CodePoints& points, bool hasHigh, std::size_t count,
                                 wchar_t* destination, const Constants& constant) {
-    _mm512_storeu_si512(destination, group(points, hasHigh, constant.spread[0], constant));
+    const Places places = constant.places;  // not again after every store
+    _mm512_storeu_si512(destination, group(points, hasHigh, constant.spread[0], places));
     if (count > 16)
-        _mm512_storeu_si512(destination + 16, group(points, hasHigh, constant.spread[1], constant));
+        _mm512_storeu_si512(destination + 16, group(points, hasHigh, constant.spread[1], places));
     if (count > 32)
-        _mm512_storeu_si512(destination + 32, group(points, hasHigh, constant.spread[2], constant));
+        _mm512_storeu_si512(destination + 32, group(points, hasHigh, constant.spread[2], places));
     if (count > 48)
-        _mm512_storeu_si512(destination + 48, group(points, hasHigh, constant.spread[3], constant));
+        _mm512_storeu_si512(destination + 48, group(points, hasHigh, constant.spread[3], places));
 }
 
 // The last group ends with the last character, over some of those stored before.
 QZSTRING_KERNEL void storeExactly(const CodePoints& points, bool hasHigh, std::size_t count,
                                   wchar_t* destination, const Constants& constant) {
+    const Places places = constant.places;
     if (count < 16) {
         _mm512_mask_storeu_epi32(destination, lowLanes(count),
-                                 group(points, hasHigh, constant.spread[0], constant));
+                                 group(points, hasHigh, constant.spread[0], places));
         return;
     }
     if (count > 16)
-        _mm512_storeu_si512(destination, group(points, hasHigh, constant.spread[0], constant));
+        _mm512_storeu_si512(destination, group(points, hasHigh, constant.spread[0], places));
     if (count > 32)
-        _mm512_storeu_si512(destination + 16, group(points, hasHigh, constant.spread[1], constant));
+        _mm512_storeu_si512(destination + 16, group(points, hasHigh, constant.spread[1], places));
     if (count > 48)
-        _mm512_storeu_si512(destination + 32, group(points, hasHigh, constant.spread[2], constant));
+        _mm512_storeu_si512(destination + 32, group(points, hasHigh, constant.spread[2], places));
     const std::size_t last = count - 16;
     const __m512i index = _mm512_add_epi8(constant.spread[0], _mm512_set1_epi8(static_cast<char>(last)));
-    _mm512_storeu_si512(destination + last, group(points, hasHigh, index, constant));
+    _mm512_storeu_si512(destination + last, group(points, hasHigh, index, places));
 }
 
 QZSTRING_KERNEL void store(const CodePoints& points, bool hasHigh, std::size_t count, bool amply,
