@@ -94,11 +94,6 @@ class Mapping<Case, char> {
 template <class Case>
 class Mapping<Case, wchar_t> {
   public:
-    QZSTRING_KERNEL Mapping() : pair(_mm512_set1_epi32(-1)) {
-        for (auto& block : blocks)
-            block[0] = block[1] = _mm512_setzero_si512();
-    }
-
     // Begins with the blocks around a character, which keeps a look-up out of the first vector's road.
     QZSTRING_KERNEL explicit Mapping(wchar_t first) {
         const auto u = static_cast<char32_t>(first);
@@ -202,47 +197,33 @@ QZSTRING_TARGET void mapRun(Char* text, std::size_t count) noexcept {
 
 // ---- Comparison ----
 
-// Where the lower-case forms of two vectors differ. In ASCII letters, bit 5 does not count.
-template <class Char>
-class Difference;
+// Where the lower-case forms of two vectors differ. In ASCII letters, bit 5 does not count. The first vector
+// stands at `text`.
+QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const char*) {
+    const __m512i difference = _mm512_xor_si512(a, b);
+    const __m512i fromFirst =
+        _mm512_sub_epi8(_mm512_or_si512(a, everywhere<bytesOf(0x20)>()), everywhere<bytesOf('a')>());
+    const __mmask64 letters = _mm512_cmplt_epu8_mask(fromFirst, everywhere<bytesOf(26)>());
+    const __m512i inAny = everywhere<bytesOf(0xFF)>();
+    const __m512i inLetters = everywhere<bytesOf(0xDF)>();
+    return _mm512_test_epi8_mask(difference, _mm512_mask_mov_epi8(inAny, letters, inLetters));
+}
 
-template <>
-class Difference<char> {
-  public:
-    QZSTRING_KERNEL Difference() {}
-
-    QZSTRING_KERNEL std::uint64_t operator()(__m512i a, __m512i b) const {
-        const __m512i difference = _mm512_xor_si512(a, b);
-        const __m512i fromFirst =
-            _mm512_sub_epi8(_mm512_or_si512(a, everywhere<bytesOf(0x20)>()), everywhere<bytesOf('a')>());
-        const __mmask64 letters = _mm512_cmplt_epu8_mask(fromFirst, everywhere<bytesOf(26)>());
-        const __m512i inAny = everywhere<bytesOf(0xFF)>();
-        const __m512i inLetters = everywhere<bytesOf(0xDF)>();
-        return _mm512_test_epi8_mask(difference, _mm512_mask_mov_epi8(inAny, letters, inLetters));
-    }
-};
-
-template <>
-class Difference<wchar_t> {
-  public:
-    QZSTRING_KERNEL Difference() {}
-
-    QZSTRING_KERNEL std::uint64_t operator()(__m512i a, __m512i b) {
-        const __m512i difference = _mm512_xor_si512(a, b);
-        const __m512i fromFirst =
-            _mm512_sub_epi32(_mm512_or_si512(a, _mm512_set1_epi32(0x20)), _mm512_set1_epi32('a'));
-        const __mmask16 letters = _mm512_cmplt_epu32_mask(fromFirst, _mm512_set1_epi32(26));
-        const __mmask16 differ = _mm512_test_epi32_mask(
-            difference, _mm512_mask_mov_epi32(_mm512_set1_epi32(-1), letters, _mm512_set1_epi32(~0x20)));
-        return differ == 0 ? 0 : _mm512_mask_cmpneq_epi32_mask(differ, map(a), map(b));
-    }
-
-  private:
-    Mapping<loops::Lower, wchar_t> map;
-};
+QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const wchar_t* text) {
+    const __m512i difference = _mm512_xor_si512(a, b);
+    const __m512i fromFirst =
+        _mm512_sub_epi32(_mm512_or_si512(a, _mm512_set1_epi32(0x20)), _mm512_set1_epi32('a'));
+    const __mmask16 letters = _mm512_cmplt_epu32_mask(fromFirst, _mm512_set1_epi32(26));
+    const __mmask16 differ = _mm512_test_epi32_mask(
+        difference, _mm512_mask_mov_epi32(_mm512_set1_epi32(-1), letters, _mm512_set1_epi32(~0x20)));
+    if (differ == 0)
+        return 0;
+    Mapping<loops::Lower, wchar_t> map(*text);
+    return _mm512_mask_cmpneq_epi32_mask(differ, map(a), map(b));
+}
 
 // The same for up to 16 bytes, in small registers: they leave nothing to clean, which pays in a call of 2 ns.
-QZSTRING_KERNEL std::uint64_t shortDifference(const char* a, const char* b, std::size_t count) {
+QZSTRING_KERNEL std::uint64_t shortDifferences(const char* a, const char* b, std::size_t count) {
     const __mmask16 lanes = lowLanes(count);
     const __m128i first = _mm_maskz_loadu_epi8(lanes, a);
     const __m128i difference = _mm_xor_si128(first, _mm_maskz_loadu_epi8(lanes, b));
@@ -259,15 +240,14 @@ QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char*
     std::size_t at = 0;
     std::uint64_t found = 0;
     if (sizeof(Char) == 1 && count <= 16) {
-        found = shortDifference(reinterpret_cast<const char*>(a), reinterpret_cast<const char*>(b), count);
+        found = shortDifferences(reinterpret_cast<const char*>(a), reinterpret_cast<const char*>(b), count);
     } else {
-        Difference<Char> difference;
         for (; found == 0 && count - at > kElements<Char>; at += kElements<Char>)
-            found = difference(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at));
+            found = differences(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at), a + at);
         if (found != 0)
             at -= kElements<Char>;
         else
-            found = difference(loadFirst(a + at, count - at), loadFirst(b + at, count - at));
+            found = differences(loadFirst(a + at, count - at), loadFirst(b + at, count - at), a + at);
         _mm256_zeroupper();
     }
     if (found == 0)
