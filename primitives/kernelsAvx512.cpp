@@ -218,7 +218,8 @@ QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const wchar_t* t
         difference, _mm512_mask_mov_epi32(_mm512_set1_epi32(-1), letters, _mm512_set1_epi32(~0x20)));
     if (differ == 0)
         return 0;
-    Mapping<loops::Lower, wchar_t> map(*text);
+    // The first character is at hand sooner than the first that differs.
+    Mapping<loops::Lower, wchar_t> map(isAscii(*text) ? text[_tzcnt_u32(differ)] : *text);
     return _mm512_mask_cmpneq_epi32_mask(differ, map(a), map(b));
 }
 
