@@ -17,6 +17,9 @@ namespace {
 constexpr std::size_t kWideOnStack = 262144;
 constexpr std::size_t kBytesOnStack = 1048576;
 
+// Elements of wide text up to which a buffer and a copy cost less than new storage, zeroed and swapped in.
+constexpr std::size_t kShort = 160;
+
 struct Free {
     void operator()(char* memory) const { std::free(memory); }
 };
@@ -39,13 +42,24 @@ unsigned int fromWide(Encoding encoding, const wchar_t* source, unsigned int len
 }
 
 // Makes `target` what `convert` writes into the room that it is given, of `needed` elements and one more;
-// where it writes nothing, or memory runs out, `target` stays as it was. Where the target has to grow, its
-// new storage is that room; else it is scratch memory, of which up to `onStack` elements are taken from the
-// stack.
+// where it writes nothing, or memory runs out, `target` stays as it was. Short wide text goes through a
+// buffer. Else, where the target has to grow, its new storage is that room; or it is scratch memory, of which
+// up to `onStack` elements are taken from the stack.
 template <class Char, class Convert>
 bool replaceByConverted(std::basic_string<Char>& target, unsigned int needed, std::size_t onStack,
                         Convert convert) {
     const std::size_t room = std::size_t{needed} + 1;
+    if (sizeof(Char) > 1 && room <= kShort) {
+        Char buffer[kShort];
+        const unsigned int written = convert(buffer, static_cast<unsigned int>(room));
+        if (written == 0)
+            return false;
+        if (target.capacity() < written)
+            target = std::basic_string<Char>(buffer, written);
+        else
+            target.assign(buffer, written);
+        return true;
+    }
     if (target.capacity() < needed) {
         std::basic_string<Char> fresh(room, Char{0});
         const unsigned int written = convert(fresh.data(), static_cast<unsigned int>(room));
@@ -77,10 +91,15 @@ bool IString::decode(const char* s, std::size_t length, Encoding encoding, bool*
     const unsigned int needed = toWide(encoding, s, sourceLength, nullptr, 0, nullptr);
     if (needed == 0)
         return false;
-    return replaceByConverted(wideText, needed, kWideOnStack,
-                              [&](wchar_t* destination, unsigned int capacity) {
-                                  return toWide(encoding, s, sourceLength, destination, capacity, ok);
-                              });
+    try {
+        return replaceByConverted(wideText, needed, kWideOnStack,
+                                  [&](wchar_t* destination, unsigned int capacity) {
+                                      return toWide(encoding, s, sourceLength, destination, capacity, ok);
+                                  });
+    } catch (...) {
+        report(ok, false);  // the converter may have succeeded before
+        throw;
+    }
 }
 
 void IString::convertFromMultibyte(const char* s, Encoding encoding, bool* ok) {

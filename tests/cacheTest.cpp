@@ -424,23 +424,21 @@ TEST_F(Cache, TakesScratchMemoryFromTheStackUpToItsLimits) {
 
 // Memory that runs out leaves text, cache and tag as they were, and the flag false.
 TEST_F(Cache, SurvivesFailingAllocations) {
-    const std::string text(300000, 'x');
     converters().calls.reserve(1000);
     bool ok = true;
-    failEveryAllocation([] { return cached(kUTF8); },
-                        [&](IString& s) { s.convertFromMultibyte(text.c_str(), kUTF8, &(ok = true)); },
-                        [&](IString& s) {
-                            EXPECT_FALSE(ok);
-                            EXPECT_EQ(value(s), L"abc");
-                            EXPECT_TRUE(isValid(s, kUTF8));
-                        });
-    failEveryAllocation([] { return cached(kUTF8); },
-                        [&](IString& s) { s.assign(text.c_str(), kUTF8, &(ok = true)); },
-                        [&](IString& s) {
-                            EXPECT_FALSE(ok);
-                            EXPECT_EQ(value(s), L"abc");
-                            EXPECT_TRUE(isValid(s, kUTF8));
-                        });
+    for (const std::size_t length : {20, 300000}) {
+        const std::string text(length, 'x');
+        const auto isAsBefore = [&](IString& s) {
+            EXPECT_FALSE(ok);
+            EXPECT_EQ(value(s), L"abc");
+            EXPECT_TRUE(isValid(s, kUTF8));
+        };
+        failEveryAllocation([] { return cached(kUTF8); },
+                            [&](IString& s) { s.convertFromMultibyte(text.c_str(), kUTF8, &(ok = true)); },
+                            isAsBefore);
+        failEveryAllocation([] { return cached(kUTF8); },
+                            [&](IString& s) { s.assign(text.c_str(), kUTF8, &(ok = true)); }, isAsBefore);
+    }
     failEveryAllocation(
         [] {
             IString s(1100000, L'x');
