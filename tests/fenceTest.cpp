@@ -106,6 +106,18 @@ TEST_P(Fence, HoldsConversion) {
                 ASSERT_EQ(encoded[text.size()], '#');
                 ASSERT_EQ(decoded[wideText.size()], L'#');
             }
+            // Where less than half or nine tenths of the text fit, nothing is written behind that.
+            for (const std::size_t percent : {45, 90}) {
+                const std::size_t characterRoom = wideText.size() * percent / 100;
+                const std::size_t byteRoom = text.size() * percent / 100;
+                bool ok = !text.empty();
+                kernels.decode(source, text.size(), otherCharacters.place(true, characterRoom, L'#'),
+                               characterRoom, &ok);
+                ASSERT_EQ(ok, text.empty());
+                kernels.encode(decoded, wideText.size(), otherBytes.place(true, byteRoom, '#'), byteRoom,
+                               &ok);
+                ASSERT_EQ(ok, text.empty());
+            }
         }
     });
 }
