@@ -426,7 +426,7 @@ TEST_F(Cache, TakesScratchMemoryFromTheStackUpToItsLimits) {
 TEST_F(Cache, SurvivesFailingAllocations) {
     converters().calls.reserve(1000);
     bool ok = true;
-    for (const std::size_t length : {20, 300000}) {
+    for (const std::size_t length : {20U, 300000U}) {
         const std::string text(length, 'x');
         const auto isAsBefore = [&](IString& s) {
             EXPECT_FALSE(ok);
