@@ -9,12 +9,12 @@
 //
 // Block edges: a character is formed in the block in which it ends; the loads reach back to its first bytes.
 // At the beginning of the text they are masked; the last block is the text's last 64 bytes, some of which the
-// block before had, too. A text of up to one block has zeros on both sides, and what it lacks at its end shows
-// there. A fault or too little room ends a conversion at once: it succeeds as a whole or not at all. Only the
-// query for the well-formed beginning goes on in portable code, which finds the exact place.
+// block before had, too. A text of up to one block has zeros on both sides, and what it lacks at its end
+// shows there. A fault or too little room ends a conversion at once: it succeeds as a whole or not at all.
+// Only the query for the well-formed beginning goes on in portable code, which finds the exact place.
 //
-// Stores: 64 bytes whole while what is still to come is sure to fill them; the last 16 characters over some of
-// those before, or under a mask where there are fewer, so that nothing past the count is touched.
+// Stores: 64 bytes whole while what is still to come is sure to fill them; the last 16 characters over some
+// of those before, or under a mask where there are fewer, so that nothing past the count is touched.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_X86
