@@ -59,7 +59,7 @@ int CString::compare(const char* other) const noexcept {
 }
 
 int CString::compareNoCase(const CString& other) const noexcept {
-    return qzString::compareNoCase(asChar(), length(), other.asChar(), other.length());
+    return qzString::compareNoCase(text.data(), text.size(), other.text.data(), other.text.size());
 }
 
 int CString::collate(const CString& other) const {
@@ -77,7 +77,8 @@ int IString::compare(const IString& other) const noexcept {
 }
 
 int IString::compareNoCase(const IString& other) const noexcept {
-    return qzString::compareNoCase(asWChar(), length(), other.asWChar(), other.length());
+    return qzString::compareNoCase(wideText.data(), wideText.size(), other.wideText.data(),
+                                   other.wideText.size());
 }
 
 int IString::collate(const IString& other) const {
