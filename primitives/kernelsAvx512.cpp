@@ -49,7 +49,7 @@ QZSTRING_KERNEL bool isAsciiBytes(const char* text, std::size_t length) {
     if (length >= 1024) {
         // To the beginning of a cache line, which loads then never cross.
         ascii = !anyBits<kBits>(_mm512_loadu_si512(text));
-        at = (0 - reinterpret_cast<std::uintptr_t>(text)) % 64 / sizeof(wchar_t) * sizeof(wchar_t);
+        at = (0 - reinterpret_cast<std::uintptr_t>(text)) % 64;
     }
     for (; ascii && length - at >= 256; at += 256) {
         const __m512i two =

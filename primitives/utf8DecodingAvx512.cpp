@@ -1,7 +1,7 @@
 // Decoding UTF-8 in AVX-512 with VBMI2 and GFNI, 64 bytes a block.
 //
 // 1. The block is loaded as it is and as seen from 1, 2 and 3 positions on, so that at every byte stand those
-//    before it. The check of pairs (utf8Check.h) is three look-ups, tested at every block.
+//    before it. The check of pairs (utf8Check.h) is three look-ups.
 // 2. A character is formed at its last byte: from it and the bytes before, every position has the low, middle
 //    and high byte of the code point that would end there. One affine transformation each moves the bits.
 // 3. The positions at which characters do end, those before a byte that is no continuation, select those
@@ -245,7 +245,8 @@ QZSTRING_KERNEL __m512i group(const CodePoints& points, bool hasHigh, __m512i in
     return hasHigh ? _mm512_mask_permutexvar_epi8(values, places.high, index, points.high) : values;
 }
 
-// What the last group holds beyond the count is written over by the next block.
+// For one character at least, with room for whole groups; what the last one holds beyond the count is written
+// over by the next block.
 QZSTRING_KERNEL void storeAmply(const CodePoints& points, bool hasHigh, std::size_t count,
                                 wchar_t* destination, const Constants& constant) {
     const Places places = constant.places;  // not again after every store
@@ -369,12 +370,12 @@ QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, __mmask64 high, __mm
 }
 
 // How many bytes to take first, so that the blocks after them begin with a cache line: loads across two cost
-// twice. Blocks look three bytes back.
+// twice. At least four: blocks look three bytes back, and a character ends in four.
 QZSTRING_KERNEL std::size_t firstPart(const char* source, std::size_t length) {
     if (length < kWorthAligning)
         return kBlock;
     const std::size_t part = kBlock - reinterpret_cast<std::uintptr_t>(source) % kBlock;
-    return part < 3 ? kBlock : part;
+    return part < 4 ? kBlock : part;
 }
 
 // Decodes a text of more than one block, from `at` on, before which all is ASCII and written. Returns its
@@ -444,16 +445,15 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress measureLong(const char* source, std::
     }
     bool sound = true;
     while (sound && length - at >= 4 * kBlock) {
-        if (!utf8::endsInside(source, source + at)) {
-            const std::size_t run = asciiSteps(source + at, length - at);
-            at += run;
-            if (run != 0)
-                continue;
-        }
-        for (const std::size_t end = at + 4 * kBlock; at < end; at += kBlock) {
-            const Bytes bytes = loadWhole(source + at);
-            faults = _mm512_or_si512(faults, faultsOf(bytes, constant));
-            continued += countContinuations(bytes.at, kAll, constant);
+        const std::size_t run =
+            utf8::endsInside(source, source + at) ? 0 : asciiSteps(source + at, length - at);
+        at += run;
+        if (run == 0) {
+            for (const std::size_t end = at + 4 * kBlock; at < end; at += kBlock) {
+                const Bytes bytes = loadWhole(source + at);
+                faults = _mm512_or_si512(faults, faultsOf(bytes, constant));
+                continued += countContinuations(bytes.at, kAll, constant);
+            }
         }
         sound = !anyFault(faults);
         if (sound) {

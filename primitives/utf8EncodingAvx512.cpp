@@ -3,7 +3,7 @@
 // Of 16 characters, bit fields are spread over the four bytes of each lane, lead byte first
 // (vpmultishiftqb), tagged by the length that the number of leading zeros gives, and the bytes in use
 // compressed. Text below U+0800 goes 32 characters at a time in 16-bit lanes, ASCII 64. Ill-formed characters
-// are noticed at the end.
+// are noticed at the end, in text of up to 16 before anything is stored.
 //
 // The last characters are loaded under a mask. Stores: 64 bytes whole while what is still to come is sure to
 // fill them, else under a mask, so that nothing past the count is touched.
@@ -60,25 +60,15 @@ struct Constants {
 struct Faults {
     __m512i largest;
     __m512i nearestSurrogate;
-    __m512i nearestUnit;
 
-    QZSTRING_KERNEL Faults()
-        : largest(_mm512_setzero_si512()),
-          nearestSurrogate(_mm512_set1_epi32(-1)),
-          nearestUnit(_mm512_set1_epi32(-1)) {}
+    QZSTRING_KERNEL Faults() : largest(_mm512_setzero_si512()), nearestSurrogate(_mm512_set1_epi32(-1)) {}
     QZSTRING_KERNEL void see(__m512i characters, __m512i surrogate = _mm512_set1_epi32(0xD800)) {
         largest = _mm512_max_epu32(largest, characters);
         nearestSurrogate = _mm512_min_epu32(nearestSurrogate, _mm512_xor_si512(characters, surrogate));
     }
-    // Characters below U+10000 in 16-bit lanes.
-    QZSTRING_KERNEL void seeUnits(__m512i units) {
-        const __m512i surrogate = _mm512_set1_epi16(static_cast<short>(0xD800));
-        nearestUnit = _mm512_min_epu16(nearestUnit, _mm512_xor_si512(units, surrogate));
-    }
     [[nodiscard]] QZSTRING_KERNEL bool any() const {
         return (_mm512_cmpgt_epu32_mask(largest, _mm512_set1_epi32(0x10FFFF)) |
-                _mm512_cmplt_epu32_mask(nearestSurrogate, _mm512_set1_epi32(0x800))) != 0 ||
-               _mm512_cmplt_epu16_mask(nearestUnit, _mm512_set1_epi16(0x800)) != 0;
+                _mm512_cmplt_epu32_mask(nearestSurrogate, _mm512_set1_epi32(0x800))) != 0;
     }
 };
 

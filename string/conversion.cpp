@@ -55,7 +55,7 @@ bool replaceByConverted(std::basic_string<Char>& target, unsigned int needed, st
         if (written == 0)
             return false;
         if (target.capacity() < written)
-            target = std::basic_string<Char>(buffer, written);
+            target = std::basic_string<Char>(buffer, written);  // faster than to have it grow
         else
             target.assign(buffer, written);
         return true;

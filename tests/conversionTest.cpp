@@ -6,6 +6,7 @@
 #include <random>
 
 #include "everyKernel.h"
+#include "primitives/output.h"
 #include "primitives/utf8Portable.h"
 #include "support.h"
 
@@ -269,6 +270,16 @@ TEST_P(EveryKernel, CrossesBlockEdges) {
     }
 }
 
+// What a character lacks shows behind ASCII of any length.
+TEST_P(EveryKernel, FindsCharactersCutBeforeLongAscii) {
+    for (const std::string cut : {"\xC3", "\xE2", "\xE2\x82", "\xF0", "\xF0\x9F", "\xF0\x9F\x98"}) {
+        for (std::size_t padding = 28; padding <= 132; ++padding) {
+            const std::string text = std::string(padding, 'a') + cut + std::string(400, 'b');
+            ASSERT_NO_FATAL_FAILURE(expectDecodes(text, decodeByTable(text))) << padding;
+        }
+    }
+}
+
 TEST_P(EveryKernel, FindsEveryCorruption) {
     constexpr unsigned char kWrong[] = {0x00, 0x41, 0x80, 0x9F, 0xA0, 0xBF, 0xC0,
                                         0xC3, 0xE0, 0xED, 0xF0, 0xF4, 0xF8};
@@ -338,6 +349,15 @@ TEST_P(EveryKernel, TellsEmptyTextFromFailure) {
     EXPECT_EQ(wide, L'?');
     EXPECT_EQ(narrow, '?');
     EXPECT_EQ(qzString::UTF8toWCS("a\0b", 3, nullptr, 0, false, nullptr), 3U);
+}
+
+TEST(Utf8, RefusesLengthsBeyond32Bits) {
+    const std::size_t most = UINT32_MAX;
+    bool ok = false;
+    EXPECT_EQ(qzString::output::report(most, &ok), UINT32_MAX);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(qzString::output::report(most + 1, &ok), 0U);
+    EXPECT_FALSE(ok);
 }
 
 // Both widths of wide text, on any platform.

@@ -106,8 +106,8 @@ TEST_P(Fence, HoldsConversion) {
                 ASSERT_EQ(encoded[text.size()], '#');
                 ASSERT_EQ(decoded[wideText.size()], L'#');
             }
-            // Where less than half or nine tenths of the text fit, nothing is written behind that.
-            for (const std::size_t percent : {45U, 90U}) {
+            // Where none, less than half or nine tenths of the text fit, nothing is written behind that.
+            for (const std::size_t percent : {0U, 45U, 90U}) {
                 const std::size_t characterRoom = wideText.size() * percent / 100;
                 const std::size_t byteRoom = text.size() * percent / 100;
                 bool ok = !text.empty();
