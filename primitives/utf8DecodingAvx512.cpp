@@ -443,7 +443,8 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress measureLong(const char* source, std::
         faults = faultsOf(bytes, constant);
         continued = countContinuations(bytes.at, lowBits(at), constant);
     }
-    bool sound = true;
+    // Tested before a run of ASCII is skipped: substitution asks anew behind every fault.
+    bool sound = !anyFault(faults);
     while (sound && length - at >= 4 * kBlock) {
         const std::size_t run =
             utf8::endsInside(source, source + at) ? 0 : asciiSteps(source + at, length - at);
