@@ -7,6 +7,12 @@
 //
 // The last characters are loaded under a mask. Stores: 64 bytes whole while what is still to come is sure to
 // fill them, else under a mask, so that nothing past the count is touched.
+//
+// Three things that cost more than they show: instructions that make or test masks share two ports, so the
+// bytes in use come from one comparison; processors may let a load wait until the places of all stores before
+// it are known, and these depend on the lengths, so the loop loads a block ahead; and long text that has been
+// measured from its beginning to its end has left the cache when the conversion comes back to its beginning,
+// so it is measured from its last piece to its first.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_X86
@@ -20,40 +26,45 @@ namespace qzString::kernels::avx512 {
 namespace {
 
 constexpr std::size_t kBlock = 64;
+constexpr __mmask64 kAll = ~__mmask64{0};
 using output::kFailure;
 
 // The tags of characters by the number of leading zeros of their 32 bits: lead and continuation marks in the
-// bytes in use, which are the last of the lane. 32 zeros look up entry 0.
+// bytes in use, which are the last of the lane, and the seventh bit of ASCII, which the others' six lack. 32
+// zeros look up entry 0.
+constexpr int kSeventhBit = 0x40000000;
 constexpr int kTag2 = static_cast<int>(0x80C00000);
 constexpr int kTag3 = static_cast<int>(0x8080E000);
 constexpr int kTag4 = static_cast<int>(0x808080F0);
 alignas(64) constexpr int kTags[32] = {
-    0,     kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4,
-    kTag4, kTag4, kTag4, kTag4, kTag4, kTag3, kTag3, kTag3, kTag3, kTag3, kTag2,
-    kTag2, kTag2, kTag2, 0,     0,     0,     0,     0,     0,     0,
+    0,     kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4,
+    kTag4, kTag4, kTag4, kTag3, kTag3, kTag3, kTag3, kTag3, kTag2, kTag2, kTag2, kTag2, kSeventhBit,
 };
 // The bytes beyond the first, by the number of leading zeros.
 alignas(64) constexpr char kExtra[64] = {
     0, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 2, 2, 2, 2, 2, 1, 1, 1, 1,
 };
 
-// Every character takes the last byte of its lane; encodeAny marks those before.
-constexpr __mmask64 kLastBytes = 0x8888888888888888;
+// Where the bytes of both characters of a 64-bit lane begin: at their bits 18, 12, 6 and 0.
+constexpr std::uint64_t kFields = 0x20262C3200060C12;
 
 // The constants of encoding.
 struct Constants {
-    __m512i beyondAscii, beyondTwo, surrogate, lowSix, twoUnit, sixBits, pairTag;
-    __mmask64 lastBytes;
+    __m512i beyondAscii, beyondTwo, surrogate, lowSix, fields, tags, moreTags, leastUsed, twoUnit, sixBits,
+        pairTag;
 
     QZSTRING_KERNEL Constants()
         : beyondAscii(everywhere<lanesOf(0U - 0x80)>()),
           beyondTwo(everywhere<lanesOf(0U - 0x800)>()),
           surrogate(everywhere<lanesOf(0xD800)>()),
           lowSix(everywhere<bytesOf(0x3F)>()),
+          fields(everywhere<kFields>()),
+          tags(kept(table(kTags))),
+          moreTags(kept(table(kTags + 16))),
+          leastUsed(everywhere<lanesOf(0x00808080)>()),
           twoUnit(everywhere<unitsOf(0x80)>()),
           sixBits(everywhere<unitsOf(0x3F00)>()),
-          pairTag(everywhere<unitsOf(0x80C0)>()),
-          lastBytes(kept(kLastBytes)) {}
+          pairTag(everywhere<unitsOf(0x80C0)>()) {}
 };
 
 // Remembers whether any character was a surrogate or above U+10FFFF.
@@ -78,14 +89,13 @@ struct Encoded {
     __mmask64 used;
 };
 
-QZSTRING_KERNEL Encoded encodeAny(__m512i characters, __m512i lowSix) {
+// Every character takes the last byte of its lane, and those before it that are marked.
+QZSTRING_KERNEL Encoded encodeAny(__m512i characters, __mmask64 valid, const Constants& constant) {
     const __m512i zeros = _mm512_lzcnt_epi32(characters);
-    const __m512i tags = _mm512_permutex2var_epi32(table(kTags), zeros, table(kTags + 16));
-    // Bytes from the bits 18, 12, 6 and 0 on, of both characters of each 64-bit lane.
-    const __m512i fields = _mm512_multishift_epi64_epi8(_mm512_set1_epi64(0x20262C3200060C12), characters);
-    const __m512i bytes =
-        _mm512_mask_ternarylogic_epi32(fields, _mm512_movepi32_mask(tags), lowSix, tags, 0xEA);
-    return {bytes, _mm512_movepi8_mask(tags)};
+    const __m512i tags = _mm512_permutex2var_epi32(constant.tags, zeros, constant.moreTags);
+    const __m512i fields = _mm512_multishift_epi64_epi8(constant.fields, characters);
+    return {_mm512_ternarylogic_epi32(fields, constant.lowSix, tags, 0xEA),
+            _mm512_mask_cmpge_epu8_mask(valid, tags, constant.leastUsed)};
 }
 
 // 32 characters below U+0800, in 16-bit lanes; those that are not `valid` are zero and take no byte.
@@ -201,20 +211,14 @@ QZSTRING_KERNEL bool encodeCharacters(const Characters& characters, std::size_t 
     if (kWhole && later >= kBlock && destination.capacity - destination.written >= 4 * kBlock) {
         for (const __m512i part : parts) {
             faults.see(part, constant.surrogate);
-            Encoded encoded = encodeAny(part, constant.lowSix);
-            // In the mask registers: the way through the general ones takes nine cycles.
-            encoded.used = _kor_mask64(encoded.used, constant.lastBytes);
-            destination.putAmply(encoded);
+            destination.putAmply(encodeAny(part, kAll, constant));
         }
         return true;
     }
     for (std::size_t i = 0; i < 4 && (kWhole || 16 * i < count); ++i) {
         faults.see(parts[i], constant.surrogate);
-        Encoded encoded = encodeAny(parts[i], constant.lowSix);
-        encoded.used |= kLastBytes;
-        if (!kWhole)
-            encoded.used &= lowBits(4 * (count - 16 * i));
-        if (!destination.put(encoded, later))
+        const __mmask64 part = kWhole ? kAll : lowBits(4 * (count - 16 * i));
+        if (!destination.put(encodeAny(parts[i], part, constant), later))
             return false;
     }
     return true;
@@ -227,8 +231,17 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t encodeBlocks(const wchar_t* source
     Faults faults;
     std::size_t at = 0;
     bool fits = true;
-    for (; fits && length - at >= 64; at += 64)
-        fits = encodeCharacters<true>(loadWhole(source + at), 64, length - at - 64, to, faults, constant);
+    if (length >= kBlock) {
+        Characters next = loadWhole(source);
+        do {
+            const Characters now = next;
+            at += kBlock;
+            const std::size_t later = length - at;
+            if (later >= kBlock)
+                next = loadWhole(source + at);
+            fits = encodeCharacters<true>(now, kBlock, later, to, faults, constant);
+        } while (fits && length - at >= kBlock);
+    }
     if (fits && at < length)
         fits =
             encodeCharacters<false>(loadPart(source + at, length - at), length - at, 0, to, faults, constant);
@@ -255,13 +268,12 @@ QZSTRING_KERNEL std::size_t encodeVector(const wchar_t* source, std::size_t leng
             _mm_mask_storeu_epi8(destination, lowLanes(length), _mm512_cvtepi32_epi8(characters));
         }
     } else if (!anyIllFormed(characters)) {
-        const Encoded encoded = encodeAny(characters, _mm512_set1_epi8(0x3F));
-        const std::uint64_t used = (encoded.used | kLastBytes) & lowBits(4 * length);
-        const auto count = static_cast<std::size_t>(_mm_popcnt_u64(used));
+        const Encoded encoded = encodeAny(characters, lowBits(4 * length), Constants());
+        const auto count = static_cast<std::size_t>(_mm_popcnt_u64(encoded.used));
         if (count <= capacity) {
             written = count;
             _mm512_mask_storeu_epi8(destination, lowBits(count),
-                                    _mm512_maskz_compress_epi8(used, encoded.bytes));
+                                    _mm512_maskz_compress_epi8(encoded.used, encoded.bytes));
         }
     }
     _mm256_zeroupper();
@@ -292,8 +304,10 @@ struct Measure {
     QZSTRING_KERNEL Measure() : sums(_mm512_setzero_si512()) {}
 
     QZSTRING_KERNEL void add(const Characters& characters) {
-        if (!anyFrom(characters.all(), 0x80))
-            return;
+        if (anyFrom(characters.all(), 0x80))
+            addBeyondAscii(characters);
+    }
+    QZSTRING_KERNEL void addBeyondAscii(const Characters& characters) {
         add(characters.a);
         add(characters.b);
         add(characters.c);
@@ -305,6 +319,11 @@ struct Measure {
                                               _mm512_srli_epi64(sums, 32));
         return static_cast<std::size_t>(_mm512_reduce_add_epi64(wide));
     }
+    // The same of a single block, whose sums fit bytes.
+    [[nodiscard]] QZSTRING_KERNEL std::size_t totalOfBlock() const {
+        const __m128i halves = _mm_sad_epu8(_mm512_cvtepi32_epi8(sums), _mm_setzero_si128());
+        return static_cast<std::size_t>(_mm_cvtsi128_si64(halves) + _mm_extract_epi64(halves, 1));
+    }
 
   private:
     QZSTRING_KERNEL void add(__m512i characters) {
@@ -313,14 +332,37 @@ struct Measure {
     }
 };
 
+// Small beside the second cache, long beside what a hardware prefetcher takes to begin.
+constexpr std::size_t kPiece = 1 << 16;
+
 QZSTRING_TARGET QZSTRING_NOINLINE std::size_t measureEncoded(const wchar_t* source, std::size_t length) {
     Measure measure;
-    std::size_t at = 0;
-    for (; length - at >= 64; at += 64)
-        measure.add(loadWhole(source + at));
-    if (at < length)
-        measure.add(loadPart(source + at, length - at));
+    std::size_t end = length;
+    while (end > 0) {
+        const std::size_t begin = (end - 1) & ~(kPiece - 1);
+        std::size_t at = begin;
+        for (; end - at >= kBlock; at += kBlock)
+            measure.add(loadWhole(source + at));
+        if (at < end)
+            measure.add(loadPart(source + at, end - at));
+        end = begin;
+    }
     const std::size_t bytes = length + measure.total();
+    const bool faulty = measure.faults.any();
+    _mm256_zeroupper();
+    return faulty ? kFailure : bytes;
+}
+
+// Of up to one block.
+QZSTRING_KERNEL std::size_t measurePart(const wchar_t* source, std::size_t length) {
+    const Characters part = loadPart(source, length);
+    if (!anyFrom(part.all(), 0x80)) {
+        _mm256_zeroupper();
+        return length;
+    }
+    Measure measure;
+    measure.addBeyondAscii(part);
+    const std::size_t bytes = length + measure.totalOfBlock();
     const bool faulty = measure.faults.any();
     _mm256_zeroupper();
     return faulty ? kFailure : bytes;
@@ -354,12 +396,8 @@ QZSTRING_TARGET unsigned int encode(const wchar_t* source, std::size_t length, c
 QZSTRING_TARGET unsigned int encodedLength(const wchar_t* source, std::size_t length, bool* ok) {
     if (length <= 16)
         return output::report(measureVector(source, length), ok);
-    if (mayBeShortAscii(source, length)) {
-        const bool isAscii = !anyFrom(loadPart(source, length).all(), 0x80);
-        _mm256_zeroupper();
-        if (isAscii)
-            return output::report(length, ok);
-    }
+    if (length <= kBlock)
+        return output::report(measurePart(source, length), ok);
     return output::report(measureEncoded(source, length), ok);
 }
 

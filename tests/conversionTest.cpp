@@ -280,6 +280,22 @@ TEST_P(EveryKernel, FindsCharactersCutBeforeLongAscii) {
     }
 }
 
+// A kernel may take long text piece by piece, in any order: what is not ASCII, or cannot be encoded, counts
+// wherever it stands.
+TEST_P(EveryKernel, MeasuresEveryPieceOfLongText) {
+    constexpr std::size_t kLength = 3 * 65536 + 5;
+    for (const std::size_t at : {std::size_t{0}, std::size_t{65535}, std::size_t{65536}, kLength - 1}) {
+        std::wstring text(kLength, L'a');
+        text[at] = static_cast<wchar_t>(0x1F600);
+        const std::string bytes =
+            std::string(at, 'a') + "\xF0\x9F\x98\x80" + std::string(kLength - 1 - at, 'a');
+        ASSERT_NO_FATAL_FAILURE(expectEncodes(text, &bytes)) << at;
+        ASSERT_NO_FATAL_FAILURE(expectDecodes(bytes, {text, bytes.size(), text, true})) << at;
+        text[at] = static_cast<wchar_t>(0xD800);
+        ASSERT_NO_FATAL_FAILURE(expectEncodes(text, nullptr)) << at;
+    }
+}
+
 TEST_P(EveryKernel, FindsEveryCorruption) {
     constexpr unsigned char kWrong[] = {0x00, 0x41, 0x80, 0x9F, 0xA0, 0xBF, 0xC0,
                                         0xC3, 0xE0, 0xED, 0xF0, 0xF4, 0xF8};
