@@ -8,13 +8,16 @@
 //    bytes (vpcompressb); byte permutations spread them over 32-bit lanes, 16 characters a store.
 //
 // Block edges: a character is formed in the block in which it ends; the loads reach back to its first bytes.
-// At the beginning of the text they are masked; the last block is the text's last 64 bytes, some of which the
-// block before had, too. A text of up to one block has zeros on both sides, and what it lacks at its end
-// shows there. A fault or too little room ends a conversion at once: it succeeds as a whole or not at all.
-// Only the query for the well-formed beginning goes on in portable code, which finds the exact place.
+// The first block has zeros before it; the last one is the text's last 64 bytes, some of which the block
+// before had, too. A text of up to one block has zeros on both sides, and what it lacks at its end shows
+// there. Too little room ends a conversion at once, a fault is noticed at its end: it succeeds as a whole or
+// not at all. Only the query for the well-formed beginning goes on in portable code, which finds the place.
 //
 // Stores: 64 bytes whole while what is still to come is sure to fill them; the last 16 characters over some
 // of those before, or under a mask where there are fewer, so that nothing past the count is touched.
+//
+// Processors may let a load wait until the places of all stores before it are known, and these depend on the
+// count of the block before: what tells the count is therefore loaded a block ahead.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_X86
@@ -34,6 +37,7 @@ using output::kFailure;
 constexpr std::size_t kBlock = 64;
 constexpr __mmask64 kAll = ~__mmask64{0};
 constexpr std::size_t kWorthAligning = 16 * kBlock;
+constexpr std::size_t kWorthWidening = 5 * kBlock;
 
 // The matrix of the affine transformation whose result has, for i from 0 on, in bit `to + i` the bit `from +
 // i` of the byte. Row 7 - n of the matrix, as its bytes go, makes bit n.
@@ -89,7 +93,8 @@ struct Places {
     __mmask64 high = 0x4444444444444444;
 };
 
-// The constants of decoding. A loop copies them to registers, a text of one block takes them from memory.
+// The constants of decoding. A loop copies them to registers, a text of one block takes them from memory; and
+// so does every text what only few blocks need, as there are not registers for all.
 struct Constants {
     __m512i continuationEnd = kFilled<bytesOf(0xC0)>;
     __m512i topBit = kFilled<bytesOf(0x80)>;
@@ -104,9 +109,7 @@ struct Constants {
     __m512i fourBitsDown = kFilled<moveBits(2, 0, 4)>;
     __m512i fourBitsUp = kFilled<moveBits(0, 4, 4)>;
     __m512i thirdMark = kFilled<copyBit(6, 4, 4)>;
-    __m512i upperTwo = kFilled<moveBits(4, 0, 2)>;
-    __m512i upperThree = kFilled<moveBits(0, 2, 3)>;
-    __m512i spread[4] = {kSpread<0>, kSpread<16>, kSpread<32>, kSpread<48>};
+    __m512i firstGroup = kSpread<0>, secondGroup = kSpread<16>, thirdGroup = kSpread<32>;
     Places places;
 };
 constexpr Constants kConstants;
@@ -138,10 +141,9 @@ QZSTRING_KERNEL Constants inRegisters() {
     constants.fourBitsDown = kept(memory.fourBitsDown);
     constants.fourBitsUp = kept(memory.fourBitsUp);
     constants.thirdMark = kept(memory.thirdMark);
-    constants.upperTwo = kept(memory.upperTwo);
-    constants.upperThree = kept(memory.upperThree);
-    for (int n = 0; n < 4; ++n)
-        constants.spread[n] = kept(memory.spread[n]);
+    constants.firstGroup = kept(memory.firstGroup);
+    constants.secondGroup = kept(memory.secondGroup);
+    constants.thirdGroup = kept(memory.thirdGroup);
     constants.places = {kept(memory.places.low), kept(memory.places.middle), kept(memory.places.high)};
     return constants;
 }
@@ -156,13 +158,19 @@ QZSTRING_KERNEL Bytes loadWhole(const char* block) {
             kept(_mm512_loadu_si512(block - 2)), kept(_mm512_loadu_si512(block - 3))};
 }
 
-// Where less than three bytes stand before the block: lanes whose place lies before the text are zero, and so
-// are those beyond `valid` bytes and the reach of their characters.
+// The block at the beginning of the text, of which `valid` bytes are: all else is zero. Moving the bytes
+// costs less than to load them again under masks.
 QZSTRING_KERNEL Bytes loadFirst(const char* source, __mmask64 valid) {
-    return {_mm512_maskz_loadu_epi8(valid, source),
-            _mm512_maskz_loadu_epi8(_kshiftli_mask64(valid, 1), source - 1),
-            _mm512_maskz_loadu_epi8(_kshiftli_mask64(valid, 2), source - 2),
-            _mm512_maskz_loadu_epi8(_kshiftli_mask64(valid, 3), source - 3)};
+    const __m512i at = _mm512_maskz_loadu_epi8(valid, source);
+    const __m512i lanesBefore = _mm512_alignr_epi64(at, _mm512_setzero_si512(), 6);
+    return {at, _mm512_alignr_epi8(at, lanesBefore, 15), _mm512_alignr_epi8(at, lanesBefore, 14),
+            _mm512_alignr_epi8(at, lanesBefore, 13)};
+}
+
+// The bytes one place on; behind the block is zero.
+QZSTRING_KERNEL __m512i nextOf(__m512i block) {
+    const __m512i lanesAfter = _mm512_alignr_epi64(_mm512_setzero_si512(), block, 2);
+    return _mm512_alignr_epi8(lanesAfter, block, 1);
 }
 
 // The last 64 bytes of a longer text, some of which the block before had, too.
@@ -230,9 +238,9 @@ QZSTRING_KERNEL CodePoints form(const Bytes& bytes, __mmask64 high, __mmask64 fo
     __m512i top = _mm512_setzero_si512();
     if (four != 0) {
         const __m512i twoBits =
-            _mm512_maskz_gf2p8affine_epi64_epi8(four, bytes.before2, constant.upperTwo, 0);
+            _mm512_maskz_gf2p8affine_epi64_epi8(four, bytes.before2, kFilled<moveBits(4, 0, 2)>, 0);
         const __m512i threeBits =
-            _mm512_maskz_gf2p8affine_epi64_epi8(four, bytes.before3, constant.upperThree, 0);
+            _mm512_maskz_gf2p8affine_epi64_epi8(four, bytes.before3, kFilled<moveBits(0, 2, 3)>, 0);
         top = _mm512_or_si512(twoBits, threeBits);
     }
     return {low, middle, top};
@@ -245,18 +253,18 @@ QZSTRING_KERNEL __m512i group(const CodePoints& points, bool hasHigh, __m512i in
     return hasHigh ? _mm512_mask_permutexvar_epi8(values, places.high, index, points.high) : values;
 }
 
-// For one character at least, with room for whole groups; what the last one holds beyond the count is written
-// over by the next block.
+// With room for whole groups, one at least; what the last one holds beyond the count is written over by the
+// next block.
 QZSTRING_KERNEL void storeAmply(const CodePoints& points, bool hasHigh, std::size_t count,
                                 wchar_t* destination, const Constants& constant) {
     const Places places = constant.places;  // not again after every store
-    _mm512_storeu_si512(destination, group(points, hasHigh, constant.spread[0], places));
+    _mm512_storeu_si512(destination, group(points, hasHigh, constant.firstGroup, places));
     if (count > 16)
-        _mm512_storeu_si512(destination + 16, group(points, hasHigh, constant.spread[1], places));
+        _mm512_storeu_si512(destination + 16, group(points, hasHigh, constant.secondGroup, places));
     if (count > 32)
-        _mm512_storeu_si512(destination + 32, group(points, hasHigh, constant.spread[2], places));
+        _mm512_storeu_si512(destination + 32, group(points, hasHigh, constant.thirdGroup, places));
     if (count > 48)
-        _mm512_storeu_si512(destination + 48, group(points, hasHigh, constant.spread[3], places));
+        _mm512_storeu_si512(destination + 48, group(points, hasHigh, kSpread<48>, places));
 }
 
 // The last group ends with the last character, over some of those stored before.
@@ -265,17 +273,17 @@ QZSTRING_KERNEL void storeExactly(const CodePoints& points, bool hasHigh, std::s
     const Places places = constant.places;
     if (count < 16) {
         _mm512_mask_storeu_epi32(destination, lowLanes(count),
-                                 group(points, hasHigh, constant.spread[0], places));
+                                 group(points, hasHigh, constant.firstGroup, places));
         return;
     }
     if (count > 16)
-        _mm512_storeu_si512(destination, group(points, hasHigh, constant.spread[0], places));
+        _mm512_storeu_si512(destination, group(points, hasHigh, constant.firstGroup, places));
     if (count > 32)
-        _mm512_storeu_si512(destination + 16, group(points, hasHigh, constant.spread[1], places));
+        _mm512_storeu_si512(destination + 16, group(points, hasHigh, constant.secondGroup, places));
     if (count > 48)
-        _mm512_storeu_si512(destination + 32, group(points, hasHigh, constant.spread[2], places));
+        _mm512_storeu_si512(destination + 32, group(points, hasHigh, constant.thirdGroup, places));
     const std::size_t last = count - 16;
-    const __m512i index = _mm512_add_epi8(constant.spread[0], _mm512_set1_epi8(static_cast<char>(last)));
+    const __m512i index = _mm512_add_epi8(constant.firstGroup, _mm512_set1_epi8(static_cast<char>(last)));
     _mm512_storeu_si512(destination + last, group(points, hasHigh, index, places));
 }
 
@@ -308,19 +316,40 @@ QZSTRING_KERNEL bool isAsciiBlock(const char* block) {
     return _mm512_movepi8_mask(_mm512_loadu_si512(block)) == 0;
 }
 
+// Widens blocks of ASCII, each loaded once: permutations take what more loads would, and cross fewer lines.
+struct Widening {
+    __m512i spread[4];
+    __mmask64 low;
+
+    QZSTRING_KERNEL Widening()
+        : spread{kept(kSpread<0>), kept(kSpread<16>), kept(kSpread<32>), kept(kSpread<48>)},
+          low(kept(Places{}.low)) {}
+
+    QZSTRING_KERNEL void store(__m512i block, wchar_t* destination) const {
+        for (std::size_t n = 0; n < 4; ++n)
+            _mm512_storeu_si512(destination + 16 * n, _mm512_maskz_permutexvar_epi8(low, spread[n], block));
+    }
+};
+
 // Widens whole blocks of ASCII while they last and fit, and returns how many bytes that were. Long runs are
 // brought to the destination's cache lines first: a store across two lines costs twice.
 QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length, wchar_t* destination,
                                           std::size_t room) {
     const std::size_t most = length < room ? length : room;
     std::size_t at = 0;
-    if (most >= 4 * kBlock && isAsciiBlock(source)) {
+    if (most < kWorthWidening) {
+        for (; most - at >= kBlock && isAsciiBlock(source + at); at += kBlock)
+            storeAscii(source + at, kBlock, destination + at);
+    } else if (isAsciiBlock(source)) {
+        const Widening widening;
         _mm512_storeu_si512(destination, widen(source));
         at = (0 - reinterpret_cast<std::uintptr_t>(destination) / sizeof(wchar_t)) % 16;
-    }
-    for (; most - at >= kBlock && isAsciiBlock(source + at); at += kBlock) {
-        for (std::size_t i = at; i < at + kBlock; i += 16)
-            _mm512_storeu_si512(destination + i, widen(source + i));
+        for (; most - at >= kBlock; at += kBlock) {
+            const __m512i block = kept(_mm512_loadu_si512(source + at));
+            if (_mm512_movepi8_mask(block) != 0)
+                break;
+            widening.store(block, destination + at);
+        }
     }
     return at;
 }
@@ -347,19 +376,19 @@ QZSTRING_KERNEL bool isAsciiToEnd(const char* source, std::size_t at, std::size_
     return _mm512_movepi8_mask(all) == 0;
 }
 
-// Decodes one block into `destination` where it is well-formed and fits. Returns the number of characters
-// that end in it, or kFailure. `ends` are the places before a byte that is no continuation.
-QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, __mmask64 high, __mmask64 ends, __m512i faults,
+// Decodes one block into `destination` where it fits. Returns the number of characters that end in it, or
+// kFailure. `ends` are the places before a byte that is no continuation. The block may be ill-formed.
+QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, __mmask64 high, __mmask64 ends,
                                         wchar_t* destination, std::size_t room, bool muchFollows,
                                         const Constants& constant) {
     const auto count = static_cast<std::size_t>(_mm_popcnt_u64(ends));
-    if (anyFault(faults) || count > room)
+    if (count > room)
         return kFailure;
     const __mmask64 four = _mm512_cmpge_epu8_mask(bytes.before3, constant.fourLead);
     CodePoints points = form(bytes, high, four, constant);
     points.low = _mm512_maskz_compress_epi8(ends, points.low);
     points.middle = _mm512_maskz_compress_epi8(ends, points.middle);
-    const bool roomForAll = muchFollows && room >= (count + 15) / 16 * 16;
+    const bool roomForAll = muchFollows && room >= (count | 15) + 1;
     if (four != 0) {
         points.high = _mm512_maskz_compress_epi8(ends, points.high);
         store(points, true, count, roomForAll, destination, constant);
@@ -387,15 +416,18 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t decodeLong(const char* source, std
     std::size_t written = at;
     std::size_t count = 0;
     bool afterAscii = true;
+    __m512i faults = _mm512_setzero_si512();
     if (at < 3) {
         at = firstPart(source, length);
         const Bytes bytes = loadFirst(source, kAll);
         const __mmask64 ends = endsBefore(_mm512_loadu_si512(source + 1), lowBits(at), constant);
-        count = decodeBlock(bytes, _mm512_movepi8_mask(bytes.at), ends, faultsOf(bytes, constant),
-                            destination, capacity, length - at >= kBlock, constant);
+        faults = faultsOf(bytes, constant);
+        count = decodeBlock(bytes, _mm512_movepi8_mask(bytes.at), ends, destination, capacity,
+                            length - at >= kBlock, constant);
         written = count;
         afterAscii = false;
     }
+    __m512i next = length - at > kBlock ? kept(_mm512_loadu_si512(source + at + 1)) : faults;
     while (count != kFailure && length - at > kBlock) {
         const std::size_t room = capacity - written;
         const Bytes bytes = loadWhole(source + at);
@@ -405,28 +437,34 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t decodeLong(const char* source, std
             at += run;
             written += run;
             afterAscii = true;
+            if (length - at > kBlock)
+                next = kept(_mm512_loadu_si512(source + at + 1));
             continue;
         }
+        const __mmask64 ends = endsBefore(next, kAll, constant);
+        if (length - at > 2 * kBlock)
+            next = kept(_mm512_loadu_si512(source + at + kBlock + 1));
+        faults = _mm512_or_si512(faults, faultsOf(bytes, constant));
         // At least a character of every four bytes: a block more fills the last group of 16 that this one
         // writes.
-        count = decodeBlock(bytes, high, endsBefore(_mm512_loadu_si512(source + at + 1), kAll, constant),
-                            faultsOf(bytes, constant), destination + written, room, length - at >= 2 * kBlock,
-                            constant);
+        count =
+            decodeBlock(bytes, high, ends, destination + written, room, length - at >= 2 * kBlock, constant);
         at += kBlock;
         written += count;
         afterAscii = false;
     }
     if (count != kFailure && at < length) {
         const Bytes bytes = loadLast(source, length);
-        const __m512i next = _mm512_maskz_loadu_epi8(kAll >> 1, source + length - kBlock + 1);
-        const __m512i faults = _mm512_or_si512(faultsOf(bytes, constant), incompleteAtEnd(bytes.at));
+        faults =
+            _mm512_ternarylogic_epi32(faults, faultsOf(bytes, constant), incompleteAtEnd(bytes.at), 0xFE);
         count = decodeBlock(bytes, _mm512_movepi8_mask(bytes.at),
-                            endsBefore(next, kAll << (kBlock - (length - at)), constant), faults,
+                            endsBefore(nextOf(bytes.at), kAll << (kBlock - (length - at)), constant),
                             destination + written, capacity - written, false, constant);
         written += count;
     }
+    const bool converted = count != kFailure && !anyFault(faults);
     _mm256_zeroupper();
-    return count != kFailure ? written : kFailure;
+    return converted ? written : kFailure;
 }
 
 // Checks and counts a text of more than one block, from `at` on, before which all is ASCII. Four blocks in a
@@ -498,10 +536,11 @@ QZSTRING_KERNEL std::size_t decodeShort(const char* source, std::size_t length, 
         return length;
     }
     const Constants& constant = inMemory();
-    const __m512i next = _mm512_maskz_loadu_epi8(valid >> 1, source + 1);
     const __m512i faults = _mm512_or_si512(faultsOf(bytes, constant), incompleteAtEnd(bytes.at));
-    const std::size_t count = decodeBlock(bytes, high, endsBefore(next, valid, constant), faults, destination,
-                                          capacity, false, constant);
+    std::size_t count = kFailure;
+    if (!anyFault(faults))
+        count = decodeBlock(bytes, high, endsBefore(nextOf(bytes.at), valid, constant), destination, capacity,
+                            false, constant);
     _mm256_zeroupper();
     return count;
 }
@@ -519,21 +558,16 @@ QZSTRING_KERNEL std::size_t measureShort(const char* source, std::size_t length)
     return faulty ? kFailure : characters;
 }
 
-QZSTRING_KERNEL bool isAsciiPart(const char* source, std::size_t length) {
-    return _mm512_movepi8_mask(_mm512_maskz_loadu_epi8(lowBits(length), source)) == 0;
-}
-
 // Longer texts, beginning with what is ASCII: that takes no constants.
 
 QZSTRING_TARGET QZSTRING_NOINLINE unsigned int decodeBlocks(const char* source, std::size_t length,
                                                             wchar_t* destination, std::size_t capacity,
                                                             bool* ok) {
     const std::size_t ascii = storeAsciiRun(source, length, destination, capacity);
-    const std::size_t rest = length - ascii;
-    const bool fits = rest <= kBlock && rest <= capacity - ascii;
-    if (fits && (rest == 0 || isAsciiPart(source + ascii, rest))) {
-        if (rest != 0)
-            storeAscii(source + ascii, rest, destination + ascii);
+    const char* const last = source + length - kBlock;
+    if (length - ascii <= kBlock && length <= capacity && isAsciiBlock(last)) {
+        if (ascii < length)
+            storeAscii(last, kBlock, destination + length - kBlock);
         _mm256_zeroupper();
         return output::report(length, ok);
     }
@@ -541,8 +575,28 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int decodeBlocks(const char* source, 
     return output::report(decodeLong(source, length, destination, capacity, ascii), ok);
 }
 
+// Up to two blocks.
+QZSTRING_KERNEL std::size_t measureTwo(const char* source, std::size_t length) {
+    if (isAsciiToEnd(source, 0, length)) {
+        _mm256_zeroupper();
+        return length;
+    }
+    const Constants& constant = inMemory();
+    const Bytes first = loadFirst(source, kAll);
+    const Bytes last = loadLast(source, length);
+    const __m512i faults = _mm512_ternarylogic_epi32(faultsOf(first, constant), faultsOf(last, constant),
+                                                     incompleteAtEnd(last.at), 0xFE);
+    const std::size_t characters = length - countContinuations(first.at, kAll, constant) -
+                                   countContinuations(last.at, ~lowBits(2 * kBlock - length), constant);
+    const bool faulty = anyFault(faults);
+    _mm256_zeroupper();
+    return faulty ? kFailure : characters;
+}
+
 QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const char* source, std::size_t length,
                                                              bool* ok) {
+    if (length <= 2 * kBlock)
+        return output::report(measureTwo(source, length), ok);
     const std::size_t ascii = asciiSteps(source, length);
     const bool isAscii = length - ascii < 4 * kBlock && isAsciiToEnd(source, ascii, length);
     _mm256_zeroupper();
