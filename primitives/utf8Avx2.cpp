@@ -413,10 +413,17 @@ struct Vector {
                    _mm256_or_si256(load256(block), load256(block + kBlock)),
                    _mm256_or_si256(load256(block + 2 * kBlock), load256(block + 3 * kBlock)))) == 0;
     }
+    // 16 bytes go to both halves of a vector as they are loaded, which takes no shuffle, and one shuffle
+    // spreads four of them over each half.
     QZSTRING_KERNEL static void widen(const char* block, wchar_t* destination) {
-        for (std::size_t i = 0; i < kBlock; i += 8) {
-            const __m128i eight = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(block + i));
-            store256(destination + i, _mm256_cvtepu8_epi32(eight));
+        const __m256i low = _mm256_add_epi32(_mm256_set1_epi32(static_cast<int>(0x80808000)),
+                                             _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+        const __m256i high = _mm256_add_epi32(low, _mm256_set1_epi32(8));
+        for (std::size_t i = 0; i < kBlock; i += 16) {
+            const __m256i both =
+                _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(block + i)));
+            store256(destination + i, _mm256_shuffle_epi8(both, low));
+            store256(destination + i + 8, _mm256_shuffle_epi8(both, high));
         }
     }
     QZSTRING_KERNEL static void store(const Bytes& bytes, std::uint32_t ends, wchar_t* destination,

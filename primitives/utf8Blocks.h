@@ -136,12 +136,17 @@ struct Last {
     }
 };
 
-// Widens whole blocks of ASCII while they last and fit, and returns how many bytes that were.
+// Widens whole blocks of ASCII while they last and fit, and returns how many bytes that were. Long runs are
+// brought to the destination's cache lines first: a store across two lines costs twice.
 template <class Vector>
 QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length, wchar_t* destination,
                                           std::size_t room) {
     const std::size_t most = length < room ? length : room;
     std::size_t at = 0;
+    if (most >= 8 * Vector::kBlock && Vector::isAscii(source)) {
+        Vector::widen(source, destination);
+        at = (0 - reinterpret_cast<std::uintptr_t>(destination) / sizeof(wchar_t)) % 16;
+    }
     for (; most - at >= Vector::kBlock && Vector::isAscii(source + at); at += Vector::kBlock)
         Vector::widen(source + at, destination + at);
     return at;
