@@ -50,6 +50,9 @@ QZSTRING_NOINLINE std::uint64_t hashShort(const unsigned char* p, std::size_t le
 
 // 129 to 896 bytes.
 QZSTRING_NOINLINE std::uint64_t hashMiddle(const unsigned char* p, std::size_t length) {
+    const auto take = [](std::uint64_t& chain, const unsigned char* at, std::uint64_t secret) {
+        chain = fold(read64(at) ^ secret, read64(at + 8) ^ chain);
+    };
     std::uint64_t seed = kRapidSeed;
 
     // Seven chains side by side, 16 bytes each, while more than that is left.
@@ -62,30 +65,30 @@ QZSTRING_NOINLINE std::uint64_t hashMiddle(const unsigned char* p, std::size_t l
         std::uint64_t s5 = seed;
         std::uint64_t s6 = seed;
         do {
-            seed = fold(read64(p) ^ kRapid[0], read64(p + 8) ^ seed);
-            s1 = fold(read64(p + 16) ^ kRapid[1], read64(p + 24) ^ s1);
-            s2 = fold(read64(p + 32) ^ kRapid[2], read64(p + 40) ^ s2);
-            s3 = fold(read64(p + 48) ^ kRapid[3], read64(p + 56) ^ s3);
-            s4 = fold(read64(p + 64) ^ kRapid[4], read64(p + 72) ^ s4);
-            s5 = fold(read64(p + 80) ^ kRapid[5], read64(p + 88) ^ s5);
-            s6 = fold(read64(p + 96) ^ kRapid[6], read64(p + 104) ^ s6);
+            take(seed, p, kRapid[0]);
+            take(s1, p + 16, kRapid[1]);
+            take(s2, p + 32, kRapid[2]);
+            take(s3, p + 48, kRapid[3]);
+            take(s4, p + 64, kRapid[4]);
+            take(s5, p + 80, kRapid[5]);
+            take(s6, p + 96, kRapid[6]);
             p += 112;
             rest -= 112;
         } while (rest > 112);
         seed ^= s1 ^ s2 ^ s3 ^ s4 ^ s5 ^ s6;
     }
     if (rest > 16) {
-        seed = fold(read64(p) ^ kRapid[2], read64(p + 8) ^ seed);
+        take(seed, p, kRapid[2]);
         if (rest > 32)
-            seed = fold(read64(p + 16) ^ kRapid[2], read64(p + 24) ^ seed);
+            take(seed, p + 16, kRapid[2]);
         if (rest > 48)
-            seed = fold(read64(p + 32) ^ kRapid[1], read64(p + 40) ^ seed);
+            take(seed, p + 32, kRapid[1]);
         if (rest > 64)
-            seed = fold(read64(p + 48) ^ kRapid[1], read64(p + 56) ^ seed);
+            take(seed, p + 48, kRapid[1]);
         if (rest > 80)
-            seed = fold(read64(p + 64) ^ kRapid[2], read64(p + 72) ^ seed);
+            take(seed, p + 64, kRapid[2]);
         if (rest > 96)
-            seed = fold(read64(p + 80) ^ kRapid[1], read64(p + 88) ^ seed);
+            take(seed, p + 80, kRapid[1]);
     }
     return finishRapid(read64(p + rest - 16) ^ rest, read64(p + rest - 8), seed, rest);
 }

@@ -28,8 +28,14 @@ constexpr Product multiply(std::uint64_t a, std::uint64_t b) noexcept {
 }
 
 constexpr std::uint64_t fold(std::uint64_t a, std::uint64_t b) noexcept {
+#if defined(__SIZEOF_INT128__)
+    __extension__ using Wide = unsigned __int128;
+    const Wide product = static_cast<Wide>(a) * b;
+    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+#else
     const Product product = multiply(a, b);
     return product.low ^ product.high;
+#endif
 }
 
 inline constexpr std::uint64_t kRapid[] = {0x2d358dccaa6c78a5, 0x8bb84b93962eacc9, 0x4b33a62ed433d4a3,
