@@ -2,19 +2,16 @@
 //
 // All converters share one contract:
 // - Lengths and capacities count elements of their own text: bytes of multibyte text, `wchar_t` of wide text.
-// Sources
-//   need no terminator and destinations get none. A NUL is a character like any other. Source and destination
-//   must not overlap.
+//   Sources need no terminator and destinations get none. A NUL is a character like any other. Source and
+//   destination must not overlap.
 // - With a null destination and a capacity of 0 nothing is written and the result is the length that the
-// whole text
-//   needs. With a destination the result is the number of elements written; that length suffices as capacity.
+//   whole text needs. With a destination the result is the number of elements written; that length suffices
+//   as capacity.
 // - Conversion is strict and whole. Where the text is not well-formed, has a character that the encoding
-// lacks, does
-//   not fit the capacity, or needs more than 2^32 - 1 elements, the result is 0; the destination then holds
-//   nothing of use, but no element beyond the capacity is touched.
+//   lacks, does not fit the capacity, or needs more than 2^32 - 1 elements, the result is 0; the destination
+//   then holds nothing of use, but no element beyond the capacity is touched.
 // - `*ok`, where given, becomes true when the whole text converted, else false. It alone tells an empty text
-// (0, true)
-//   from a failure (0, false).
+//   (0, true) from a failure (0, false).
 // - No state survives a call. Nothing is allocated.
 //
 // Well-formed UTF-8 is as in the Unicode Standard, table 3-7: no overlong forms, no surrogates, nothing above
