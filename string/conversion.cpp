@@ -17,8 +17,12 @@ namespace {
 constexpr std::size_t kWideOnStack = 262144;
 constexpr std::size_t kBytesOnStack = 1048576;
 
-// Elements of wide text up to which a buffer and a copy cost less than new storage, zeroed and swapped in.
-constexpr std::size_t kShort = 160;
+// Text of up to that many bytes goes through a buffer, which it is sure to fit: that saves measuring it, and
+// the zeroing of new storage.
+constexpr std::size_t kShort = 1024;
+constexpr std::size_t kMostBytes = 4;  // of a character in UTF-8
+// Of the cache: where stores go across two lines, reading back what was just stored waits.
+constexpr std::size_t kLine = 64;
 
 struct Free {
     void operator()(char* memory) const { std::free(memory); }
@@ -41,25 +45,22 @@ unsigned int fromWide(Encoding encoding, const wchar_t* source, unsigned int len
                              : WCStoMBS(source, length, destination, capacity, ok);
 }
 
+template <class Char>
+void replaceBy(std::basic_string<Char>& target, const Char* text, std::size_t length) {
+    if (target.capacity() < length)
+        target = std::basic_string<Char>(text, length);  // faster than to have it grow
+    else
+        target.assign(text, length);
+}
+
 // Makes `target` what `convert` writes into the room that it is given, of `needed` elements and one more;
-// where it writes nothing, or memory runs out, `target` stays as it was. Short wide text goes through a
-// buffer. Else, where the target has to grow, its new storage is that room; or it is scratch memory, of which
-// up to `onStack` elements are taken from the stack.
+// where it writes nothing, or memory runs out, `target` stays as it was. Where the target has to grow, its
+// new storage is that room; else it is scratch memory, of which up to `onStack` elements are taken from the
+// stack.
 template <class Char, class Convert>
 bool replaceByConverted(std::basic_string<Char>& target, unsigned int needed, std::size_t onStack,
                         Convert convert) {
     const std::size_t room = std::size_t{needed} + 1;
-    if (sizeof(Char) > 1 && room <= kShort) {
-        Char buffer[kShort];
-        const unsigned int written = convert(buffer, static_cast<unsigned int>(room));
-        if (written == 0)
-            return false;
-        if (target.capacity() < written)
-            target = std::basic_string<Char>(buffer, written);  // faster than to have it grow
-        else
-            target.assign(buffer, written);
-        return true;
-    }
     if (target.capacity() < needed) {
         std::basic_string<Char> fresh(room, Char{0});
         const unsigned int written = convert(fresh.data(), static_cast<unsigned int>(room));
@@ -87,15 +88,24 @@ bool IString::decode(const char* s, std::size_t length, Encoding encoding, bool*
     report(ok, false);
     if (length > UINT32_MAX)
         return false;
-    const auto sourceLength = static_cast<unsigned int>(length);
-    const unsigned int needed = toWide(encoding, s, sourceLength, nullptr, 0, nullptr);
-    if (needed == 0)
-        return false;
+    const auto convert = [&](wchar_t* destination, unsigned int capacity, bool* flag) {
+        return toWide(encoding, s, static_cast<unsigned int>(length), destination, capacity, flag);
+    };
     try {
-        return replaceByConverted(wideText, needed, kWideOnStack,
-                                  [&](wchar_t* destination, unsigned int capacity) {
-                                      return toWide(encoding, s, sourceLength, destination, capacity, ok);
-                                  });
+        if (length <= kShort) {
+            alignas(kLine) wchar_t buffer[kShort];
+            const unsigned int written = convert(buffer, kShort, ok);
+            if (written != 0)
+                replaceBy(wideText, buffer, written);
+            if (written != 0 || encoding == kUTF8)
+                return written != 0;
+            // In some encodings a byte may be more than one character: the text is measured.
+        }
+        const unsigned int needed = convert(nullptr, 0, nullptr);
+        return needed != 0 && replaceByConverted(wideText, needed, kWideOnStack,
+                                                 [&](wchar_t* destination, unsigned int capacity) {
+                                                     return convert(destination, capacity, ok);
+                                                 });
     } catch (...) {
         report(ok, false);  // the converter may have succeeded before
         throw;
@@ -162,19 +172,29 @@ void IString::convertToMultibyte(Encoding encoding, bool* ok) const {
         return;
     }
     report(ok, false);
-    const unsigned int needed =
-        wideText.size() > UINT32_MAX ? 0 : fromWide(encoding, wideText.data(), length(), nullptr, 0, nullptr);
-    if (needed == 0) {
-        multibyteCache.clear();
-        cacheEncoding = kNoEncoding;
-        return;
-    }
     bool converted = false;
     const auto convert = [&](char* destination, unsigned int capacity) {
         return fromWide(encoding, wideText.data(), length(), destination, capacity, &converted);
     };
-    if (!replaceByConverted(multibyteCache, needed, kBytesOnStack, convert))
-        return;
+    unsigned int written = 0;
+    if (wideText.size() <= kShort / kMostBytes) {
+        alignas(kLine) char buffer[kShort];
+        written = convert(buffer, kShort);
+        if (written != 0)
+            replaceBy(multibyteCache, buffer, written);
+    }
+    if (written == 0) {
+        const unsigned int needed = wideText.size() > UINT32_MAX
+                                        ? 0
+                                        : fromWide(encoding, wideText.data(), length(), nullptr, 0, nullptr);
+        if (needed == 0) {
+            multibyteCache.clear();
+            cacheEncoding = kNoEncoding;
+            return;
+        }
+        if (!replaceByConverted(multibyteCache, needed, kBytesOnStack, convert))
+            return;
+    }
     cacheEncoding = converted ? encoding : kNoEncoding;
     report(ok, converted);
 }
