@@ -11,7 +11,7 @@
 #include <cstdint>
 
 #include "common/export.h"
-#include "primitives/hashTiny.h"
+#include "primitives/hashInline.h"
 
 namespace qz {
 
@@ -20,7 +20,9 @@ namespace detail {
 QZSTRING_EXPORT std::uint64_t hashLonger(const unsigned char* bytes, std::size_t length) noexcept;
 
 inline std::uint64_t hashBytes(const unsigned char* bytes, std::size_t length) noexcept {
-    return length <= 16 ? hashTiny(bytes, length) : hashLonger(bytes, length);
+    if (length <= 16)
+        return hashTiny(bytes, length);
+    return length <= 128 ? hashShort(bytes, length) : hashLonger(bytes, length);
 }
 
 }  // namespace detail

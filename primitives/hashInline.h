@@ -1,10 +1,13 @@
-// The hash of up to 16 bytes, inline: a call would cost a third of it. rapidhash, version 3, seed 0.
-#ifndef QZSTRING_PRIMITIVES_HASHTINY_H
-#define QZSTRING_PRIMITIVES_HASHTINY_H
+// The hash of up to 128 bytes, inline: a call would cost a tenth to a third of it. hash.cpp says which
+// functions these are.
+#ifndef QZSTRING_PRIMITIVES_HASHINLINE_H
+#define QZSTRING_PRIMITIVES_HASHINLINE_H
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+#include "common/export.h"
 
 namespace qz::detail {
 
@@ -27,6 +30,7 @@ constexpr Product multiply(std::uint64_t a, std::uint64_t b) noexcept {
 #endif
 }
 
+// Not by way of multiply(): g++ 12 would send the halves of several products through the stack.
 constexpr std::uint64_t fold(std::uint64_t a, std::uint64_t b) noexcept {
 #if defined(__SIZEOF_INT128__)
     __extension__ using Wide = unsigned __int128;
@@ -67,6 +71,42 @@ inline std::uint64_t hashTiny(const unsigned char* p, std::size_t length) noexce
     if (length > 0)
         return finishRapid(std::uint64_t{p[0]} << 45 | p[length - 1], p[length >> 1], kRapidSeed, length);
     return finishRapid(0, 0, kRapidSeed, 0);
+}
+
+// The primes and the default secret of XXH3.
+inline constexpr std::uint64_t kPrime64[] = {0x9E3779B185EBCA87, 0xC2B2AE3D27D4EB4F, 0x165667B19E3779F9,
+                                             0x85EBCA77C2B2AE63, 0x27D4EB2F165667C5};
+QZSTRING_EXPORT extern const unsigned char kSecret[192];
+
+constexpr std::uint64_t avalanche(std::uint64_t hash) noexcept {
+    hash ^= hash >> 37;
+    hash *= 0x165667919E3779F9;
+    return hash ^ (hash >> 32);
+}
+
+inline std::uint64_t mix(const unsigned char* p, const unsigned char* secret) noexcept {
+    return fold(readWord<std::uint64_t>(p) ^ readWord<std::uint64_t>(secret),
+                readWord<std::uint64_t>(p + 8) ^ readWord<std::uint64_t>(secret + 8));
+}
+
+// Adds the mixes of 16 bytes at kAt, kAt + 16 and so on, before kEnd, while more than 16 bytes are left.
+template <std::size_t kAt, std::size_t kEnd>
+std::uint64_t mixAll(const unsigned char* p, std::size_t length, const unsigned char* secret,
+                     std::uint64_t sum) noexcept {
+    sum += mix(p + kAt, secret + kAt);
+    if constexpr (kAt + 16 < kEnd) {
+        if (length > kAt + 32)
+            return mixAll<kAt + 16, kEnd>(p, length, secret, sum);
+    }
+    return sum;
+}
+
+// 17 to 128 bytes: the last 16 may overlap those before.
+inline std::uint64_t hashShort(const unsigned char* p, std::size_t length) noexcept {
+    std::uint64_t sum = length * kPrime64[0] + mix(p, kSecret) + mix(p + length - 16, kSecret + 16);
+    if (length > 32)
+        sum = mixAll<16, 112>(p, length, kSecret + 16, sum);
+    return avalanche(sum);
 }
 
 }  // namespace qz::detail

@@ -52,8 +52,8 @@ struct Kernels {
     int (*compareNoCaseWide)(const wchar_t* a, std::size_t aCount, const wchar_t* b,
                              std::size_t bCount) noexcept;
 
-    // The part of the long-text hash that reads the text: hashLoops.h has the algorithm. `length` is
-    // above 64.
+    // The part of the long-text hash that reads the text: hashLoops.h has the algorithm. The lanes are
+    // results only; `length` is above 64.
     void (*hashLanes)(std::uint64_t lanes[8], const unsigned char* input, std::size_t length);
 };
 

@@ -64,11 +64,11 @@ struct Lanes {
     }
 };
 
-QZSTRING_TARGET void hashLanes(std::uint64_t state[8], const unsigned char* input, std::size_t length) {
-    Lanes lanes{{load256(state), load256(state + 4)}};
+QZSTRING_TARGET void hashLanes(std::uint64_t result[8], const unsigned char* input, std::size_t length) {
+    Lanes lanes{{load256(hashing::kFirstLanes), load256(hashing::kFirstLanes + 4)}};
     hashing::feed(lanes, input, length);
-    store256(state, lanes.half[0]);
-    store256(state + 4, lanes.half[1]);
+    store256(result, lanes.half[0]);
+    store256(result + 4, lanes.half[1]);
     _mm256_zeroupper();
 }
 

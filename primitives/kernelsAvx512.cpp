@@ -276,10 +276,10 @@ struct Lanes {
     }
 };
 
-QZSTRING_TARGET void hashLanes(std::uint64_t state[8], const unsigned char* input, std::size_t length) {
-    Lanes lanes{_mm512_loadu_si512(state)};
+QZSTRING_TARGET void hashLanes(std::uint64_t result[8], const unsigned char* input, std::size_t length) {
+    Lanes lanes{_mm512_load_si512(hashing::kFirstLanes)};
     hashing::feed(lanes, input, length);
-    _mm512_storeu_si512(state, lanes.lanes);
+    _mm512_storeu_si512(result, lanes.lanes);
     _mm256_zeroupper();
 }
 

@@ -44,11 +44,13 @@ struct Lanes {
     }
 };
 
-void hashLanes(std::uint64_t state[8], const unsigned char* input, std::size_t length) {
-    Lanes lanes{{vld1q_u64(state), vld1q_u64(state + 2), vld1q_u64(state + 4), vld1q_u64(state + 6)}};
+void hashLanes(std::uint64_t result[8], const unsigned char* input, std::size_t length) {
+    Lanes lanes;
+    for (std::size_t i = 0; i < 4; ++i)
+        lanes.pairs[i] = vld1q_u64(hashing::kFirstLanes + 2 * i);
     hashing::feed(lanes, input, length);
     for (std::size_t i = 0; i < 4; ++i)
-        vst1q_u64(state + 2 * i, lanes.pairs[i]);
+        vst1q_u64(result + 2 * i, lanes.pairs[i]);
 }
 
 }  // namespace

@@ -1,4 +1,7 @@
 // The portable kernels: standard C++ only, right everywhere, and the reference for the others.
+#include <algorithm>
+#include <iterator>
+
 #include "primitives/characterLoops.h"
 #include "primitives/hashLoops.h"
 #include "primitives/kernels.h"
@@ -16,19 +19,21 @@ struct PortableLanes {
 
     void add(const unsigned char* stripe, const unsigned char* secret) {
         for (std::size_t i = 0; i < 8; ++i) {
-            const std::uint64_t word = hashing::read64(stripe + 8 * i);
-            const std::uint64_t keyed = word ^ hashing::read64(secret + 8 * i);
+            const std::uint64_t word = qz::detail::readWord<std::uint64_t>(stripe + 8 * i);
+            const std::uint64_t keyed = word ^ qz::detail::readWord<std::uint64_t>(secret + 8 * i);
             lanes[i ^ 1] += word;
             lanes[i] += (keyed & 0xFFFFFFFF) * (keyed >> 32);
         }
     }
     void scramble(const unsigned char* secret) {
         for (std::size_t i = 0; i < 8; ++i)
-            lanes[i] = (lanes[i] ^ lanes[i] >> 47 ^ hashing::read64(secret + 8 * i)) * hashing::kPrime32[0];
+            lanes[i] = (lanes[i] ^ lanes[i] >> 47 ^ qz::detail::readWord<std::uint64_t>(secret + 8 * i)) *
+                       hashing::kPrime32[0];
     }
 };
 
 void hashLanes(std::uint64_t lanes[8], const unsigned char* input, std::size_t length) {
+    std::copy(std::begin(hashing::kFirstLanes), std::end(hashing::kFirstLanes), lanes);
     PortableLanes portable{lanes};
     hashing::feed(portable, input, length);
 }
