@@ -1,10 +1,10 @@
 // UTF-8 in AVX2. Decoding goes by blocks of 32 bytes: utf8Blocks.h has the algorithm.
 //
-// Encoding, 16 characters a block: each is spread over the four bytes of its lane, lead byte first and
+// Encoding, 16 characters a block: each is spread over the four bytes of a lane, lead byte first and
 // right-aligned; for each combination of four lengths a table has the shuffle that moves the bytes in use to
-// the front. Text below U+0800 goes in 16-bit lanes, eight a shuffle. Ill-formed characters are noticed at
-// the end. Stores are 16 bytes whole while what is still to come is sure to fill them; the portable code
-// writes the rest.
+// the front. Characters below U+10000 are spread in 16-bit lanes, those below U+0800 stay in them, eight a
+// shuffle. Ill-formed characters are noticed at the end. Stores are 16 bytes whole while what is still to
+// come is sure to fill them, else of the bytes in use, in two words that may overlap.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_X86
@@ -176,10 +176,6 @@ QZSTRING_KERNEL bool decodeEight(const char* source, wchar_t* destination) {
 
 // ---- Encoding ----
 
-// Four bits, each in two.
-constexpr unsigned char kApart[16] = {0x00, 0x01, 0x04, 0x05, 0x10, 0x11, 0x14, 0x15,
-                                      0x40, 0x41, 0x44, 0x45, 0x50, 0x51, 0x54, 0x55};
-
 constexpr std::array<blocks::Shuffle, 256> makePairPackings() {
     std::array<blocks::Shuffle, 256> packings{};
     for (std::size_t pairs = 0; pairs < 256; ++pairs) {
@@ -195,12 +191,17 @@ constexpr std::array<blocks::Shuffle, 256> makePairPackings() {
 // Moves the bytes in use of eight 16-bit lanes to the front: both of those that the mask names.
 constexpr std::array<blocks::Shuffle, 256> kPairPackings = makePairPackings();
 
-QZSTRING_KERNEL unsigned laneBits(__m256i lanes) {
-    return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(lanes)));
+QZSTRING_KERNEL __m256i unitsOf(unsigned value) {
+    return _mm256_set1_epi16(static_cast<short>(value));
 }
 
 QZSTRING_KERNEL bool anyFrom(__m256i characters, unsigned limit) {
     return _mm256_testz_si256(characters, lanesOf(0 - limit)) == 0;
+}
+
+// All bits where an unsigned 16-bit lane is up to the limit.
+QZSTRING_KERNEL __m256i unitsUpTo(__m256i units, unsigned limit) {
+    return _mm256_cmpeq_epi16(_mm256_min_epu16(units, unitsOf(limit)), units);
 }
 
 // Remembers whether any character was a surrogate or above U+10FFFF.
@@ -214,6 +215,10 @@ struct EncodingFaults {
             surrogates,
             _mm256_cmpeq_epi32(_mm256_and_si256(characters, lanesOf(0xFFFFF800)), lanesOf(0xD800)));
     }
+    QZSTRING_KERNEL void seeUnits(__m256i units) {
+        surrogates = _mm256_or_si256(
+            surrogates, _mm256_cmpeq_epi16(_mm256_and_si256(units, unitsOf(0xF800)), unitsOf(0xD800)));
+    }
     [[nodiscard]] QZSTRING_KERNEL bool any() const {
         const __m256i limit = lanesOf(0x10FFFF);
         const __m256i tooLarge = _mm256_xor_si256(_mm256_max_epu32(largest, limit), limit);
@@ -222,14 +227,93 @@ struct EncodingFaults {
     }
 };
 
-// Moves the bytes in use of half a block to the front and stores 16, of which the table knows how many count.
-QZSTRING_KERNEL void storePacked(__m128i bytes, const blocks::Shuffle& packing, char* destination) {
-    const __m128i order = _mm_loadu_si128(reinterpret_cast<const __m128i*>(packing.data()));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(destination), _mm_shuffle_epi8(bytes, order));
+// From the n-th place on, the indices that move the bytes from n on to the front.
+alignas(32) constexpr unsigned char kMoves[24] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11,
+                                                  12, 13, 14, 15, 15, 15, 15, 15, 15, 15, 15, 15};
+
+template <class Word>
+QZSTRING_KERNEL void storeWord(__m128i bytes, char* destination) {
+    const auto word = static_cast<Word>(_mm_cvtsi128_si64(bytes));
+    std::memcpy(destination, &word, sizeof word);
 }
 
-// Eight characters. Returns how many bytes they take; up to 16 more are written.
-QZSTRING_KERNEL std::size_t encodeEight(__m256i c, char* destination) {
+// The first and the last of `count` bytes, which may overlap: one to two words of them.
+template <class Word>
+QZSTRING_KERNEL void storeEnds(__m128i bytes, std::size_t count, char* destination) {
+    const std::size_t last = count - sizeof(Word);
+    const __m128i moves = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kMoves + last));
+    storeWord<Word>(bytes, destination);
+    storeWord<Word>(_mm_shuffle_epi8(bytes, moves), destination + last);
+}
+
+// Up to 16 bytes, and nothing behind them.
+QZSTRING_KERNEL void storeFirst(__m128i bytes, std::size_t count, char* destination) {
+    if (count == 16)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(destination), bytes);
+    else if (count >= 8)
+        storeEnds<std::uint64_t>(bytes, count, destination);
+    else if (count >= 4)
+        storeEnds<std::uint32_t>(bytes, count, destination);
+    else if (count >= 2)
+        storeEnds<std::uint16_t>(bytes, count, destination);
+    else if (count == 1)
+        storeWord<std::uint8_t>(bytes, destination);
+}
+
+// Sixteen characters go to the destination, of which `taken` count; those behind them are zero.
+struct Encoding {
+    char* bytes;
+    std::size_t capacity;
+    std::size_t taken = 16;
+    std::size_t later = 0;  // characters that follow
+    std::size_t written = 0;
+
+    // Some bytes of characters that begin at the one given, packed to the front, `count` with those of the
+    // characters that do not count, which are a byte each. Where kAmply, there is room for 16 bytes, and as
+    // many will be written later. False where there is no room.
+    template <bool kAmply, std::size_t kCharacters>
+    QZSTRING_KERNEL bool put(__m128i packed, std::size_t count, std::size_t begin) {
+        if (kAmply) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(bytes + written), packed);
+        } else {
+            const std::size_t end = begin + kCharacters;
+            const std::size_t absent = end <= taken ? 0 : begin < taken ? end - taken : kCharacters;
+            count -= absent;
+            if (count > capacity - written)
+                return false;
+            if (absent == 0 && later + taken - end >= 16 && capacity - written >= 16)
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(bytes + written), packed);
+            else
+                storeFirst(packed, count, bytes + written);
+        }
+        written += count;
+        return true;
+    }
+};
+
+// Four characters in 32-bit lanes, their bytes at the end of each; `lengths` is the index for kPackings.
+template <bool kAmply>
+QZSTRING_KERNEL bool putFour(Encoding& encoding, __m128i lanes, std::size_t lengths, std::size_t begin) {
+    const auto* const order = reinterpret_cast<const __m128i*>(blocks::kPackings[lengths].data());
+    return encoding.put<kAmply, 4>(_mm_shuffle_epi8(lanes, _mm_loadu_si128(order)),
+                                   blocks::kPackedLengths[lengths], begin);
+}
+
+// Eight characters in 16-bit lanes, two bytes each for those that the mask names.
+template <bool kAmply>
+QZSTRING_KERNEL bool putPairs(Encoding& encoding, __m128i lanes, std::size_t pairs, std::size_t begin) {
+    const auto* const order = reinterpret_cast<const __m128i*>(kPairPackings[pairs].data());
+    return encoding.put<kAmply, 8>(_mm_shuffle_epi8(lanes, _mm_loadu_si128(order)),
+                                   8 + static_cast<std::size_t>(_mm_popcnt_u64(pairs)), begin);
+}
+
+QZSTRING_KERNEL __m128i half(__m256i vector, int which) {
+    return which == 0 ? _mm256_castsi256_si128(vector) : _mm256_extracti128_si256(vector, 1);
+}
+
+// Eight characters of any length.
+template <bool kAmply>
+QZSTRING_KERNEL bool encodeEight(__m256i c, std::size_t begin, Encoding& encoding) {
     // Signed comparisons are right for everything that is not a fault.
     const __m256i two = _mm256_cmpgt_epi32(c, lanesOf(0x7F));
     const __m256i three = _mm256_cmpgt_epi32(c, lanesOf(0x7FF));
@@ -244,62 +328,91 @@ QZSTRING_KERNEL std::size_t encodeEight(__m256i c, char* destination) {
         lanesOf(0x80C00000), _mm256_xor_si256(_mm256_and_si256(three, lanesOf(0x80C00000 ^ 0x8080E000)),
                                               _mm256_and_si256(four, lanesOf(0x8080E000 ^ 0x808080F0))));
     const __m256i bytes = _mm256_blendv_epi8(_mm256_slli_epi32(c, 24), _mm256_or_si256(fields, tags), two);
-    // The bytes beyond the first in two bits: the upper from three bytes on, the lower of two and of four.
-    const unsigned upper = laneBits(three);
-    const unsigned lower = laneBits(_mm256_xor_si256(two, _mm256_xor_si256(three, four)));
-    const std::size_t first = kApart[lower & 15] + 2U * kApart[upper & 15];
-    const std::size_t second = kApart[lower >> 4] + 2U * kApart[upper >> 4];
-    const std::size_t firstCount = blocks::kPackedLengths[first];
-    storePacked(_mm256_castsi256_si128(bytes), blocks::kPackings[first], destination);
-    storePacked(_mm256_extracti128_si256(bytes, 1), blocks::kPackings[second], destination + firstCount);
-    return firstCount + blocks::kPackedLengths[second];
+    // The bytes beyond the first as a number of two bits: the upper from three bytes on, the lower of two and
+    // of four.
+    const __m256i lower = _mm256_xor_si256(two, _mm256_xor_si256(three, four));
+    const std::uint32_t lengths =
+        topBits(_mm256_packs_epi16(_mm256_blend_epi16(lower, three, 0xAA), _mm256_setzero_si256()));
+    return putFour<kAmply>(encoding, half(bytes, 0), lengths & 0xFF, begin) &&
+           putFour<kAmply>(encoding, half(bytes, 1), lengths >> 16 & 0xFF, begin + 4);
+}
+
+// Sixteen characters below U+10000, in 16-bit lanes, the first and the third four in the first half.
+template <bool kAmply>
+QZSTRING_KERNEL bool encodeUnits(__m256i units, Encoding& encoding) {
+    const __m256i one = unitsUpTo(units, 0x7F);
+    const __m256i upToTwo = unitsUpTo(units, 0x7FF);
+    // The lead byte of three, the upper; then the byte after it, or the lead byte of two, and the last.
+    const __m256i first =
+        _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(units, 4), unitsOf(0x0F00)), unitsOf(0xE000));
+    const __m256i last = _mm256_slli_epi16(units, 8);
+    const __m256i fields = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(units, 6), unitsOf(0x003F)),
+                                           _mm256_and_si256(last, unitsOf(0x3F00)));
+    const __m256i tags = _mm256_xor_si256(_mm256_and_si256(upToTwo, unitsOf(0x0040)), unitsOf(0x8080));
+    const __m256i rest = _mm256_blendv_epi8(_mm256_or_si256(fields, tags), last, one);
+    const __m256i front = _mm256_unpacklo_epi16(first, rest);
+    const __m256i back = _mm256_unpackhi_epi16(first, rest);
+    // A number of two bits for each: one of two bytes, two of three.
+    const std::uint32_t lengths = topBits(_mm256_blendv_epi8(
+        _mm256_xor_si256(one, upToTwo), _mm256_xor_si256(upToTwo, _mm256_set1_epi8(-1)), unitsOf(0xFF00)));
+    return putFour<kAmply>(encoding, half(front, 0), lengths & 0xFF, 0) &&
+           putFour<kAmply>(encoding, half(front, 1), lengths >> 16 & 0xFF, 4) &&
+           putFour<kAmply>(encoding, half(back, 0), lengths >> 8 & 0xFF, 8) &&
+           putFour<kAmply>(encoding, half(back, 1), lengths >> 24, 12);
 }
 
 // Sixteen characters below U+0800, in 16-bit lanes.
-QZSTRING_KERNEL std::size_t encodePairs(__m256i a, __m256i b, char* destination) {
-    const __m256i units = _mm256_permute4x64_epi64(_mm256_packus_epi32(a, b), 0xD8);
-    const __m256i two = _mm256_cmpgt_epi16(units, _mm256_set1_epi16(0x7F));
-    const __m256i last = _mm256_and_si256(_mm256_slli_epi16(units, 8), _mm256_set1_epi16(0x3F00));
-    const __m256i pairs = _mm256_or_si256(_mm256_or_si256(_mm256_srli_epi16(units, 6), last),
-                                          _mm256_set1_epi16(static_cast<short>(0x80C0)));
+template <bool kAmply>
+QZSTRING_KERNEL bool encodePairs(__m256i units, Encoding& encoding) {
+    const __m256i two = _mm256_cmpgt_epi16(units, unitsOf(0x7F));
+    const __m256i last = _mm256_and_si256(_mm256_slli_epi16(units, 8), unitsOf(0x3F00));
+    const __m256i pairs =
+        _mm256_or_si256(_mm256_or_si256(_mm256_srli_epi16(units, 6), last), unitsOf(0x80C0));
     const __m256i bytes = _mm256_blendv_epi8(units, pairs, two);
     const std::uint32_t mask = topBits(_mm256_packs_epi16(two, two));
-    const std::size_t first = mask & 0xFF;
-    const std::size_t second = mask >> 16 & 0xFF;
-    const std::size_t firstCount = 8 + static_cast<std::size_t>(_mm_popcnt_u64(first));
-    storePacked(_mm256_castsi256_si128(bytes), kPairPackings[first], destination);
-    storePacked(_mm256_extracti128_si256(bytes, 1), kPairPackings[second], destination + firstCount);
-    return firstCount + 8 + static_cast<std::size_t>(_mm_popcnt_u64(second));
+    return putPairs<kAmply>(encoding, half(bytes, 0), mask & 0xFF, 0) &&
+           putPairs<kAmply>(encoding, half(bytes, 1), mask >> 16 & 0xFF, 8);
 }
 
-QZSTRING_KERNEL void encodeAscii(__m256i a, __m256i b, char* destination) {
+QZSTRING_KERNEL __m128i packAscii(__m256i a, __m256i b) {
     const __m256i units = _mm256_packus_epi32(a, b);
     const __m256i packed = _mm256_packus_epi16(units, units);
     const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 0, 4, 1, 5);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(destination),
-                     _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(packed, order)));
+    return _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(packed, order));
 }
 
-// Sixteen characters. Returns how many bytes they take; up to 16 more are written.
-QZSTRING_KERNEL std::size_t encodeSixteen(__m256i a, __m256i b, char* destination, EncodingFaults& faults) {
+// Sixteen characters, of which any may be beyond ASCII.
+template <bool kAmply>
+QZSTRING_KERNEL bool encodeBeyondAscii(__m256i a, __m256i b, Encoding& encoding, EncodingFaults& faults) {
     const __m256i all = _mm256_or_si256(a, b);
-    if (!anyFrom(all, 0x80)) {
-        encodeAscii(a, b, destination);
-        return 16;
-    }
+    const __m256i units = _mm256_packus_epi32(a, b);
     if (!anyFrom(all, 0x800))
-        return encodePairs(a, b, destination);
+        return encodePairs<kAmply>(_mm256_permute4x64_epi64(units, 0xD8), encoding);
+    if (!anyFrom(all, 0x10000)) {
+        faults.seeUnits(units);
+        return encodeUnits<kAmply>(units, encoding);
+    }
     faults.see(a);
     faults.see(b);
-    const std::size_t first = encodeEight(a, destination);
-    return first + encodeEight(b, destination + first);
+    return encodeEight<kAmply>(a, 0, encoding) && encodeEight<kAmply>(b, 8, encoding);
 }
 
-// The first of eight characters, where the text has no more; zeros for the others.
-QZSTRING_KERNEL __m256i loadFirst(const wchar_t* source, std::size_t count) {
+template <bool kAmply>
+QZSTRING_KERNEL bool encodeSixteen(__m256i a, __m256i b, Encoding& encoding, EncodingFaults& faults) {
+    if (!anyFrom(_mm256_or_si256(a, b), 0x80))
+        return encoding.put<kAmply, 16>(packAscii(a, b), 16, 0);
+    return encodeBeyondAscii<kAmply>(a, b, encoding, faults);
+}
+
+// Eight characters from `at` on, or what the text still has of them and zeros.
+QZSTRING_KERNEL __m256i loadFirst(const wchar_t* source, std::size_t at, std::size_t length) {
+    if (at >= length)
+        return _mm256_setzero_si256();
+    if (length - at >= 8)
+        return load256(source + at);
     const __m256i places = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
-    const __m256i valid = _mm256_cmpgt_epi32(_mm256_set1_epi32(static_cast<int>(count)), places);
-    return _mm256_maskload_epi32(reinterpret_cast<const int*>(source), valid);
+    const __m256i valid = _mm256_cmpgt_epi32(_mm256_set1_epi32(static_cast<int>(length - at)), places);
+    return _mm256_maskload_epi32(reinterpret_cast<const int*>(source + at), valid);
 }
 
 // Where any character was ill-formed nothing counts, and the portable code finds it; where the last
@@ -307,72 +420,98 @@ QZSTRING_KERNEL __m256i loadFirst(const wchar_t* source, std::size_t count) {
 QZSTRING_TARGET Progress encodeBlocks(const wchar_t* source, std::size_t length, char* destination,
                                       std::size_t capacity) {
     EncodingFaults faults;
+    Encoding encoding{destination, capacity};
     std::size_t at = 0;
-    std::size_t written = 0;
+    // Two blocks at a time: where some are ASCII and some not, one question is answered alike more often.
     // What is left after a block fills at least the 16 bytes that its last store may write too much.
-    for (; length - at >= 16 + 16 && capacity - written >= 16 * 4 + 16; at += 16)
-        written +=
-            encodeSixteen(load256(source + at), load256(source + at + 8), destination + written, faults);
+    for (; length - at >= 32 + 16 && capacity - encoding.written >= 32 * 4 + 16; at += 32) {
+        const __m256i a = load256(source + at);
+        const __m256i b = load256(source + at + 8);
+        const __m256i c = load256(source + at + 16);
+        const __m256i d = load256(source + at + 24);
+        if (!anyFrom(_mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d)), 0x80)) {
+            encoding.put<true, 16>(packAscii(a, b), 16, 0);
+            encoding.put<true, 16>(packAscii(c, d), 16, 0);
+        } else {
+            encodeBeyondAscii<true>(a, b, encoding, faults);
+            encodeBeyondAscii<true>(c, d, encoding, faults);
+        }
+    }
+    std::size_t written = encoding.written;
     while (at < length) {
         const std::size_t rest = length - at;
-        const std::size_t taken = rest < 16 ? rest : 16;
-        const __m256i a = taken < 8 ? loadFirst(source + at, taken) : load256(source + at);
-        const __m256i b = taken > 8 ? loadFirst(source + at + 8, taken - 8) : _mm256_setzero_si256();
-        char buffer[16 * 4 + 16];
-        const std::size_t count = encodeSixteen(a, b, buffer, faults) - (16 - taken);  // a byte for each zero
-        if (count > capacity - written)
+        encoding.taken = rest < 16 ? rest : 16;
+        encoding.later = rest - encoding.taken;
+        if (!encodeSixteen<false>(loadFirst(source, at, length), loadFirst(source, at + 8, length), encoding,
+                                  faults))
             break;
-        std::memcpy(destination + written, buffer, count);
-        at += taken;
-        written += count;
+        at += encoding.taken;
+        written = encoding.written;
     }
     const bool faulty = faults.any();
     _mm256_zeroupper();
     return faulty ? Progress{0, 0} : Progress{at, written};
 }
 
-// Adds up the bytes that characters need beyond one each: one more for every limit that they reach.
+// Adds up the bytes that characters need beyond one each: two, less one for each of U+007F and U+07FF that
+// they do not exceed, and one more above U+FFFF.
 struct Measure {
     EncodingFaults faults;
-    __m256i lanes;  // each grows by at most 3 a vector: far from 2^32 in 2^29 vectors
+    std::size_t twos = 0;
+    __m256i fewer;  // minus the ones less, in 16 bits
+    __m256i less;   // the ones less, and minus the ones more, in 32 bits, far from their limits
 
-    QZSTRING_KERNEL Measure() : lanes(_mm256_setzero_si256()) {}
-    QZSTRING_KERNEL void add(__m256i c) {
-        faults.see(c);
-        const __m256i reached = _mm256_add_epi32(
-            _mm256_cmpgt_epi32(c, lanesOf(0x7F)),
-            _mm256_add_epi32(_mm256_cmpgt_epi32(c, lanesOf(0x7FF)), _mm256_cmpgt_epi32(c, lanesOf(0xFFFF))));
-        lanes = _mm256_sub_epi32(lanes, reached);
+    QZSTRING_KERNEL Measure() : fewer(_mm256_setzero_si256()), less(_mm256_setzero_si256()) {}
+
+    // In 16 bits, what is above U+FFFF is U+FFFF, or zero if it is a fault. At most 2^14 times without
+    // carry().
+    QZSTRING_KERNEL void add(__m256i a, __m256i b) {
+        const __m256i units = _mm256_packus_epi32(a, b);
+        faults.largest = _mm256_max_epu32(faults.largest, _mm256_max_epu32(a, b));
+        faults.seeUnits(units);
+        twos += 16;
+        fewer = _mm256_add_epi16(fewer, _mm256_add_epi16(unitsUpTo(units, 0x7F), unitsUpTo(units, 0x7FF)));
+        less = _mm256_add_epi32(less, _mm256_add_epi32(_mm256_cmpgt_epi32(a, lanesOf(0xFFFF)),
+                                                       _mm256_cmpgt_epi32(b, lanesOf(0xFFFF))));
+    }
+    QZSTRING_KERNEL void carry() {
+        less = _mm256_sub_epi32(less, _mm256_madd_epi16(fewer, unitsOf(1)));
+        fewer = _mm256_setzero_si256();
     }
     [[nodiscard]] QZSTRING_KERNEL std::size_t total() const {
-        alignas(32) std::uint32_t parts[8];
-        _mm256_store_si256(reinterpret_cast<__m256i*>(parts), lanes);
-        std::size_t sum = 0;
-        for (const std::uint32_t part : parts)
-            sum += part;
-        return sum;
+        const __m256i wide =
+            _mm256_add_epi64(_mm256_cvtepi32_epi64(half(less, 0)), _mm256_cvtepi32_epi64(half(less, 1)));
+        const __m128i two = _mm_add_epi64(half(wide, 0), half(wide, 1));
+        return 2 * twos - static_cast<std::size_t>(_mm_cvtsi128_si64(two) + _mm_extract_epi64(two, 1));
     }
 };
 
 QZSTRING_TARGET Progress measureEncoded(const wchar_t* source, std::size_t length) {
+    constexpr std::size_t kMostSteps = std::size_t{1} << 14;
     Measure measure;
     std::size_t at = 0;
-    for (; length - at >= 32; at += 32) {
-        const __m256i a = load256(source + at);
-        const __m256i b = load256(source + at + 8);
-        const __m256i c = load256(source + at + 16);
-        const __m256i d = load256(source + at + 24);
-        if (!anyFrom(_mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d)), 0x80))
-            continue;
-        measure.add(a);
-        measure.add(b);
-        measure.add(c);
-        measure.add(d);
+    while (length - at >= 32) {
+        const std::size_t whole = (length - at) / 32 * 32;
+        const std::size_t end = at + (whole < 16 * kMostSteps ? whole : 16 * kMostSteps);
+        for (; at < end; at += 32) {
+            const __m256i a = load256(source + at);
+            const __m256i b = load256(source + at + 8);
+            const __m256i c = load256(source + at + 16);
+            const __m256i d = load256(source + at + 24);
+            if (!anyFrom(_mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d)), 0x80))
+                continue;
+            measure.add(a, b);
+            measure.add(c, d);
+        }
+        measure.carry();
     }
-    for (; length - at >= 8; at += 8)
-        measure.add(load256(source + at));
-    if (at < length)
-        measure.add(loadFirst(source + at, length - at));
+    for (; at < length; at += 16) {
+        const __m256i a = loadFirst(source, at, length);
+        const __m256i b = loadFirst(source, at + 8, length);
+        if (anyFrom(_mm256_or_si256(a, b), 0x80))
+            measure.add(a, b);
+    }
+    measure.carry();
     const std::size_t bytes = length + measure.total();
     const bool faulty = measure.faults.any();
     _mm256_zeroupper();

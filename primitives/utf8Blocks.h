@@ -402,6 +402,8 @@ Progress decodedLength(const char* source, std::size_t length) {
 template <class Vector>
 Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity) {
     const Progress blocks = Vector::encode(source, length, destination, capacity);
+    if (blocks.read == length)
+        return blocks;
     const Progress rest = utf8::encode(source + blocks.read, length - blocks.read,
                                        destination + blocks.written, capacity - blocks.written);
     return {blocks.read + rest.read, blocks.written + rest.written};
@@ -410,6 +412,8 @@ Progress encode(const wchar_t* source, std::size_t length, char* destination, st
 template <class Vector>
 Progress encodedLength(const wchar_t* source, std::size_t length) {
     const Progress blocks = Vector::measureEncoded(source, length);
+    if (blocks.read == length)
+        return blocks;
     const Progress rest = utf8::encodedLength(source + blocks.read, length - blocks.read);
     return {blocks.read + rest.read, blocks.written + rest.written};
 }

@@ -294,6 +294,12 @@ TEST_P(EveryKernel, MeasuresEveryPieceOfLongText) {
         text[at] = static_cast<wchar_t>(0xD800);
         ASSERT_NO_FATAL_FAILURE(expectEncodes(text, nullptr)) << at;
     }
+    // Counts in lanes of 16 bits would overflow.
+    std::wstring text;
+    while (text.size() < 20 * 65536)
+        text += std::wstring(31, L'a') + L'\u00E9';
+    const std::string bytes = encodeByArithmetic(text);
+    ASSERT_NO_FATAL_FAILURE(expectEncodes(text, &bytes));
 }
 
 TEST_P(EveryKernel, FindsEveryCorruption) {
