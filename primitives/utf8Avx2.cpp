@@ -17,6 +17,61 @@
 namespace qzString::kernels::avx2 {
 namespace {
 
+QZSTRING_KERNEL __m128i half(__m256i vector, int which) {
+    return which == 0 ? _mm256_castsi256_si128(vector) : _mm256_extracti128_si256(vector, 1);
+}
+
+// ---- Stores of a few elements ----
+
+// From the n-th place on, the indices that move the bytes from n on to the front.
+alignas(32) constexpr unsigned char kMoves[24] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11,
+                                                  12, 13, 14, 15, 15, 15, 15, 15, 15, 15, 15, 15};
+
+template <class Word>
+QZSTRING_KERNEL void storeWord(__m128i bytes, char* destination) {
+    const auto word = static_cast<Word>(_mm_cvtsi128_si64(bytes));
+    std::memcpy(destination, &word, sizeof word);
+}
+
+// The first and the last of `count` bytes, which may overlap: one to two words of them.
+template <class Word>
+QZSTRING_KERNEL void storeEnds(__m128i bytes, std::size_t count, char* destination) {
+    const std::size_t last = count - sizeof(Word);
+    const __m128i moves = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kMoves + last));
+    storeWord<Word>(bytes, destination);
+    storeWord<Word>(_mm_shuffle_epi8(bytes, moves), destination + last);
+}
+
+// Up to 16 bytes, and nothing behind them.
+QZSTRING_KERNEL void storeFirst(__m128i bytes, std::size_t count, char* destination) {
+    if (count == 16)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(destination), bytes);
+    else if (count >= 8)
+        storeEnds<std::uint64_t>(bytes, count, destination);
+    else if (count >= 4)
+        storeEnds<std::uint32_t>(bytes, count, destination);
+    else if (count >= 2)
+        storeEnds<std::uint16_t>(bytes, count, destination);
+    else if (count == 1)
+        storeWord<std::uint8_t>(bytes, destination);
+}
+
+// Up to eight characters, and nothing behind them.
+QZSTRING_KERNEL void storeFirst(__m256i characters, std::size_t count, wchar_t* destination) {
+    if (count >= 8) {
+        store256(destination, characters);
+        return;
+    }
+    __m128i rest = _mm256_castsi256_si128(characters);
+    if (count >= 4) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(destination), rest);
+        rest = _mm256_extracti128_si256(characters, 1);
+        destination += 4;
+        count -= 4;
+    }
+    storeFirst(rest, 4 * count, reinterpret_cast<char*>(destination));
+}
+
 // ---- Decoding ----
 
 QZSTRING_KERNEL __m256i nibbleTable(const unsigned char (&entries)[16]) {
@@ -107,9 +162,11 @@ QZSTRING_KERNEL CodePoints form(const Views& bytes, const DecodingConstants& con
     return {low, middle, _mm256_and_si256(high, isFour), true};
 }
 
-// Stores those of eight characters that the mask names; up to eight elements are written.
+// Stores those of eight characters that the mask names; eight elements are written, or where kExactly those
+// up to `end`.
+template <bool kExactly>
 QZSTRING_KERNEL wchar_t* storeEight(__m128i values, __m128i high, bool hasHigh, std::uint32_t mask,
-                                    wchar_t* destination) {
+                                    wchar_t* destination, const wchar_t* end) {
     const __m128i selection =
         _mm_loadu_si128(reinterpret_cast<const __m128i*>(blocks::kSelections[mask & 0xFF].data()));
     __m256i characters = _mm256_cvtepu16_epi32(_mm_shuffle_epi8(values, selection));
@@ -117,26 +174,26 @@ QZSTRING_KERNEL wchar_t* storeEight(__m128i values, __m128i high, bool hasHigh, 
         const __m256i upper = _mm256_cvtepu16_epi32(_mm_shuffle_epi8(high, selection));
         characters = _mm256_or_si256(characters, _mm256_slli_epi32(upper, 16));
     }
-    store256(destination, characters);
+    if (kExactly)
+        storeFirst(characters, static_cast<std::size_t>(end - destination), destination);
+    else
+        store256(destination, characters);
     return destination + _mm_popcnt_u32(mask & 0xFF);
 }
 
-// Stores the characters that end at `ends`; up to eight elements more are written.
-QZSTRING_KERNEL void store(const CodePoints& points, std::uint32_t ends, wchar_t* destination) {
+// Stores the characters that end at `ends`; up to eight elements more are written, or where kExactly those up
+// to `end`.
+template <bool kExactly>
+QZSTRING_KERNEL void store(const CodePoints& points, std::uint32_t ends, wchar_t* destination,
+                           const wchar_t* end) {
     const __m256i zero = _mm256_setzero_si256();
-    const __m256i even = _mm256_unpacklo_epi8(points.low, points.middle);
-    const __m256i odd = _mm256_unpackhi_epi8(points.low, points.middle);
-    const __m256i evenHigh = _mm256_unpacklo_epi8(points.high, zero);
-    const __m256i oddHigh = _mm256_unpackhi_epi8(points.high, zero);
-    const bool hasHigh = points.hasHigh;
-    destination = storeEight(_mm256_castsi256_si128(even), _mm256_castsi256_si128(evenHigh), hasHigh, ends,
-                             destination);
-    destination = storeEight(_mm256_castsi256_si128(odd), _mm256_castsi256_si128(oddHigh), hasHigh, ends >> 8,
-                             destination);
-    destination = storeEight(_mm256_extracti128_si256(even, 1), _mm256_extracti128_si256(evenHigh, 1),
-                             hasHigh, ends >> 16, destination);
-    storeEight(_mm256_extracti128_si256(odd, 1), _mm256_extracti128_si256(oddHigh, 1), hasHigh, ends >> 24,
-               destination);
+    const __m256i values[] = {_mm256_unpacklo_epi8(points.low, points.middle),
+                              _mm256_unpackhi_epi8(points.low, points.middle)};
+    const __m256i high[] = {_mm256_unpacklo_epi8(points.high, zero), _mm256_unpackhi_epi8(points.high, zero)};
+    for (int i = 0; i < 4; ++i) {
+        destination = storeEight<kExactly>(half(values[i % 2], i / 2), half(high[i % 2], i / 2),
+                                           points.hasHigh, ends >> 8 * i, destination, end);
+    }
 }
 
 // Eight characters of three or of four bytes, one in each lane. Returns false where they cannot be that.
@@ -227,39 +284,6 @@ struct EncodingFaults {
     }
 };
 
-// From the n-th place on, the indices that move the bytes from n on to the front.
-alignas(32) constexpr unsigned char kMoves[24] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11,
-                                                  12, 13, 14, 15, 15, 15, 15, 15, 15, 15, 15, 15};
-
-template <class Word>
-QZSTRING_KERNEL void storeWord(__m128i bytes, char* destination) {
-    const auto word = static_cast<Word>(_mm_cvtsi128_si64(bytes));
-    std::memcpy(destination, &word, sizeof word);
-}
-
-// The first and the last of `count` bytes, which may overlap: one to two words of them.
-template <class Word>
-QZSTRING_KERNEL void storeEnds(__m128i bytes, std::size_t count, char* destination) {
-    const std::size_t last = count - sizeof(Word);
-    const __m128i moves = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kMoves + last));
-    storeWord<Word>(bytes, destination);
-    storeWord<Word>(_mm_shuffle_epi8(bytes, moves), destination + last);
-}
-
-// Up to 16 bytes, and nothing behind them.
-QZSTRING_KERNEL void storeFirst(__m128i bytes, std::size_t count, char* destination) {
-    if (count == 16)
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(destination), bytes);
-    else if (count >= 8)
-        storeEnds<std::uint64_t>(bytes, count, destination);
-    else if (count >= 4)
-        storeEnds<std::uint32_t>(bytes, count, destination);
-    else if (count >= 2)
-        storeEnds<std::uint16_t>(bytes, count, destination);
-    else if (count == 1)
-        storeWord<std::uint8_t>(bytes, destination);
-}
-
 // Sixteen characters go to the destination, of which `taken` count; those behind them are zero.
 struct Encoding {
     char* bytes;
@@ -305,10 +329,6 @@ QZSTRING_KERNEL bool putPairs(Encoding& encoding, __m128i lanes, std::size_t pai
     const auto* const order = reinterpret_cast<const __m128i*>(kPairPackings[pairs].data());
     return encoding.put<kAmply, 8>(_mm_shuffle_epi8(lanes, _mm_loadu_si128(order)),
                                    8 + static_cast<std::size_t>(_mm_popcnt_u64(pairs)), begin);
-}
-
-QZSTRING_KERNEL __m128i half(__m256i vector, int which) {
-    return which == 0 ? _mm256_castsi256_si128(vector) : _mm256_extracti128_si256(vector, 1);
 }
 
 // Eight characters of any length.
@@ -567,7 +587,11 @@ struct Vector {
     }
     QZSTRING_KERNEL static void store(const Bytes& bytes, std::uint32_t ends, wchar_t* destination,
                                       const Constants& constant) {
-        avx2::store(form(bytes, constant), ends, destination);
+        avx2::store<false>(form(bytes, constant), ends, destination, nullptr);
+    }
+    QZSTRING_KERNEL static void storeExactly(const Bytes& bytes, std::uint32_t ends, wchar_t* destination,
+                                             std::size_t count, const Constants& constant) {
+        avx2::store<true>(form(bytes, constant), ends, destination, destination + count);
     }
     template <std::size_t kWidth>
     QZSTRING_KERNEL static bool storeEight(const char* source, wchar_t* destination) {

@@ -102,13 +102,10 @@ QZSTRING_KERNEL std::size_t decodeBlock(const typename Vector::Bytes& bytes, std
     const std::size_t count = Vector::count(ends);
     if (Vector::any(Vector::faultsOf(bytes, constant)) || count > room)
         return kRefused;
-    if (muchFollows && room >= count + 8) {
+    if (muchFollows && room >= count + 8)
         Vector::store(bytes, ends, destination, constant);
-    } else {
-        wchar_t buffer[Vector::kBlock + 8];
-        Vector::store(bytes, ends, buffer, constant);
-        std::memcpy(destination, buffer, count * sizeof(wchar_t));
-    }
+    else
+        Vector::storeExactly(bytes, ends, destination, count, constant);
     return count;
 }
 

@@ -204,6 +204,12 @@ struct Vector {
         storeSelected(vzip2q_u8(points.low, points.middle), vzip2q_u8(points.high, zero), points.hasHigh,
                       ends >> 8, destination + count(firstEnds));
     }
+    QZSTRING_KERNEL static void storeExactly(const Bytes& bytes, std::uint32_t ends, wchar_t* destination,
+                                             std::size_t count, const Constants& constant) {
+        wchar_t buffer[kBlock + 8];
+        store(bytes, ends, buffer, constant);
+        std::memcpy(destination, buffer, count * sizeof(wchar_t));
+    }
     template <std::size_t kWidth>
     QZSTRING_KERNEL static bool storeEight(const char* source, wchar_t* destination) {
         const Lanes first = decodeFour<kWidth>(source);
