@@ -23,9 +23,18 @@ QZSTRING_KERNEL __m128i half(__m256i vector, int which) {
 
 // ---- Stores of a few elements ----
 
-// From the n-th place on, the indices that move the bytes from n on to the front.
-alignas(32) constexpr unsigned char kMoves[24] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11,
-                                                  12, 13, 14, 15, 15, 15, 15, 15, 15, 15, 15, 15};
+// From the n-th place on, the indices that move the bytes from n on to the front, and zeros behind them.
+constexpr std::array<unsigned char, 32> makeMoves() {
+    std::array<unsigned char, 32> moves{};
+    for (std::size_t i = 0; i < 32; ++i)
+        moves[i] = static_cast<unsigned char>(i < 16 ? i : 0x80);
+    return moves;
+}
+alignas(32) constexpr std::array<unsigned char, 32> kMoves = makeMoves();
+
+QZSTRING_KERNEL __m128i moveToFront(__m128i bytes, std::size_t from) {
+    return _mm_shuffle_epi8(bytes, _mm_loadu_si128(reinterpret_cast<const __m128i*>(kMoves.data() + from)));
+}
 
 template <class Word>
 QZSTRING_KERNEL void storeWord(__m128i bytes, char* destination) {
@@ -37,9 +46,8 @@ QZSTRING_KERNEL void storeWord(__m128i bytes, char* destination) {
 template <class Word>
 QZSTRING_KERNEL void storeEnds(__m128i bytes, std::size_t count, char* destination) {
     const std::size_t last = count - sizeof(Word);
-    const __m128i moves = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kMoves + last));
     storeWord<Word>(bytes, destination);
-    storeWord<Word>(_mm_shuffle_epi8(bytes, moves), destination + last);
+    storeWord<Word>(moveToFront(bytes, last), destination + last);
 }
 
 // Up to 16 bytes, and nothing behind them.
@@ -542,14 +550,25 @@ QZSTRING_TARGET Progress measureEncoded(const wchar_t* source, std::size_t lengt
 struct Vector {
     static constexpr std::size_t kBlock = 32;
     using Constants = DecodingConstants;
+    using Block = __m256i;
     using Bytes = Views;
     using Faults = __m256i;
 
     QZSTRING_KERNEL static Bytes loadAround(const char* block) {
         return {load256(block), load256(block - 1), load256(block - 2), load256(block - 3)};
     }
-    QZSTRING_KERNEL static Bytes loadFirst(const char* block) {
-        const __m256i at = load256(block);
+    QZSTRING_KERNEL static Block loadShort(const char* source, std::size_t length) {
+        if (length <= 16) {
+            const blocks::Words words = blocks::loadWords(source, length);
+            return _mm256_set_epi64x(0, 0, static_cast<long long>(words.second),
+                                     static_cast<long long>(words.first));
+        }
+        const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source));
+        const __m128i last = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source + length - 16));
+        return _mm256_set_m128i(moveToFront(last, 32 - length), first);
+    }
+    QZSTRING_KERNEL static Bytes loadFirst(const char* block) { return fromZeros(load256(block)); }
+    QZSTRING_KERNEL static Bytes fromZeros(Block at) {
         const __m256i halfBefore = _mm256_permute2x128_si256(at, at, 0x08);  // zeros, then the lower half
         return {at, _mm256_alignr_epi8(at, halfBefore, 15), _mm256_alignr_epi8(at, halfBefore, 14),
                 _mm256_alignr_epi8(at, halfBefore, 13)};
@@ -560,13 +579,17 @@ struct Vector {
     }
     QZSTRING_KERNEL static Faults either(Faults a, Faults b) { return _mm256_or_si256(a, b); }
     QZSTRING_KERNEL static bool any(Faults faults) { return _mm256_testz_si256(faults, faults) == 0; }
+    QZSTRING_KERNEL static std::uint32_t starts(Block block, const Constants& constant) {
+        return topBits(_mm256_cmpgt_epi8(block, constant.lastContinuation));
+    }
     QZSTRING_KERNEL static std::uint32_t starts(const char* block, const Constants& constant) {
-        return topBits(_mm256_cmpgt_epi8(load256(block), constant.lastContinuation));
+        return starts(load256(block), constant);
     }
     QZSTRING_KERNEL static std::size_t count(std::uint32_t mask) {
         return static_cast<std::size_t>(_mm_popcnt_u32(mask));
     }
-    QZSTRING_KERNEL static bool isAscii(const char* block) { return topBits(load256(block)) == 0; }
+    QZSTRING_KERNEL static bool isAscii(Block block) { return topBits(block) == 0; }
+    QZSTRING_KERNEL static bool isAscii(const char* block) { return isAscii(load256(block)); }
     QZSTRING_KERNEL static bool isAsciiFour(const char* block) {
         return topBits(_mm256_or_si256(
                    _mm256_or_si256(load256(block), load256(block + kBlock)),
@@ -584,6 +607,14 @@ struct Vector {
             store256(destination + i, _mm256_shuffle_epi8(both, low));
             store256(destination + i + 8, _mm256_shuffle_epi8(both, high));
         }
+    }
+    QZSTRING_KERNEL static void widenShort(const char* source, std::size_t length, wchar_t* destination) {
+        const auto eight = [source](std::size_t at) {
+            return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(source + at));
+        };
+        for (std::size_t at = 0; at < length - 8; at += 8)
+            store256(destination + at, _mm256_cvtepu8_epi32(eight(at)));
+        store256(destination + length - 8, _mm256_cvtepu8_epi32(eight(length - 8)));
     }
     QZSTRING_KERNEL static void store(const Bytes& bytes, std::uint32_t ends, wchar_t* destination,
                                       const Constants& constant) {

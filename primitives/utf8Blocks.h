@@ -12,18 +12,23 @@
 // Block edges: a character is formed in the block in which it ends; the loads reach back to its first bytes.
 // The first block has zeros before it; the last one is the text's last bytes, some of which the block before
 // had, too. A block with an error or without room is left to the portable code, from the last whole character
-// on. Stores are whole vectors while what is still to come is sure to fill them; near the end they go through
-// a buffer, so that nothing past the count is touched.
+// on. Stores are whole vectors while what is still to come is sure to fill them; near the end they are of the
+// characters that count. A text of up to a block has zeros on both sides, a very short one is the portable
+// code's.
 //
-// Vector has the block's size kBlock (16 or 32) and the types Constants (of a loop), Bytes (a block and its
-// three views) and Faults, and as static functions, masks having a bit for every byte of a block:
+// Vector has the block's size kBlock (16 or 32) and the types Constants (of a loop), Block (in a register),
+// Bytes (a block and its three views) and Faults, and as static functions, masks having a bit for every byte
+// of a block:
+//   Block loadShort(source, length)                  9 bytes up to a block, and zeros
 //   Bytes loadAround(block)                          reads from 3 bytes before the block on
-//   Bytes loadFirst(block)                           takes what is before the block for zeros
+//   Bytes loadFirst(block), fromZeros(Block)         takes what is before the block for zeros
 //   Faults noFaults(), faultsOf(bytes, constants), either(faults, faults); bool any(faults)
 //   std::uint32_t starts(block, constants)           the bytes that are no continuation
 //   bool isAscii(block), isAsciiFour(block)          of one block, of four in a row
 //   void widen(block, destination)                   a block of ASCII
+//   void widenShort(source, length, destination)     of 9 bytes up to that
 //   void store(bytes, ends, destination, constants)  the characters that end there, up to 8 elements more
+//   void storeExactly(bytes, ends, destination, count, constants)  `count` characters, and no element more
 //   std::size_t count(mask)
 //   bool storeEight<width>(source, destination)      8 characters of that width, or false and nothing; reads
 //                                                    32 bytes at most
@@ -110,7 +115,7 @@ QZSTRING_KERNEL std::size_t decodeBlock(const typename Vector::Bytes& bytes, std
 }
 
 // The last block: the last kBlock bytes of the text, of which only the `rest` that no block has had yet are
-// valid. A text that is hardly longer than a block, or shorter, is copied to where zeros stand before it.
+// valid. A text that is hardly longer than a block is copied to where zeros stand before it.
 template <class Vector>
 struct Last {
     typename Vector::Bytes bytes;
@@ -360,24 +365,77 @@ QZSTRING_TARGET Progress measureVectors(const char* source, std::size_t length) 
 
 // Each goes on in portable code where the blocks end: at the end of the text, of the room, or before a fault.
 
-// Short texts and short ASCII are the portable code's from the start: what a vector would cost them is its
-// setting up.
-inline bool isPortable(const char* text, std::size_t length) {
-    if (length <= 16)
-        return true;
-    if (length > 32)
-        return false;
-    std::uint64_t words[4];
-    std::memcpy(words, text, 16);
-    std::memcpy(words + 2, text + length - 16, 16);
-    return ((words[0] | words[1] | words[2] | words[3]) & 0x8080808080808080U) == 0;
+// Up to that many bytes, constants in vectors cost more than they save.
+constexpr std::size_t kPortable = 8;
+
+// The bytes of a text of 9 to 16, and zeros behind them.
+struct Words {
+    std::uint64_t first, second;
+};
+
+inline Words loadWords(const char* text, std::size_t length) {
+    Words words;
+    std::memcpy(&words.first, text, 8);
+    std::memcpy(&words.second, text + length - 8, 8);
+    words.second >>= 8 * (16 - length);
+    return words;
+}
+
+// A text of up to a block, in a vector with zeros before and behind it: what it lacks at its end shows there,
+// or is asked for where nothing is behind. Where it is ill-formed or does not fit, nothing is done.
+template <class Vector>
+struct Short {
+    std::uint32_t valid;
+    typename Vector::Block block;
+
+    QZSTRING_KERNEL Short(const char* source, std::size_t length)
+        : valid(static_cast<std::uint32_t>((std::uint64_t{1} << length) - 1)),
+          block(Vector::loadShort(source, length)) {}
+};
+
+template <class Vector>
+QZSTRING_TARGET Progress decodeShort(const char* source, std::size_t length, wchar_t* destination,
+                                     std::size_t capacity) {
+    const Short<Vector> text(source, length);
+    std::size_t count = kRefused;
+    if (Vector::isAscii(text.block)) {
+        if (length <= capacity) {
+            Vector::widenShort(source, length, destination);
+            count = length;
+        }
+    } else if (!utf8::endsInside(source, source + length)) {
+        const typename Vector::Constants constant;
+        const std::uint32_t starts = Vector::starts(text.block, constant);
+        const std::uint32_t ends = (starts >> 1 | std::uint32_t{1} << (length - 1)) & text.valid;
+        count =
+            decodeBlock<Vector>(Vector::fromZeros(text.block), ends, destination, capacity, false, constant);
+    }
+    Vector::leave();
+    return count == kRefused ? Progress{0, 0} : Progress{length, count};
+}
+
+template <class Vector>
+QZSTRING_TARGET Progress measureShort(const char* source, std::size_t length) {
+    const Short<Vector> text(source, length);
+    std::size_t count = kRefused;
+    if (Vector::isAscii(text.block)) {
+        count = length;
+    } else if (!utf8::endsInside(source, source + length)) {
+        const typename Vector::Constants constant;
+        if (!Vector::any(Vector::faultsOf(Vector::fromZeros(text.block), constant)))
+            count = Vector::count(Vector::starts(text.block, constant) & text.valid);
+    }
+    Vector::leave();
+    return count == kRefused ? Progress{0, 0} : Progress{length, count};
 }
 
 template <class Vector>
 Progress decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity) {
     Progress blocks{0, 0};
-    if (!isPortable(source, length))
+    if (length > Vector::kBlock)
         blocks = decodeVectors<Vector>(source, length, destination, capacity);
+    else if (length > kPortable)
+        blocks = decodeShort<Vector>(source, length, destination, capacity);
     if (blocks.read == length)
         return blocks;
     const Progress rest = utf8::decode(source + blocks.read, length - blocks.read,
@@ -388,8 +446,10 @@ Progress decode(const char* source, std::size_t length, wchar_t* destination, st
 template <class Vector>
 Progress decodedLength(const char* source, std::size_t length) {
     Progress blocks{0, 0};
-    if (!isPortable(source, length))
+    if (length > Vector::kBlock)
         blocks = measureVectors<Vector>(source, length);
+    else if (length > kPortable)
+        blocks = measureShort<Vector>(source, length);
     if (blocks.read == length)
         return blocks;
     const Progress rest = utf8::decodedLength<wchar_t>(source + blocks.read, length - blocks.read);

@@ -149,14 +149,19 @@ Progress encodeBlocks(const wchar_t* source, std::size_t length, char* destinati
 struct Vector {
     static constexpr std::size_t kBlock = 16;
     using Constants = Tables;
+    using Block = uint8x16_t;
     using Bytes = Views;
     using Faults = uint8x16_t;
 
     QZSTRING_KERNEL static Bytes loadAround(const char* block) {
         return {load128(block), load128(block - 1), load128(block - 2), load128(block - 3)};
     }
-    QZSTRING_KERNEL static Bytes loadFirst(const char* block) {
-        const uint8x16_t at = load128(block);
+    QZSTRING_KERNEL static Block loadShort(const char* source, std::size_t length) {
+        const blocks::Words words = blocks::loadWords(source, length);
+        return vreinterpretq_u8_u64(vcombine_u64(vcreate_u64(words.first), vcreate_u64(words.second)));
+    }
+    QZSTRING_KERNEL static Bytes loadFirst(const char* block) { return fromZeros(load128(block)); }
+    QZSTRING_KERNEL static Bytes fromZeros(Block at) {
         const uint8x16_t zero = vdupq_n_u8(0);
         return {at, vextq_u8(zero, at, 15), vextq_u8(zero, at, 14), vextq_u8(zero, at, 13)};
     }
@@ -174,13 +179,17 @@ struct Vector {
     }
     QZSTRING_KERNEL static Faults either(Faults a, Faults b) { return vorrq_u8(a, b); }
     QZSTRING_KERNEL static bool any(Faults faults) { return vmaxvq_u8(faults) != 0; }
-    QZSTRING_KERNEL static std::uint32_t starts(const char* block, const Constants&) {
-        return maskOf(vmvnq_u8(isContinuation(load128(block))));
+    QZSTRING_KERNEL static std::uint32_t starts(Block block, const Constants&) {
+        return maskOf(vmvnq_u8(isContinuation(block)));
+    }
+    QZSTRING_KERNEL static std::uint32_t starts(const char* block, const Constants& constant) {
+        return starts(load128(block), constant);
     }
     QZSTRING_KERNEL static std::size_t count(std::uint32_t mask) {
         return static_cast<std::size_t>(__builtin_popcount(mask));
     }
-    QZSTRING_KERNEL static bool isAscii(const char* block) { return vmaxvq_u8(load128(block)) < 0x80; }
+    QZSTRING_KERNEL static bool isAscii(Block block) { return vmaxvq_u8(block) < 0x80; }
+    QZSTRING_KERNEL static bool isAscii(const char* block) { return isAscii(load128(block)); }
     QZSTRING_KERNEL static bool isAsciiFour(const char* block) {
         return vmaxvq_u8(vorrq_u8(vorrq_u8(load128(block), load128(block + 16)),
                                   vorrq_u8(load128(block + 32), load128(block + 48)))) < 0x80;
@@ -193,6 +202,10 @@ struct Vector {
         storeLanes(vmovl_high_u16(first), destination + 4);
         storeLanes(vmovl_u16(vget_low_u16(second)), destination + 8);
         storeLanes(vmovl_high_u16(second), destination + 12);
+    }
+    QZSTRING_KERNEL static void widenShort(const char* source, std::size_t length, wchar_t* destination) {
+        for (std::size_t i = 0; i < length; ++i)
+            destination[i] = static_cast<wchar_t>(source[i]);
     }
     QZSTRING_KERNEL static void store(const Bytes& bytes, std::uint32_t ends, wchar_t* destination,
                                       const Constants&) {
