@@ -37,6 +37,7 @@ using output::kFailure;
 constexpr std::size_t kBlock = 64;
 constexpr __mmask64 kAll = ~__mmask64{0};
 constexpr std::size_t kWorthAligning = 16 * kBlock;
+constexpr std::size_t kWorthAligningAscii = 8 * kBlock;
 constexpr std::size_t kWorthWidening = 5 * kBlock;
 
 // The matrix of the affine transformation whose result has, for i from 0 on, in bit `to + i` the bit `from +
@@ -354,9 +355,15 @@ QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length
     return at;
 }
 
-// The length of the ASCII text at the beginning, counted in steps of four blocks.
+// The length of the ASCII text at the beginning, counted in steps of four blocks; in long text these begin
+// with a cache line.
 QZSTRING_KERNEL std::size_t asciiSteps(const char* text, std::size_t length) {
     std::size_t at = 0;
+    if (length >= kWorthAligningAscii) {
+        if (!isAsciiBlock(text))
+            return 0;
+        at = kBlock - reinterpret_cast<std::uintptr_t>(text) % kBlock;
+    }
     for (; length - at >= 4 * kBlock; at += 4 * kBlock) {
         const __m512i two =
             _mm512_or_si512(_mm512_loadu_si512(text + at), _mm512_loadu_si512(text + at + kBlock));
