@@ -332,11 +332,25 @@ struct Measure {
     }
 };
 
+constexpr std::size_t kWorthAligning = 4 * kBlock;
+
+// How many characters to take first, so that those after them begin with a cache line.
+QZSTRING_KERNEL std::size_t toCacheLine(const wchar_t* source) {
+    return (0 - reinterpret_cast<std::uintptr_t>(source) / sizeof(wchar_t)) % 16;
+}
+
 // Small beside the second cache, long beside what a hardware prefetcher takes to begin.
 constexpr std::size_t kPiece = 1 << 16;
 
 QZSTRING_TARGET QZSTRING_NOINLINE std::size_t measureEncoded(const wchar_t* source, std::size_t length) {
     Measure measure;
+    std::size_t bytes = length;
+    if (length >= kWorthAligning) {
+        const std::size_t part = toCacheLine(source);
+        measure.add(loadPart(source, part));
+        source += part;
+        length -= part;
+    }
     std::size_t end = length;
     while (end > 0) {
         const std::size_t begin = (end - 1) & ~(kPiece - 1);
@@ -347,7 +361,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t measureEncoded(const wchar_t* sour
             measure.add(loadPart(source + at, end - at));
         end = begin;
     }
-    const std::size_t bytes = length + measure.total();
+    bytes += measure.total();
     const bool faulty = measure.faults.any();
     _mm256_zeroupper();
     return faulty ? kFailure : bytes;
