@@ -43,6 +43,41 @@ QZSTRING_INLINE wchar_t mapWide(wchar_t c) {
     return static_cast<wchar_t>((u & ~char32_t{0xFFFF}) | ((u + delta) & 0xFFFF));
 }
 
+// Runs of characters without case, those that text is written in: from Hebrew to Myanmar, from CJK to Yi, and
+// Hangul with what follows it. First and behind the last.
+inline constexpr char32_t kCaseless[][2] = {{0x590, 0x10A0}, {0x2E80, 0xA640}, {0xABC0, 0xFF21}};
+
+template <class Case>
+constexpr bool isCaseless(const char32_t (&run)[2]) {
+    for (char32_t c = run[0]; c < run[1]; ++c) {
+        const unsigned inBlock = c & ((1U << tables::kBlockBits) - 1);
+        if (Case::kDeltas[Case::kOffsets[c >> tables::kBlockBits] + inBlock] != 0)
+            return false;
+    }
+    return true;
+}
+
+// No branches, which lets loops of it be vectorised.
+template <class Case>
+QZSTRING_INLINE bool mayHaveCase(wchar_t c) {
+    const auto u = static_cast<std::uint32_t>(c);
+    unsigned may = static_cast<unsigned>(u >= 0x80) & static_cast<unsigned>(u < Case::kLimit);
+    for (const auto& run : kCaseless) {
+        static_assert(isCaseless<Case>(kCaseless[0]) && isCaseless<Case>(kCaseless[1]) &&
+                      isCaseless<Case>(kCaseless[2]));
+        may &= static_cast<unsigned>(u - run[0] >= run[1] - run[0]);
+    }
+    return may != 0;
+}
+
+template <class Case>
+QZSTRING_INLINE bool mayHaveCaseBlock(const wchar_t* text) {
+    unsigned any = 0;
+    for (std::size_t i = 0; i < kBlock<wchar_t>; ++i)
+        any |= static_cast<unsigned>(mayHaveCase<Case>(text[i]));
+    return any != 0;
+}
+
 template <class Case, class Char>
 QZSTRING_INLINE Char mapAscii(Char c) {
     return detail::flipAsciiCase<Char, Case::kFirstLetter>(c);
@@ -80,7 +115,11 @@ QZSTRING_INLINE void mapRun(wchar_t* text, std::size_t count) noexcept {
     constexpr std::size_t kLength = kBlock<wchar_t>;
     std::size_t at = 0;
     for (; count - at >= kLength; at += kLength) {
-        if (isAsciiBlock(text + at)) {
+        // The first character tells of most blocks which question is worth asking of all.
+        const bool isPlain = isAscii(text[at])             ? isAsciiBlock(text + at)
+                             : mayHaveCase<Case>(text[at]) ? false
+                                                           : !mayHaveCaseBlock<Case>(text + at);
+        if (isPlain) {
             for (std::size_t i = 0; i < kLength; ++i)
                 text[at + i] = mapAscii<Case>(text[at + i]);
         } else {

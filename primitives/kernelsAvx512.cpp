@@ -5,10 +5,13 @@
 //
 // Case of wide text: ASCII by arithmetic; characters between U+2E80 and U+A63F have no case; what else there
 // is looks up what to add in the tables (characterTables.h), by permutations of two blocks of the table.
-// Those of the last look-up stay in registers: letters of one script seldom need others.
+// Those of the last look-up stay in registers: letters of one script seldom need others. Before others are
+// fetched, a bit for each tells whether they have case at all, as dozens of blocks of Hangul have not.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_X86
+
+#include <array>
 
 #include "primitives/avx512.h"
 #include "primitives/characterLoops.h"
@@ -90,6 +93,24 @@ class Mapping<Case, char> {
     }
 };
 
+constexpr int kPairBits = tables::kBlockBits + 1;
+
+// A bit for each two neighbouring blocks of a table, whether any character in them has another case.
+template <class Case>
+constexpr std::array<std::uint32_t, 32> makeCased() {
+    static_assert(Case::kLimit <= 32 * 32 << kPairBits);
+    std::array<std::uint32_t, 32> cased{};
+    for (std::size_t block = 0; block < Case::kLimit >> tables::kBlockBits; ++block) {
+        for (std::size_t i = 0; i < std::size_t{1} << tables::kBlockBits; ++i) {
+            if (Case::kDeltas[Case::kOffsets[block] + i] != 0)
+                cased[block / 64] |= std::uint32_t{1} << block / 2 % 32;
+        }
+    }
+    return cased;
+}
+template <class Case>
+alignas(64) constexpr std::array<std::uint32_t, 32> kCased = makeCased<Case>();
+
 // Keeps two neighbouring blocks of the table, those of 128 characters. Gathers are slower.
 template <class Case>
 class Mapping<Case, wchar_t> {
@@ -112,8 +133,6 @@ class Mapping<Case, wchar_t> {
     }
 
   private:
-    static constexpr int kPairBits = tables::kBlockBits + 1;
-
     // The lanes whose characters are beyond ASCII, below the table's limit, and not among those in its middle
     // that have no case.
     QZSTRING_KERNEL static __mmask16 mayHaveCase(__m512i characters) {
@@ -139,13 +158,27 @@ class Mapping<Case, wchar_t> {
         const __m512i pairs = _mm512_srli_epi32(characters, kPairBits);
         __mmask16 found = _mm512_mask_cmpeq_epi32_mask(lanes, pairs, pair);
         __m512i result = _mm512_maskz_mov_epi32(found, lookUp(characters));
-        while (lanes != found) {
-            lanes = static_cast<__mmask16>(lanes & ~found);
+        if (lanes == found)
+            return result;
+        lanes = cased(pairs, static_cast<__mmask16>(lanes & ~found));
+        while (lanes != 0) {
             choose(_mm_cvtsi128_si32(_mm512_castsi512_si128(_mm512_maskz_compress_epi32(lanes, pairs))));
             found = _mm512_mask_cmpeq_epi32_mask(lanes, pairs, pair);
             result = _mm512_mask_mov_epi32(result, found, lookUp(characters));
+            lanes = static_cast<__mmask16>(lanes & ~found);
         }
         return result;
+    }
+
+    // Those of the lanes whose blocks have case at all. Most scripts have none, and some have dozens of
+    // blocks.
+    QZSTRING_KERNEL static __mmask16 cased(__m512i pairs, __mmask16 lanes) {
+        const __m512i words =
+            _mm512_permutex2var_epi32(_mm512_load_si512(kCased<Case>.data()), _mm512_srli_epi32(pairs, 5),
+                                      _mm512_load_si512(kCased<Case>.data() + 16));
+        // Rotations, unlike shifts, go by the number modulo 32.
+        const __m512i bits = _mm512_rolv_epi32(_mm512_set1_epi32(1), pairs);
+        return _mm512_mask_test_epi32_mask(lanes, words, bits);
     }
 
     // The index is the low six bits of a 16-bit lane; what the high halves look up is not used.

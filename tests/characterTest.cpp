@@ -2,6 +2,7 @@
 // run forms of every kernel against the one-character forms.
 #include "primitives/character.h"
 
+#include <iterator>
 #include <random>
 
 #include "everyKernel.h"
@@ -124,11 +125,20 @@ TEST(Character, RunsMapAsCharactersDo) {
             text += static_cast<wchar_t>(c);
         texts.push_back(text);
     }
+    // The only one with case among many without.
+    for (std::uint32_t c = 0x80; c < 0x20000; ++c) {
+        const auto character = static_cast<wchar_t>(c);
+        if (qzString::toLower(character) != character || qzString::toUpper(character) != character) {
+            texts.emplace_back(40, L'\u4E00');
+            texts.back()[c % 40] = character;
+        }
+    }
     std::mt19937 random(3);
     for (int round = 0; round < 500; ++round) {
-        static constexpr std::uint32_t kFirst[] = {0,       0,      0x400,      0xC0,      0x3040,
-                                                   0x1E000, 0xA640, 0x7FFFFF00, 0xFFFFFF00};
-        const std::uint32_t script = kFirst[random() % 9];
+        static constexpr std::uint32_t kFirst[] = {0,       0,       0xC0,       0x400,     0x510,
+                                                   0x1040,  0x3040,  0xA640,     0xAB40,    0xFEC0,
+                                                   0x1E000, 0x1E900, 0x7FFFFF00, 0xFFFFFF00};
+        const std::uint32_t script = kFirst[random() % std::size(kFirst)];
         std::wstring text;
         for (std::size_t length = random() % 200; length > 0; --length)
             text += static_cast<wchar_t>(random() % 5 == 0 ? random() % 0x300 : script + random() % 0x100);
