@@ -145,13 +145,15 @@ QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length
                                           std::size_t room) {
     const std::size_t most = length < room ? length : room;
     std::size_t at = 0;
+    std::size_t first = 0;
     if (most >= 8 * Vector::kBlock && Vector::isAscii(source)) {
         Vector::widen(source, destination);
+        first = Vector::kBlock;
         at = (0 - reinterpret_cast<std::uintptr_t>(destination) / sizeof(wchar_t)) % 16;
     }
     for (; most - at >= Vector::kBlock && Vector::isAscii(source + at); at += Vector::kBlock)
         Vector::widen(source + at, destination + at);
-    return at;
+    return at < first ? first : at;
 }
 
 // The length of the ASCII text at the beginning, counted in steps of four blocks.

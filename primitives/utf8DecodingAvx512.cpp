@@ -355,6 +355,13 @@ QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length
     return at;
 }
 
+// How many bytes to take first, so that the blocks after them begin with a cache line: loads across two cost
+// twice. At least four: blocks look three bytes back, and a character ends in four.
+QZSTRING_KERNEL std::size_t toCacheLine(const char* source) {
+    const std::size_t part = kBlock - reinterpret_cast<std::uintptr_t>(source) % kBlock;
+    return part < 4 ? kBlock : part;
+}
+
 // The length of the ASCII text at the beginning, counted in steps of four blocks; in long text these begin
 // with a cache line.
 QZSTRING_KERNEL std::size_t asciiSteps(const char* text, std::size_t length) {
@@ -362,7 +369,7 @@ QZSTRING_KERNEL std::size_t asciiSteps(const char* text, std::size_t length) {
     if (length >= kWorthAligningAscii) {
         if (!isAsciiBlock(text))
             return 0;
-        at = kBlock - reinterpret_cast<std::uintptr_t>(text) % kBlock;
+        at = toCacheLine(text);
     }
     for (; length - at >= 4 * kBlock; at += 4 * kBlock) {
         const __m512i two =
@@ -405,13 +412,9 @@ QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, __mmask64 high, __mm
     return count;
 }
 
-// How many bytes to take first, so that the blocks after them begin with a cache line: loads across two cost
-// twice. At least four: blocks look three bytes back, and a character ends in four.
+// How many bytes to take first of a text.
 QZSTRING_KERNEL std::size_t firstPart(const char* source, std::size_t length) {
-    if (length < kWorthAligning)
-        return kBlock;
-    const std::size_t part = kBlock - reinterpret_cast<std::uintptr_t>(source) % kBlock;
-    return part < 4 ? kBlock : part;
+    return length < kWorthAligning ? kBlock : toCacheLine(source);
 }
 
 // Decodes a text of more than one block, from `at` on, before which all is ASCII and written. Returns its

@@ -280,6 +280,39 @@ TEST_P(EveryKernel, FindsCharactersCutBeforeLongAscii) {
     }
 }
 
+// ASCII of every length around the blocks' and then other text, at every place in a cache line; what stands
+// around the source would go on with it.
+TEST_P(EveryKernel, ConvertsAtEveryPlace) {
+    std::string tail;
+    while (tail.size() < 500)
+        tail += kSeeds[5];
+    for (std::size_t prefix = 0; prefix <= 260; prefix += prefix % 32 == 1 ? 29 : 1) {
+        const std::string bytes = std::string(prefix, 'a') + tail;
+        const std::wstring text = decodeByTable(bytes).text;
+        for (std::size_t place = 0; place < 64; ++place) {
+            alignas(64) char narrow[1024];
+            alignas(64) wchar_t wide[1024];
+            std::fill(std::begin(narrow), std::end(narrow), '\xBF');
+            std::fill(std::begin(wide), std::end(wide), L'#');
+            std::fill_n(narrow, place + 64, '\xF0');
+            char* const source = narrow + 64 + place;
+            wchar_t* const decoded = wide + place % 16;
+            const auto length = static_cast<unsigned>(bytes.size());
+            std::copy(bytes.begin(), bytes.end(), source);
+            ASSERT_EQ(qzString::UTF8toWCS(source, length, nullptr, 0, false, nullptr), text.size()) << place;
+            ASSERT_EQ(qzString::UTF8validLength(source, length), length);
+            ASSERT_EQ(qzString::UTF8toWCS(source, length, decoded, 1000, false, nullptr), text.size());
+            ASSERT_EQ(std::wstring_view(decoded, text.size()), text) << prefix << ' ' << place;
+            ASSERT_EQ(decoded[text.size()], L'#');
+            const auto count = static_cast<unsigned>(text.size());
+            ASSERT_EQ(qzString::WCStoUTF8(decoded, count, nullptr, 0, nullptr), bytes.size());
+            ASSERT_EQ(qzString::WCStoUTF8(decoded, count, source, length + 1, nullptr), bytes.size());
+            ASSERT_EQ(std::string_view(source, length), bytes);
+            ASSERT_EQ(source[length], '\xBF');
+        }
+    }
+}
+
 // A kernel may take long text piece by piece, in any order: what is not ASCII, or cannot be encoded, counts
 // wherever it stands.
 TEST_P(EveryKernel, MeasuresEveryPieceOfLongText) {
