@@ -115,8 +115,10 @@ struct Constants {
 };
 constexpr Constants kConstants;
 
-// The greatest bytes that may end a text: a lead byte needs room for its character.
-constexpr __m512i kLastBytes = {-1, -1, -1, -1, -1, -1, -1, static_cast<long long>(0xBFDFEFFFFFFFFFFF)};
+// The greatest bytes that may end a text, four and a whole block: a lead byte needs room for its character.
+constexpr std::uint32_t kLastFour = 0xBFDFEFFF;
+constexpr __m512i kLastBytes = {
+    -1, -1, -1, -1, -1, -1, -1, static_cast<long long>(std::uint64_t{kLastFour} << 32 | 0xFFFFFFFF)};
 
 // The constants behind a pointer of unknown origin: the compiler would make some of them anew.
 QZSTRING_KERNEL const Constants& inMemory() {
@@ -202,6 +204,12 @@ QZSTRING_KERNEL __m512i faultsOf(const Bytes& bytes, const Constants& constant) 
 // Not zero where a text that ends with these bytes ends inside a character.
 QZSTRING_KERNEL __m512i incompleteAtEnd(__m512i last) {
     return _mm512_subs_epu8(last, kLastBytes);
+}
+
+// The same of the text before a place, at least four bytes on.
+QZSTRING_KERNEL __m512i incompleteBefore(const char* place) {
+    return _mm512_zextsi128_si512(
+        _mm_subs_epu8(_mm_loadu_si32(place - 4), _mm_cvtsi32_si128(static_cast<int>(kLastFour))));
 }
 
 QZSTRING_KERNEL bool anyFault(__m512i faults) {
@@ -356,7 +364,7 @@ QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length
 }
 
 // How many bytes to take first, so that the blocks after them begin with a cache line: loads across two cost
-// twice. At least four: blocks look three bytes back, and a character ends in four.
+// twice. At least four: that far look those blocks back, and a character ends in four.
 QZSTRING_KERNEL std::size_t toCacheLine(const char* source) {
     const std::size_t part = kBlock - reinterpret_cast<std::uintptr_t>(source) % kBlock;
     return part < 4 ? kBlock : part;
@@ -425,9 +433,8 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t decodeLong(const char* source, std
     const Constants constant = inRegisters();
     std::size_t written = at;
     std::size_t count = 0;
-    bool afterAscii = true;
     __m512i faults = _mm512_setzero_si512();
-    if (at < 3) {
+    if (at < 4) {
         at = firstPart(source, length);
         const Bytes bytes = loadFirst(source, kAll);
         const __mmask64 ends = endsBefore(_mm512_loadu_si512(source + 1), lowBits(at), constant);
@@ -435,18 +442,19 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t decodeLong(const char* source, std
         count = decodeBlock(bytes, _mm512_movepi8_mask(bytes.at), ends, destination, capacity,
                             length - at >= kBlock, constant);
         written = count;
-        afterAscii = false;
     }
     __m512i next = length - at > kBlock ? kept(_mm512_loadu_si512(source + at + 1)) : faults;
     while (count != kFailure && length - at > kBlock) {
         const std::size_t room = capacity - written;
         const Bytes bytes = loadWhole(source + at);
         const __mmask64 high = _mm512_movepi8_mask(bytes.at);
-        if (high == 0 && room >= kBlock && (afterAscii || !utf8::endsInside(source, source + at))) {
+        if (high == 0 && room >= kBlock) {
+            // What comes before was decoded up to its last byte: a character that is not complete is noticed
+            // here, as its next byte is passed over.
+            faults = _mm512_or_si512(faults, incompleteBefore(source + at));
             const std::size_t run = storeAsciiRun(source + at, length - at, destination + written, room);
             at += run;
             written += run;
-            afterAscii = true;
             if (length - at > kBlock)
                 next = kept(_mm512_loadu_si512(source + at + 1));
             continue;
@@ -461,7 +469,6 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t decodeLong(const char* source, std
             decodeBlock(bytes, high, ends, destination + written, room, length - at >= 2 * kBlock, constant);
         at += kBlock;
         written += count;
-        afterAscii = false;
     }
     if (count != kFailure && at < length) {
         const Bytes bytes = loadLast(source, length);
@@ -494,12 +501,19 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress measureLong(const char* source, std::
     // Tested before a run of ASCII is skipped: substitution asks anew behind every fault.
     bool sound = !anyFault(faults);
     while (sound && length - at >= 4 * kBlock) {
-        const std::size_t run =
-            utf8::endsInside(source, source + at) ? 0 : asciiSteps(source + at, length - at);
-        at += run;
-        if (run == 0) {
-            for (const std::size_t end = at + 4 * kBlock; at < end; at += kBlock) {
-                const Bytes bytes = loadWhole(source + at);
+        __m512i blocks[4];
+        for (std::size_t n = 0; n < 4; ++n)
+            blocks[n] = kept(_mm512_loadu_si512(source + at + n * kBlock));
+        const __m512i all =
+            _mm512_ternarylogic_epi32(_mm512_or_si512(blocks[0], blocks[1]), blocks[2], blocks[3], 0xFE);
+        if (_mm512_movepi8_mask(all) == 0) {
+            faults = _mm512_or_si512(faults, incompleteBefore(source + at));
+            at += 4 * kBlock;
+        } else {
+            for (std::size_t n = 0; n < 4; ++n, at += kBlock) {
+                const char* const block = source + at;
+                const Bytes bytes{blocks[n], _mm512_loadu_si512(block - 1), _mm512_loadu_si512(block - 2),
+                                  _mm512_loadu_si512(block - 3)};
                 faults = _mm512_or_si512(faults, faultsOf(bytes, constant));
                 continued += countContinuations(bytes.at, kAll, constant);
             }
