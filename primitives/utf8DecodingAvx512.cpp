@@ -582,21 +582,34 @@ QZSTRING_KERNEL std::size_t measureShort(const char* source, std::size_t length)
     return faulty ? kFailure : characters;
 }
 
-// Longer texts, beginning with what is ASCII: that takes no constants.
+// ---- Decoding more than a block, beginning with what is ASCII: that takes no constants ----
+
+// Widens the ASCII at the beginning: all of the text, or whole blocks, of up to two blocks none.
+QZSTRING_KERNEL std::size_t storeFirstAscii(const char* source, std::size_t length, wchar_t* destination,
+                                            std::size_t capacity) {
+    const std::size_t last = length - kBlock;
+    if (length <= 2 * kBlock) {
+        if (length > capacity || !isAsciiToEnd(source, 0, length))
+            return 0;
+        storeAscii(source, kBlock, destination);
+        storeAscii(source + last, kBlock, destination + last);
+        return length;
+    }
+    const std::size_t ascii = storeAsciiRun(source, length, destination, capacity);
+    if (ascii < last || length > capacity || !isAsciiBlock(source + last))
+        return ascii;
+    if (ascii < length)
+        storeAscii(source + last, kBlock, destination + last);
+    return length;
+}
 
 QZSTRING_TARGET QZSTRING_NOINLINE unsigned int decodeBlocks(const char* source, std::size_t length,
                                                             wchar_t* destination, std::size_t capacity,
                                                             bool* ok) {
-    const std::size_t ascii = storeAsciiRun(source, length, destination, capacity);
-    const char* const last = source + length - kBlock;
-    if (length - ascii <= kBlock && length <= capacity && isAsciiBlock(last)) {
-        if (ascii < length)
-            storeAscii(last, kBlock, destination + length - kBlock);
-        _mm256_zeroupper();
-        return output::report(length, ok);
-    }
+    const std::size_t ascii = storeFirstAscii(source, length, destination, capacity);
     _mm256_zeroupper();
-    return output::report(decodeLong(source, length, destination, capacity, ascii), ok);
+    return output::report(ascii == length ? length : decodeLong(source, length, destination, capacity, ascii),
+                          ok);
 }
 
 // Up to two blocks.
