@@ -2,14 +2,12 @@
 #ifndef QZSTRING_PRIMITIVES_AVX2_H
 #define QZSTRING_PRIMITIVES_AVX2_H
 
-#include <immintrin.h>
-
 #include <cstddef>
 #include <cstdint>
 
 #define QZSTRING_TARGET __attribute__((target("avx2,bmi,bmi2,lzcnt,popcnt")))
-// A part of a kernel: always inlined into it.
-#define QZSTRING_KERNEL QZSTRING_TARGET __attribute__((always_inline)) inline
+
+#include "primitives/x86.h"
 
 namespace qzString::kernels {
 

@@ -6,16 +6,14 @@
 #pragma GCC diagnostic ignored "-Wuninitialized"  // in GCC's own header
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #endif
-#include <immintrin.h>
-
 #include <cstddef>
 #include <cstdint>
 
 #define QZSTRING_TARGET    \
     __attribute__((target( \
         "avx512f,avx512bw,avx512dq,avx512vl,avx512cd,avx512vbmi,avx512vbmi2,gfni,bmi,bmi2,lzcnt,popcnt")))
-// A part of a kernel: always inlined into it.
-#define QZSTRING_KERNEL QZSTRING_TARGET __attribute__((always_inline)) inline
+
+#include "primitives/x86.h"
 
 namespace qzString::kernels {
 

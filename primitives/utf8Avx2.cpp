@@ -540,9 +540,8 @@ QZSTRING_TARGET Progress measureEncoded(const wchar_t* source, std::size_t lengt
             measure.add(a, b);
     }
     measure.carry();
-    const std::size_t bytes = length + measure.total();
     const bool faulty = measure.faults.any();
-    _mm256_zeroupper();
+    const std::size_t bytes = leaveWith(length + measure.total());
     return faulty ? Progress{0, 0} : Progress{length, bytes};
 }
 

@@ -577,8 +577,7 @@ QZSTRING_KERNEL std::size_t measureShort(const char* source, std::size_t length)
     }
     const Constants& constant = inMemory();
     const bool faulty = anyFault(_mm512_or_si512(faultsOf(bytes, constant), incompleteAtEnd(bytes.at)));
-    const std::size_t characters = length - countContinuations(bytes.at, kAll, constant);
-    _mm256_zeroupper();
+    const std::size_t characters = leaveWith(length - countContinuations(bytes.at, kAll, constant));
     return faulty ? kFailure : characters;
 }
 
@@ -623,10 +622,10 @@ QZSTRING_KERNEL std::size_t measureTwo(const char* source, std::size_t length) {
     const Bytes last = loadLast(source, length);
     const __m512i faults = _mm512_ternarylogic_epi32(faultsOf(first, constant), faultsOf(last, constant),
                                                      incompleteAtEnd(last.at), 0xFE);
-    const std::size_t characters = length - countContinuations(first.at, kAll, constant) -
-                                   countContinuations(last.at, ~lowBits(2 * kBlock - length), constant);
     const bool faulty = anyFault(faults);
-    _mm256_zeroupper();
+    const std::size_t characters =
+        leaveWith(length - countContinuations(first.at, kAll, constant) -
+                  countContinuations(last.at, ~lowBits(2 * kBlock - length), constant));
     return faulty ? kFailure : characters;
 }
 

@@ -288,9 +288,8 @@ QZSTRING_KERNEL std::size_t lanesFrom(__m512i characters, int limit) {
 QZSTRING_KERNEL std::size_t measureVector(const wchar_t* source, std::size_t length) {
     const __m512i characters = _mm512_maskz_loadu_epi32(lowLanes(length), source);
     const bool faulty = anyIllFormed(characters);
-    const std::size_t bytes =
-        length + lanesFrom(characters, 0x80) + lanesFrom(characters, 0x800) + lanesFrom(characters, 0x10000);
-    _mm256_zeroupper();
+    const std::size_t bytes = leaveWith(length + lanesFrom(characters, 0x80) + lanesFrom(characters, 0x800) +
+                                        lanesFrom(characters, 0x10000));
     return faulty ? kFailure : bytes;
 }
 
@@ -361,9 +360,8 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t measureEncoded(const wchar_t* sour
             measure.add(loadPart(source + at, end - at));
         end = begin;
     }
-    bytes += measure.total();
     const bool faulty = measure.faults.any();
-    _mm256_zeroupper();
+    bytes = leaveWith(bytes + measure.total());
     return faulty ? kFailure : bytes;
 }
 
@@ -376,9 +374,8 @@ QZSTRING_KERNEL std::size_t measurePart(const wchar_t* source, std::size_t lengt
     }
     Measure measure;
     measure.addBeyondAscii(part);
-    const std::size_t bytes = length + measure.totalOfBlock();
     const bool faulty = measure.faults.any();
-    _mm256_zeroupper();
+    const std::size_t bytes = leaveWith(length + measure.totalOfBlock());
     return faulty ? kFailure : bytes;
 }
 

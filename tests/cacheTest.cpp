@@ -468,18 +468,25 @@ TEST_F(Cache, SurvivesFailingAllocations) {
         failEveryAllocation([] { return cached(kUTF8); },
                             [&](IString& s) { s.assign(text.c_str(), kUTF8, &(ok = true)); }, isAsBefore);
     }
-    failEveryAllocation(
-        [] {
-            IString s(1100000, L'x');
-            s.asMultibyte(kMultibyte);
-            Allocations::failAt(0);
-            return s;
-        },
-        [&](IString& s) { s.asMultibyte(kUTF8, &(ok = true)); },
-        [&](IString& s) {
-            EXPECT_FALSE(ok);
-            EXPECT_TRUE(isValid(s, kMultibyte));
-        });
+    for (const unsigned int length : {100U, 1100000U}) {
+        failEveryAllocation(
+            [length] {
+                converters().announced = 0;
+                IString s(length, L'x');
+                s.asMultibyte(kMultibyte);
+                Allocations::failAt(0);
+                return s;
+            },
+            [&](IString& s) {
+                converters().announced = 2 * length;  // more than the cache has room for
+                s.asMultibyte(kUTF8, &(ok = true));
+            },
+            [&](IString& s) {
+                EXPECT_FALSE(ok);
+                EXPECT_TRUE(isValid(s, kMultibyte));
+            });
+    }
+    converters().announced = 0;
     // Copies take text and cache, or nothing.
     IString source(L"a text that is too long to be kept inside the string object");
     source.asUTF8();

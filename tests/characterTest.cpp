@@ -133,6 +133,7 @@ TEST(Character, RunsMapAsCharactersDo) {
             texts.back()[c % 40] = character;
         }
     }
+    texts.push_back(L'\u4E00' + std::wstring(40, L'A'));
     std::mt19937 random(3);
     for (int round = 0; round < 500; ++round) {
         static constexpr std::uint32_t kFirst[] = {0,       0,       0xC0,       0x400,     0x510,
