@@ -5,7 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 
-#define QZSTRING_TARGET __attribute__((target("avx2,bmi,bmi2,lzcnt,popcnt")))
+#include "common/features.h"
+
+#define QZSTRING_FEATURES(X) X("avx2") X("bmi") X("bmi2") X("popcnt")
+#define QZSTRING_TARGET QZSTRING_TARGET_OF(QZSTRING_FEATURES)
 
 #include "primitives/x86.h"
 

@@ -9,9 +9,13 @@
 #include <cstddef>
 #include <cstdint>
 
-#define QZSTRING_TARGET    \
-    __attribute__((target( \
-        "avx512f,avx512bw,avx512dq,avx512vl,avx512cd,avx512vbmi,avx512vbmi2,gfni,bmi,bmi2,lzcnt,popcnt")))
+#include "common/features.h"
+
+#define QZSTRING_FEATURES(X)                                                                           \
+    X("avx512f")                                                                                       \
+    X("avx512bw") X("avx512dq") X("avx512vl") X("avx512cd") X("avx512vbmi") X("avx512vbmi2") X("gfni") \
+        X("bmi") X("bmi2") X("popcnt")
+#define QZSTRING_TARGET QZSTRING_TARGET_OF(QZSTRING_FEATURES)
 
 #include "primitives/x86.h"
 

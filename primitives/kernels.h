@@ -25,6 +25,9 @@ struct Progress {
     std::size_t read;     // source elements
     std::size_t written;  // destination elements, or those it would take
 };
+constexpr Progress operator+(const Progress& a, const Progress& b) {
+    return {a.read + b.read, a.written + b.written};
+}
 
 struct Kernels {
     const char* name;

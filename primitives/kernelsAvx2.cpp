@@ -14,8 +14,8 @@ namespace {
 
 bool usable() {
     __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
-           __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("popcnt");
+    QZSTRING_FEATURES(QZSTRING_REQUIRE_FEATURE)
+    return true;
 }
 
 template <class Char>

@@ -23,11 +23,8 @@ namespace {
 
 bool usable() {
     __builtin_cpu_init();
-    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-           __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl") &&
-           __builtin_cpu_supports("avx512cd") && __builtin_cpu_supports("avx512vbmi") &&
-           __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("gfni") &&
-           __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2");
+    QZSTRING_FEATURES(QZSTRING_REQUIRE_FEATURE)
+    return true;
 }
 
 // ---- ASCII ----

@@ -354,13 +354,8 @@ QZSTRING_TARGET Progress measureVectors(const char* source, std::size_t length) 
         at += count;
         characters += begun;
     }
-    if (utf8::endsInside(source, source + at)) {
-        // Characters were counted by their lead bytes: not so the one that goes on past this place.
-        at = static_cast<std::size_t>(utf8::lastCharacter(source + at) - source);
-        --characters;
-    }
     Vector::leave();
-    return {at, characters};
+    return utf8::withoutCutCharacter(source, {at, characters});
 }
 
 // ---- The kernels ----
@@ -440,9 +435,8 @@ Progress decode(const char* source, std::size_t length, wchar_t* destination, st
         blocks = decodeShort<Vector>(source, length, destination, capacity);
     if (blocks.read == length)
         return blocks;
-    const Progress rest = utf8::decode(source + blocks.read, length - blocks.read,
-                                       destination + blocks.written, capacity - blocks.written);
-    return {blocks.read + rest.read, blocks.written + rest.written};
+    return blocks + utf8::decode(source + blocks.read, length - blocks.read, destination + blocks.written,
+                                 capacity - blocks.written);
 }
 
 template <class Vector>
@@ -454,8 +448,7 @@ Progress decodedLength(const char* source, std::size_t length) {
         blocks = measureShort<Vector>(source, length);
     if (blocks.read == length)
         return blocks;
-    const Progress rest = utf8::decodedLength<wchar_t>(source + blocks.read, length - blocks.read);
-    return {blocks.read + rest.read, blocks.written + rest.written};
+    return blocks + utf8::decodedLength<wchar_t>(source + blocks.read, length - blocks.read);
 }
 
 template <class Vector>
@@ -463,9 +456,8 @@ Progress encode(const wchar_t* source, std::size_t length, char* destination, st
     const Progress blocks = Vector::encode(source, length, destination, capacity);
     if (blocks.read == length)
         return blocks;
-    const Progress rest = utf8::encode(source + blocks.read, length - blocks.read,
-                                       destination + blocks.written, capacity - blocks.written);
-    return {blocks.read + rest.read, blocks.written + rest.written};
+    return blocks + utf8::encode(source + blocks.read, length - blocks.read, destination + blocks.written,
+                                 capacity - blocks.written);
 }
 
 template <class Vector>
@@ -473,8 +465,7 @@ Progress encodedLength(const wchar_t* source, std::size_t length) {
     const Progress blocks = Vector::measureEncoded(source, length);
     if (blocks.read == length)
         return blocks;
-    const Progress rest = utf8::encodedLength(source + blocks.read, length - blocks.read);
-    return {blocks.read + rest.read, blocks.written + rest.written};
+    return blocks + utf8::encodedLength(source + blocks.read, length - blocks.read);
 }
 
 }  // namespace qzString::kernels::blocks

@@ -104,6 +104,14 @@ inline const char* lastCharacter(const char* end) {
     return end;
 }
 
+// How far a check came that counts characters by their lead bytes, without the one that goes on past its end.
+inline kernels::Progress withoutCutCharacter(const char* source, kernels::Progress reached) {
+    const char* const at = source + reached.read;
+    if (!endsInside(source, at))
+        return reached;
+    return {static_cast<std::size_t>(lastCharacter(at) - source), reached.written - 1};
+}
+
 // How far a decoder came that writes a character in the block in which it ends, seen from before a block that
 // it refuses. The last character before that block has been written where no continuation follows, complete
 // or not; the place goes back to its beginning where it is still to be written, or is not whole. After ASCII

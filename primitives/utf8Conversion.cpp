@@ -31,7 +31,7 @@ std::size_t decodeSubstituting(const char* source, std::size_t length, wchar_t* 
             kernel.decode(rest, sound.read, to, sound.written, nullptr);
         if (total.read == length)
             return total.written;
-        total.read += utf8::decodeCharacter(source + total.read, length - total.read).length;
+        total.read += utf8::illFormedLength(source + total.read, length - total.read);
         ++total.written;
         replaced = true;
         if (!hasRoom(total))

@@ -539,12 +539,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress measureLong(const char* source, std::
     _mm256_zeroupper();
     if (sound)
         return {length, checked.written + (length - checked.read) - continued};
-    if (utf8::endsInside(source, source + checked.read)) {
-        // Characters were counted by their lead bytes: not so the one that goes on past this place.
-        checked.read = static_cast<std::size_t>(utf8::lastCharacter(source + checked.read) - source);
-        --checked.written;
-    }
-    return checked;
+    return utf8::withoutCutCharacter(source, checked);
 }
 
 // ---- Decoding up to one block ----
@@ -660,8 +655,7 @@ QZSTRING_TARGET unsigned int decodedLength(const char* source, std::size_t lengt
 // The portable code finds the place of a fault.
 Progress wellFormed(const char* source, std::size_t length) {
     const Progress checked = length <= kBlock ? Progress{0, 0} : measureLong(source, length, 0);
-    const Progress rest = utf8::decodedLength<wchar_t>(source + checked.read, length - checked.read);
-    return {checked.read + rest.read, checked.written + rest.written};
+    return checked + utf8::decodedLength<wchar_t>(source + checked.read, length - checked.read);
 }
 
 }  // namespace qzString::kernels::avx512

@@ -20,35 +20,16 @@ using kernels::Progress;
 using output::Counter;
 using output::Writer;
 
-// One character of UTF-8. Where it is ill-formed, `length` is that of the maximal part to be replaced by one
-// U+FFFD.
-struct Decoded {
-    char32_t value;
-    unsigned length;
-    bool valid;
-};
-
-inline Decoded decodeCharacter(const char* text, std::size_t available) {
+// The bytes at the beginning of ill-formed text that one U+FFFD replaces: those that could begin a character,
+// or a single one. Only the second byte's range depends on the first.
+inline std::size_t illFormedLength(const char* text, std::size_t available) {
     const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char lead = byte(0);
-    if (lead < 0x80)
-        return {lead, 1, true};
-    if (lead < 0xC2 || lead > 0xF4)
-        return {0, 1, false};
-    const unsigned length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    // Only the second byte's range depends on the lead.
     const unsigned char lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
     const unsigned char highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-    if (available < 2 || byte(1) < lowest || byte(1) > highest)
-        return {0, 1, false};
-    char32_t value = lead & (0x7FU >> length);
-    value = value << 6 | (byte(1) & 0x3FU);
-    for (unsigned i = 2; i < length; ++i) {
-        if (i >= available || (byte(i) & 0xC0) != 0x80)
-            return {0, i, false};
-        value = value << 6 | (byte(i) & 0x3FU);
-    }
-    return {value, length, true};
+    if (lead < 0xE0 || lead > 0xF4 || available < 2 || byte(1) < lowest || byte(1) > highest)
+        return 1;
+    return lead < 0xF0 || available < 3 || (byte(2) & 0xC0) != 0x80 ? 2 : 3;
 }
 
 // Every length has a branch and an exit of its own: a length that is computed would make each character wait

@@ -5,7 +5,10 @@
 
 #include <immintrin.h>
 
-#define QZSTRING_TARGET __attribute__((target("avx2,bmi,lzcnt,popcnt")))
+#include "common/features.h"
+
+#define QZSTRING_FEATURES(X) X("avx2") X("bmi")
+#define QZSTRING_TARGET QZSTRING_TARGET_OF(QZSTRING_FEATURES)
 #define QZSTRING_LEAVE() _mm256_zeroupper()
 #include "string/scanLoops.h"
 
@@ -14,7 +17,8 @@ namespace {
 
 bool usable() {
     __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi");
+    QZSTRING_FEATURES(QZSTRING_REQUIRE_FEATURE)
+    return true;
 }
 
 QZSTRING_TARGET inline __m256i load(const void* p) {

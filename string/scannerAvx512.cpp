@@ -8,7 +8,10 @@
 #endif
 #include <immintrin.h>
 
-#define QZSTRING_TARGET __attribute__((target("avx512f,avx512bw,avx512vl,bmi,bmi2,lzcnt,popcnt")))
+#include "common/features.h"
+
+#define QZSTRING_FEATURES(X) X("avx512f") X("avx512bw") X("avx512vl") X("bmi") X("bmi2")
+#define QZSTRING_TARGET QZSTRING_TARGET_OF(QZSTRING_FEATURES)
 #define QZSTRING_LEAVE() _mm256_zeroupper()
 #include "string/scanLoops.h"
 
@@ -17,8 +20,8 @@ namespace {
 
 bool usable() {
     __builtin_cpu_init();
-    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("bmi2");
+    QZSTRING_FEATURES(QZSTRING_REQUIRE_FEATURE)
+    return true;
 }
 
 struct Bytes {

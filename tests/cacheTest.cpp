@@ -411,7 +411,7 @@ TEST_F(Cache, CopiesTheForm) {
 TEST_F(Cache, TakesScratchMemoryFromTheStackUpToItsLimits) {
     constexpr unsigned int kWideLimit = 262144;
     constexpr unsigned int kByteLimit = 1048576;
-    const auto decodeAllocations = [](unsigned int length) {
+    static const auto decodeAllocations = [](unsigned int length) {
         const std::string text(length, 'x');
         IString s;
         s.reserve(length);
@@ -420,7 +420,7 @@ TEST_F(Cache, TakesScratchMemoryFromTheStackUpToItsLimits) {
         EXPECT_EQ(s.length(), length);
         return Allocations::count();
     };
-    const auto encodeAllocations = [](unsigned int length) {
+    static const auto encodeAllocations = [](unsigned int length) {
         IString s(length, L'x');
         s.asMultibyte(kUTF8);  // the cache has its room
         Allocations::failAt(0);
@@ -436,14 +436,15 @@ TEST_F(Cache, TakesScratchMemoryFromTheStackUpToItsLimits) {
     EXPECT_EQ(encodeAllocations(kByteLimit - 1), 0);
     EXPECT_EQ(encodeAllocations(kByteLimit), 1);
 
-    // 128 KiB are no room for a scratch buffer of a megabyte.
+    // A stack of 256 KiB has no room for the 800 KB that decoding takes, nor for the 200 KB of encoding.
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, 256 << 10);
     pthread_t thread;
     const auto convertThere = [](void*) -> void* {
-        IString s(std::string(200000, 'x').c_str(), kUTF8);
-        EXPECT_EQ(s.asMultibyteStoreSize(kUTF8), 200001U);
+        decodeAllocations(1);
+        EXPECT_EQ(decodeAllocations(200000), 1);
+        EXPECT_EQ(encodeAllocations(200000), 1);
         return nullptr;
     };
     ASSERT_EQ(pthread_create(&thread, &attributes, convertThere, nullptr), 0);
