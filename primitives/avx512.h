@@ -11,17 +11,18 @@
 
 #include "common/features.h"
 
-#define QZSTRING_FEATURES(X)                                                                           \
-    X("avx512f")                                                                                       \
-    X("avx512bw") X("avx512dq") X("avx512vl") X("avx512cd") X("avx512vbmi") X("avx512vbmi2") X("gfni") \
-        X("bmi") X("bmi2") X("popcnt")
+// clang-format off
+#define QZSTRING_FEATURES(X) \
+    X("avx512f") X("avx512bw") X("avx512dq") X("avx512vl") X("avx512cd") X("avx512vbmi") X("avx512vbmi2") \
+    X("gfni") X("bmi") X("bmi2") X("popcnt")
+// clang-format on
 #define QZSTRING_TARGET QZSTRING_TARGET_OF(QZSTRING_FEATURES)
 
 #include "primitives/x86.h"
 
 namespace qzString::kernels {
 
-// The lowest `count` bits, up to 255; all of them from 64 and from 16 up.
+// A mask of the lowest `count` bits, or lanes: of all where there are fewer. `count` is up to 255.
 QZSTRING_KERNEL std::uint64_t lowBits(std::size_t count) {
     return _bzhi_u64(~std::uint64_t{0}, count);
 }
@@ -35,8 +36,8 @@ QZSTRING_KERNEL __m512i table(const void* entries) {
     return _mm512_load_si512(entries);
 }
 
-// A constant that a loop keeps in a register: its origin is hidden from the compiler, which would otherwise
-// make it anew in every block, on the port that the shuffles need.
+// A value whose origin is hidden from the compiler. It would otherwise make a loop's constant anew in every
+// block, on the port that the shuffles need, and load again what several instructions take.
 QZSTRING_KERNEL __m512i kept(__m512i constant) {
     asm("" : "+v"(constant));
     return constant;
@@ -55,14 +56,14 @@ QZSTRING_KERNEL __m512i everywhere() {
     return lanes;
 }
 
-// A byte, and an element of 16 or 32 bits, as often as 64 bits hold it.
-constexpr std::uint64_t bytesOf(unsigned char byte) {
+// A value of 8, 16 or 32 bits, repeated to fill 64.
+constexpr std::uint64_t repeat8(unsigned char byte) {
     return 0x0101010101010101U * byte;
 }
-constexpr std::uint64_t unitsOf(std::uint16_t unit) {
+constexpr std::uint64_t repeat16(std::uint16_t unit) {
     return 0x0001000100010001U * unit;
 }
-constexpr std::uint64_t lanesOf(std::uint32_t lane) {
+constexpr std::uint64_t repeat32(std::uint32_t lane) {
     return 0x0000000100000001U * lane;
 }
 

@@ -6,8 +6,8 @@
 // primitives/characterTables.h.
 //
 // The one-character forms answer for ASCII inline, so that loops over them compile to vector code. The run
-// forms do the same to `count` characters with the processor's widest registers: a few characters per cycle
-// in every script.
+// forms do the same to `count` characters in the widest registers that the processor has; ASCII and scripts
+// without case are the fastest.
 #ifndef QZSTRING_PRIMITIVES_CHARACTER_H
 #define QZSTRING_PRIMITIVES_CHARACTER_H
 
@@ -79,7 +79,7 @@ constexpr Char flipAsciiCase(Char c) noexcept {
     return isAscii(c) ? detail::flipAsciiCase<wchar_t, 'a'>(c) : detail::toWideUpper(c);
 }
 
-// True when all `count` characters are ASCII; reads no further than the block of the first that is not.
+// True when all `count` characters are ASCII; stops soon behind the first that is not.
 [[nodiscard]] QZSTRING_EXPORT bool isAscii(const char* text, std::size_t count) noexcept;
 [[nodiscard]] QZSTRING_EXPORT bool isAscii(const wchar_t* text, std::size_t count) noexcept;
 

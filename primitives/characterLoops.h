@@ -43,8 +43,8 @@ QZSTRING_INLINE wchar_t mapWide(wchar_t c) {
     return static_cast<wchar_t>((u & ~char32_t{0xFFFF}) | ((u + delta) & 0xFFFF));
 }
 
-// Runs of characters without case, those that text is written in: from Hebrew to Myanmar, from CJK to Yi, and
-// Hangul with what follows it. First and behind the last.
+// Ranges without case in which much text is written, the first character and the one behind the last: Hebrew
+// to Myanmar, CJK to Yi, Hangul with what follows it.
 inline constexpr char32_t kCaseless[][2] = {{0x590, 0x10A0}, {0x2E80, 0xA640}, {0xABC0, 0xFF21}};
 
 template <class Case>
@@ -60,13 +60,12 @@ constexpr bool isCaseless(const char32_t (&run)[2]) {
 // No branches, which lets loops of it be vectorised.
 template <class Case>
 QZSTRING_INLINE bool mayHaveCase(wchar_t c) {
+    static_assert(isCaseless<Case>(kCaseless[0]) && isCaseless<Case>(kCaseless[1]) &&
+                  isCaseless<Case>(kCaseless[2]));
     const auto u = static_cast<std::uint32_t>(c);
     unsigned may = static_cast<unsigned>(u >= 0x80) & static_cast<unsigned>(u < Case::kLimit);
-    for (const auto& run : kCaseless) {
-        static_assert(isCaseless<Case>(kCaseless[0]) && isCaseless<Case>(kCaseless[1]) &&
-                      isCaseless<Case>(kCaseless[2]));
+    for (const auto& run : kCaseless)
         may &= static_cast<unsigned>(u - run[0] >= run[1] - run[0]);
-    }
     return may != 0;
 }
 

@@ -25,7 +25,8 @@
 namespace qzString {
 
 // `substitute`: each maximal ill-formed part becomes one U+FFFD (Unicode Standard, section 3.9, "U+FFFD
-// Substitution of Maximal Subparts") and the conversion goes on; `*ok` then says that there was none.
+// Substitution of Maximal Subparts") and the conversion goes on; `*ok` then says that there was none: only
+// (0, false) is a failure.
 QZSTRING_EXPORT unsigned int UTF8toWCS(const char* source, unsigned int sourceLength, wchar_t* destination,
                                        unsigned int capacity, bool substitute, bool* ok);
 QZSTRING_EXPORT unsigned int WCStoUTF8(const wchar_t* source, unsigned int sourceLength, char* destination,

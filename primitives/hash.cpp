@@ -36,9 +36,9 @@ std::uint64_t read64(const unsigned char* at) {
     return qz::detail::readWord<std::uint64_t>(at);
 }
 
-// That of XXH64. Where many parts are added up, the low bits of what avalanche() makes of two sums differ by
-// too few different values (SMHasher3, "Permutation", with blocks of 8 bytes, which XXH3 fails).
-std::uint64_t avalancheTwice(std::uint64_t hash) {
+// The end of XXH64. With many parts in the sum, that of XXH3 leaves too few different low bits between the
+// hashes of similar texts (SMHasher3, "Permutation", with blocks of 8 bytes, which XXH3 itself fails).
+std::uint64_t avalancheXxh64(std::uint64_t hash) {
     hash ^= hash >> 33;
     hash *= kPrime64[1];
     hash ^= hash >> 29;
@@ -46,14 +46,14 @@ std::uint64_t avalancheTwice(std::uint64_t hash) {
     return hash ^ (hash >> 32);
 }
 
-// 129 to 224 bytes. In one run of branches: told that the first ones are not taken, g++ 12 computes all
+// 129 to 224 bytes; where in the secret is as XXH3 has it for 129 to 240. In one run of branches: told that the first ones are not taken, g++ 12 computes all
 // products first and keeps them on the stack.
 QZSTRING_NOINLINE std::uint64_t hashParts(const unsigned char* p, std::size_t length) {
     std::uint64_t sum = length * kPrime64[0] + mix(p + length - 16, kSecret + 119);
     sum = mixAll<0, 128>(p, length, kSecret, sum);
     if (length > 144)
         sum = mixAll<0, 80>(p + 128, length - 128, kSecret + 3, sum);
-    return avalancheTwice(sum);
+    return avalancheXxh64(sum);
 }
 
 // 225 to 384 bytes.

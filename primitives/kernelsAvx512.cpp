@@ -29,7 +29,7 @@ bool usable() {
 
 // ---- ASCII ----
 
-// Whether any byte of 4 x 64, or wide element of 4 x 16, is not ASCII, by the bits that ASCII never has.
+// Whether a vector has any of these bits in any lane of 32; of bytes and of wide elements that ASCII never has.
 template <int kBits>
 QZSTRING_KERNEL bool anyBits(__m512i vector) {
     return _mm512_test_epi32_mask(vector, _mm512_set1_epi32(kBits)) != 0;
@@ -133,10 +133,12 @@ class Mapping<Case, wchar_t> {
     // The lanes whose characters are beyond ASCII, below the table's limit, and not among those in its middle
     // that have no case.
     QZSTRING_KERNEL static __mmask16 mayHaveCase(__m512i characters) {
-        const __m512i fromCaseless = _mm512_sub_epi32(characters, _mm512_set1_epi32(0x2E80));
+        const auto first = static_cast<int>(loops::kCaseless[1][0]);
+        const auto end = static_cast<int>(loops::kCaseless[1][1]);
+        const __m512i fromCaseless = _mm512_sub_epi32(characters, _mm512_set1_epi32(first));
         const __mmask16 others =
             _mm512_mask_cmpge_epu32_mask(_mm512_test_epi32_mask(characters, _mm512_set1_epi32(-0x80)),
-                                         fromCaseless, _mm512_set1_epi32(0xA640 - 0x2E80));
+                                         fromCaseless, _mm512_set1_epi32(end - first));
         return _mm512_mask_cmplt_epu32_mask(others, characters,
                                             _mm512_set1_epi32(static_cast<int>(Case::kLimit)));
     }
@@ -232,10 +234,10 @@ QZSTRING_TARGET void mapRun(Char* text, std::size_t count) noexcept {
 QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const char*) {
     const __m512i difference = _mm512_xor_si512(a, b);
     const __m512i fromFirst =
-        _mm512_sub_epi8(_mm512_or_si512(a, everywhere<bytesOf(0x20)>()), everywhere<bytesOf('a')>());
-    const __mmask64 letters = _mm512_cmplt_epu8_mask(fromFirst, everywhere<bytesOf(26)>());
-    const __m512i inAny = everywhere<bytesOf(0xFF)>();
-    const __m512i inLetters = everywhere<bytesOf(0xDF)>();
+        _mm512_sub_epi8(_mm512_or_si512(a, everywhere<repeat8(0x20)>()), everywhere<repeat8('a')>());
+    const __mmask64 letters = _mm512_cmplt_epu8_mask(fromFirst, everywhere<repeat8(26)>());
+    const __m512i inAny = everywhere<repeat8(0xFF)>();
+    const __m512i inLetters = everywhere<repeat8(0xDF)>();
     return _mm512_test_epi8_mask(difference, _mm512_mask_mov_epi8(inAny, letters, inLetters));
 }
 

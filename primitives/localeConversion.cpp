@@ -2,16 +2,14 @@
 //
 // Three things make this more than a loop over them:
 // - A multibyte character can stand for two wide ones, and two wide characters can share one multibyte
-// character
-//   (BIG5-HKSCS 88 62 is U+00CA U+0304). The C functions then report 0 elements for one of the two and keep
-//   it in the state. So 0 means NUL only where the character is NUL, and the end of the text has to be
-//   flushed.
+//   character (BIG5-HKSCS 88 62 is U+00CA U+0304). The C functions then report 0 elements for one of the two
+//   and keep it in the state. So 0 means NUL only where the character is NUL, and the end of the text has to
+//   be flushed.
 // - The C functions cost a call per character. Where the code set is UTF-8 the text takes the library's own
-// road,
-//   which is also stricter; elsewhere runs of ASCII are copied, once ASCII has been seen to mean itself.
+//   conversion, which is also stricter; elsewhere runs of ASCII are copied, once ASCII has been seen to mean
+//   itself.
 // - Some platforms turn bytes they cannot decode into surrogates, or accept code points above U+10FFFF. Those
-// are no
-//   characters: the text does not convert.
+//   are no characters: the text does not convert.
 #include <langinfo.h>
 
 #include <climits>

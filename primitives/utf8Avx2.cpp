@@ -4,7 +4,8 @@
 // right-aligned; for each combination of four lengths a table has the shuffle that moves the bytes in use to
 // the front. Characters below U+10000 are spread in 16-bit lanes, those below U+0800 stay in them, eight a
 // shuffle. Ill-formed characters are noticed at the end. Stores are 16 bytes whole while what is still to
-// come is sure to fill them, else of the bytes in use, in two words that may overlap.
+// come is sure to fill them, else of the bytes in use, in two words that may overlap. The last characters are
+// loaded under a mask, so that nothing behind the text is read.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_X86
@@ -300,9 +301,9 @@ struct Encoding {
     std::size_t later = 0;  // characters that follow
     std::size_t written = 0;
 
-    // Some bytes of characters that begin at the one given, packed to the front, `count` with those of the
-    // characters that do not count, which are a byte each. Where kAmply, there is room for 16 bytes, and as
-    // many will be written later. False where there is no room.
+    // Stores the bytes of kCharacters characters, the first of which is number `begin` of the sixteen. `count`
+    // takes in a byte for each character that does not count, which is taken off here. Where kAmply, there is
+    // room for 16 bytes, and as many will be written later. False where there is no room.
     template <bool kAmply, std::size_t kCharacters>
     QZSTRING_KERNEL bool put(__m128i packed, std::size_t count, std::size_t begin) {
         if (kAmply) {
@@ -356,8 +357,8 @@ QZSTRING_KERNEL bool encodeEight(__m256i c, std::size_t begin, Encoding& encodin
         lanesOf(0x80C00000), _mm256_xor_si256(_mm256_and_si256(three, lanesOf(0x80C00000 ^ 0x8080E000)),
                                               _mm256_and_si256(four, lanesOf(0x8080E000 ^ 0x808080F0))));
     const __m256i bytes = _mm256_blendv_epi8(_mm256_slli_epi32(c, 24), _mm256_or_si256(fields, tags), two);
-    // The bytes beyond the first as a number of two bits: the upper from three bytes on, the lower of two and
-    // of four.
+    // The number of bytes beyond the first, in two bits: the upper is set from three bytes on, the lower where
+    // there are two or four.
     const __m256i lower = _mm256_xor_si256(two, _mm256_xor_si256(three, four));
     const std::uint32_t lengths =
         topBits(_mm256_packs_epi16(_mm256_blend_epi16(lower, three, 0xAA), _mm256_setzero_si256()));
@@ -486,10 +487,10 @@ QZSTRING_TARGET Progress encodeBlocks(const wchar_t* source, std::size_t length,
 struct Measure {
     EncodingFaults faults;
     std::size_t twos = 0;
-    __m256i fewer;  // minus the ones less, in 16 bits
-    __m256i less;   // the ones less, and minus the ones more, in 32 bits, far from their limits
+    __m256i minusSaved16;  // minus the ones less, in lanes of 16 bits
+    __m256i saved32;       // the ones less, and minus the ones more, in lanes of 32, far from their limits
 
-    QZSTRING_KERNEL Measure() : fewer(_mm256_setzero_si256()), less(_mm256_setzero_si256()) {}
+    QZSTRING_KERNEL Measure() : minusSaved16(_mm256_setzero_si256()), saved32(_mm256_setzero_si256()) {}
 
     // In 16 bits, what is above U+FFFF is U+FFFF, or zero if it is a fault. At most 2^14 times without
     // carry().
@@ -498,17 +499,18 @@ struct Measure {
         faults.largest = _mm256_max_epu32(faults.largest, _mm256_max_epu32(a, b));
         faults.seeUnits(units);
         twos += 16;
-        fewer = _mm256_add_epi16(fewer, _mm256_add_epi16(unitsUpTo(units, 0x7F), unitsUpTo(units, 0x7FF)));
-        less = _mm256_add_epi32(less, _mm256_add_epi32(_mm256_cmpgt_epi32(a, lanesOf(0xFFFF)),
-                                                       _mm256_cmpgt_epi32(b, lanesOf(0xFFFF))));
+        minusSaved16 =
+            _mm256_add_epi16(minusSaved16, _mm256_add_epi16(unitsUpTo(units, 0x7F), unitsUpTo(units, 0x7FF)));
+        saved32 = _mm256_add_epi32(saved32, _mm256_add_epi32(_mm256_cmpgt_epi32(a, lanesOf(0xFFFF)),
+                                                             _mm256_cmpgt_epi32(b, lanesOf(0xFFFF))));
     }
     QZSTRING_KERNEL void carry() {
-        less = _mm256_sub_epi32(less, _mm256_madd_epi16(fewer, unitsOf(1)));
-        fewer = _mm256_setzero_si256();
+        saved32 = _mm256_sub_epi32(saved32, _mm256_madd_epi16(minusSaved16, unitsOf(1)));
+        minusSaved16 = _mm256_setzero_si256();
     }
     [[nodiscard]] QZSTRING_KERNEL std::size_t total() const {
-        const __m256i wide =
-            _mm256_add_epi64(_mm256_cvtepi32_epi64(half(less, 0)), _mm256_cvtepi32_epi64(half(less, 1)));
+        const __m256i wide = _mm256_add_epi64(_mm256_cvtepi32_epi64(half(saved32, 0)),
+                                              _mm256_cvtepi32_epi64(half(saved32, 1)));
         const __m128i two = _mm_add_epi64(half(wide, 0), half(wide, 1));
         return 2 * twos - static_cast<std::size_t>(_mm_cvtsi128_si64(two) + _mm_extract_epi64(two, 1));
     }

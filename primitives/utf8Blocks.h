@@ -126,7 +126,7 @@ struct Last {
                          const typename Vector::Constants& constant) {
         constexpr std::size_t kBlock = Vector::kBlock;
         constexpr auto kAll = static_cast<std::uint32_t>((std::uint64_t{1} << kBlock) - 1);
-        char copy[3 + kBlock + 2] = {};
+        char copy[3 + kBlock + 2] = {};  // zeros to look back on, and the longest such text
         const char* block = source + length - kBlock;
         if (length < kBlock + 3) {
             block = copy + sizeof copy - kBlock;
@@ -139,7 +139,7 @@ struct Last {
 };
 
 // Widens whole blocks of ASCII while they last and fit, and returns how many bytes that were. Long runs are
-// brought to the destination's cache lines first: a store across two lines costs twice.
+// brought to the destination's cache lines behind the first block: a store across two lines costs twice.
 template <class Vector>
 QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length, wchar_t* destination,
                                           std::size_t room) {
@@ -187,8 +187,8 @@ QZSTRING_KERNEL std::size_t storeRun(const char* source, std::size_t length, wch
     return count;
 }
 
-// A block that has none but characters of three or none but characters of four bytes, to judge by the places
-// where they end: where the first of them begins, counted from the block, and their width; else 0.
+// A block that, by the places where its characters end, has only such of three or only such of four bytes: where
+// the first of them begins, counted from the block, and their width; else 0.
 struct Run {
     int start;
     int width;
@@ -198,6 +198,7 @@ template <std::size_t kBlock>
 QZSTRING_KERNEL Run findRun(std::uint32_t ends) {
     constexpr auto kAll = static_cast<std::uint32_t>((std::uint64_t{1} << kBlock) - 1);
     const unsigned first = ends == 0 ? 0 : static_cast<unsigned>(__builtin_ctz(ends)) & 3;
+    // Every third bit, or every fourth.
     const int width = ends == (0x49249249U << first & kAll)   ? 3
                       : ends == (0x11111111U << first & kAll) ? 4
                                                               : 0;
@@ -247,7 +248,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size
             now.advance(run, run, true);
             continue;
         }
-        // At least a character of every four bytes: 32 more fill what a block may write too much.
+        // At least a character of every four bytes: 32 more hold the eight that a block may store too much.
         const bool muchFollows = rest >= kBlock + 32;
         std::size_t count = kRefused;
         if (now.at >= 3 && rest > kBlock) {
@@ -279,7 +280,8 @@ QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size
     return width;
 }
 
-// Where a run decodes nothing, the text is ill-formed there, or does not fit.
+// Decodes blocks, and runs of characters of one width between them, as far as that goes. Where a run decodes
+// nothing, the text is ill-formed there, or does not fit, or there is too little of it for the run's loads.
 template <class Vector>
 QZSTRING_TARGET Progress decodeVectors(const char* source, std::size_t length, wchar_t* destination,
                                        std::size_t capacity) {
@@ -378,8 +380,8 @@ inline Words loadWords(const char* text, std::size_t length) {
     return words;
 }
 
-// A text of up to a block, in a vector with zeros before and behind it: what it lacks at its end shows there,
-// or is asked for where nothing is behind. Where it is ill-formed or does not fit, nothing is done.
+// A text of up to a block, in a vector with zeros before and behind it; a character that is cut off at the end
+// is asked for. Where the text is ill-formed or does not fit, nothing is done.
 template <class Vector>
 struct Short {
     std::uint32_t valid;

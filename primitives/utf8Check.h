@@ -1,10 +1,10 @@
 // The tables of the vector check of UTF-8: Keiser and Lemire, "Validating UTF-8 in less than one instruction
 // per byte", Software: Practice and Experience 51 (2021). Internal, not installed.
 //
-// A bit stands for a way in which two bytes in a row can be wrong. It survives the conjunction of three
-// look-ups, by the high and by the low half of the first byte and by the high half of the second, exactly
-// where they are wrong in that way. kTwoContinuations is an error but where a character of three or four
-// bytes wants a continuation byte there; a byte that wants one and does not get it shows by the same bit.
+// A bit stands for a way in which two bytes in a row can be wrong. Three tables, indexed by the high and by the
+// low nibble of the first byte and by the high nibble of the second, are ANDed: the bit survives exactly where
+// the two are wrong in that way. kTwoContinuations is an error but where a character of three or four bytes
+// wants a continuation byte there; a byte that wants one and does not get it shows by the same bit.
 #ifndef QZSTRING_PRIMITIVES_UTF8CHECK_H
 #define QZSTRING_PRIMITIVES_UTF8CHECK_H
 
@@ -14,16 +14,17 @@
 
 namespace qzString::utf8 {
 
-inline constexpr unsigned char kTooShort = 1;      // a lead byte, and no continuation
-inline constexpr unsigned char kTooLong = 2;       // ASCII, then a continuation
-inline constexpr unsigned char kOverlong3 = 4;     // E0 80..9F
-inline constexpr unsigned char kTooLarge = 8;      // F4 90..BF, F5.. 90..BF
-inline constexpr unsigned char kSurrogate = 16;    // ED A0..BF
-inline constexpr unsigned char kOverlong2 = 32;    // C0, C1
+inline constexpr unsigned char kTooShort = 1;    // a lead byte, and no continuation
+inline constexpr unsigned char kTooLong = 2;     // ASCII, then a continuation
+inline constexpr unsigned char kOverlong3 = 4;   // E0 80..9F
+inline constexpr unsigned char kTooLarge = 8;    // F4 90..BF, F5.. 90..BF
+inline constexpr unsigned char kSurrogate = 16;  // ED A0..BF
+inline constexpr unsigned char kOverlong2 = 32;  // C0, C1
+// One bit for both, as their second bytes are the same and the low nibbles of their first bytes are not.
 inline constexpr unsigned char kOverlong4 = 64;    // F0 80..8F
 inline constexpr unsigned char kTooLargeLow = 64;  // F5.. 80..8F
 inline constexpr unsigned char kTwoContinuations = 128;
-inline constexpr unsigned char kAnyLow = kTooShort | kTooLong | kTwoContinuations;  // whatever the low half
+inline constexpr unsigned char kAnyLow = kTooShort | kTooLong | kTwoContinuations;  // whatever the low nibble
 
 inline constexpr unsigned char kFirstHigh[16] = {
     kTooLong,
@@ -61,8 +62,8 @@ inline constexpr unsigned char kFirstLow[16] = {
     kAnyLow | kTooLarge | kTooLargeLow,
     kAnyLow | kTooLarge | kTooLargeLow,
 };
-inline constexpr unsigned char kContinued =
-    kTooLong | kOverlong2 | kTwoContinuations;  // whatever its quarter
+// Of every continuation byte, 80..8F, 90..9F or A0..BF.
+inline constexpr unsigned char kContinued = kTooLong | kOverlong2 | kTwoContinuations;
 inline constexpr unsigned char kSecondHigh[16] = {
     kTooShort,
     kTooShort,

@@ -67,7 +67,7 @@ constexpr long long tableWord(const unsigned char (&entries)[16], int at) {
 
 // The indices that take a byte to each of two lanes of 32 bits, four times.
 constexpr long long spreadWord(int byte) {
-    const std::uint64_t both = lanesOf(0x01010101) * static_cast<unsigned>(byte) + 0x0101010100000000;
+    const std::uint64_t both = repeat32(0x01010101) * static_cast<unsigned>(byte) + 0x0101010100000000;
     return static_cast<long long>(both);
 }
 
@@ -97,11 +97,11 @@ struct Places {
 // The constants of decoding. A loop copies them to registers, a text of one block takes them from memory; and
 // so does every text what only few blocks need, as there are not registers for all.
 struct Constants {
-    __m512i continuationEnd = kFilled<bytesOf(0xC0)>;
-    __m512i topBit = kFilled<bytesOf(0x80)>;
-    __m512i third = kFilled<bytesOf(0xE0 - 0x80)>;
-    __m512i fourth = kFilled<bytesOf(0xF0 - 0x80)>;
-    __m512i fourLead = kFilled<bytesOf(0xF0)>;
+    __m512i continuationEnd = kFilled<repeat8(0xC0)>;
+    __m512i topBit = kFilled<repeat8(0x80)>;
+    __m512i third = kFilled<repeat8(0xE0 - 0x80)>;
+    __m512i fourth = kFilled<repeat8(0xF0 - 0x80)>;
+    __m512i fourLead = kFilled<repeat8(0xF0)>;
     __m512i firstHigh = kNibbles<utf8::kFirstHigh>;
     __m512i firstLow = kNibbles<utf8::kFirstLow>;
     __m512i secondHigh = kNibbles<utf8::kSecondHigh>;
@@ -340,8 +340,9 @@ struct Widening {
     }
 };
 
-// Widens whole blocks of ASCII while they last and fit, and returns how many bytes that were. Long runs are
-// brought to the destination's cache lines first: a store across two lines costs twice.
+// Widens blocks of ASCII while they last and fit, and returns how many bytes that were. Long runs are brought to
+// the destination's cache lines first, by up to 15 characters that may be all: a store across two lines costs
+// twice.
 QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length, wchar_t* destination,
                                           std::size_t room) {
     const std::size_t most = length < room ? length : room;
@@ -434,7 +435,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t decodeLong(const char* source, std
     std::size_t written = at;
     std::size_t count = 0;
     __m512i faults = _mm512_setzero_si512();
-    if (at < 4) {
+    if (at < 4) {  // too near to the beginning for blocks that look back: anew
         at = firstPart(source, length);
         const Bytes bytes = loadFirst(source, kAll);
         const __mmask64 ends = endsBefore(_mm512_loadu_si512(source + 1), lowBits(at), constant);

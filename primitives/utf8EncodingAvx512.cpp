@@ -54,17 +54,17 @@ struct Constants {
         pairTag;
 
     QZSTRING_KERNEL Constants()
-        : beyondAscii(everywhere<lanesOf(0U - 0x80)>()),
-          beyondTwo(everywhere<lanesOf(0U - 0x800)>()),
-          surrogate(everywhere<lanesOf(0xD800)>()),
-          lowSix(everywhere<bytesOf(0x3F)>()),
+        : beyondAscii(everywhere<repeat32(0U - 0x80)>()),
+          beyondTwo(everywhere<repeat32(0U - 0x800)>()),
+          surrogate(everywhere<repeat32(0xD800)>()),
+          lowSix(everywhere<repeat8(0x3F)>()),
           fields(everywhere<kFields>()),
           tags(kept(table(kTags))),
           moreTags(kept(table(kTags + 16))),
-          leastUsed(everywhere<lanesOf(0x00808080)>()),
-          twoUnit(everywhere<unitsOf(0x80)>()),
-          sixBits(everywhere<unitsOf(0x3F00)>()),
-          pairTag(everywhere<unitsOf(0x80C0)>()) {}
+          leastUsed(everywhere<repeat32(0x00808080)>()),
+          twoUnit(everywhere<repeat16(0x80)>()),
+          sixBits(everywhere<repeat16(0x3F00)>()),
+          pairTag(everywhere<repeat16(0x80C0)>()) {}
 };
 
 // Remembers whether any character was a surrogate or above U+10FFFF.

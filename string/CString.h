@@ -10,8 +10,8 @@
 //
 // What holds for every member, unless its comment says otherwise:
 // - Positions, counts and lengths are `unsigned int` and count characters. `npos` as a count means up to the
-// end,
-//   as a result not found. A count that reaches past the end is cut there.
+//   end, as a result not found. A count that reaches past the end is cut there. Texts of 2^32 - 1 characters
+//   and more are not supported, and not looked for.
 // - A position equal to the length is valid where text is edited or extracted; a greater one raises
 //   std::out_of_range. Nothing else is checked: at() and operator[] trust their position.
 // - A null `const char*` stands for empty text. An argument may be, or point into, the string that is edited.

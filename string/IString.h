@@ -29,8 +29,8 @@
 
 namespace qzString {
 
-// The encodings of multibyte text. Any value but kUTF8 asks for that of the current locale; kNoEncoding is no
-// request: it marks a cache that holds nothing valid.
+// The encodings of multibyte text. Any value but kUTF8 asks for that of the current locale. kNoEncoding marks
+// a cache that holds nothing valid: what is asked for by it is not kept.
 enum Encoding : std::uint32_t { kMultibyte = 0, kUTF8 = 1, kNoEncoding = 3 };
 
 class QZSTRING_EXPORT IString {
@@ -75,8 +75,9 @@ class QZSTRING_EXPORT IString {
 
     // ---- Multibyte text, through the cache ----
 
-    // Makes the cache hold the text, NULs included, in the encoding; converts only where it does not already.
-    // `*ok` says whether the text could be encoded whole; a failure is not cached.
+    // Makes the cache hold the text, NULs included, in the encoding; converts only where it does not already: a
+    // form in the locale's encoding stays when the locale changes. `*ok` says whether the text could be encoded
+    // whole; a failure is not cached.
     void convertToMultibyte(Encoding encoding, bool* ok = nullptr) const;
     // The cached form, NUL-terminated and never null; after a failure usually empty. Valid until the string
     // changes or another encoding is asked for; asking again for the same one returns the same pointer.

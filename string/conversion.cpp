@@ -17,12 +17,12 @@ namespace {
 constexpr std::size_t kWideOnStack = 262144;
 constexpr std::size_t kBytesOnStack = 1048576;
 
-// Text of up to that many bytes goes through a buffer, which it is sure to fit: that saves measuring it, and
-// the zeroing of new storage.
+// Text of up to that many bytes goes through a buffer, which UTF-8 is sure to fit: that saves measuring it, and
+// the zeroing of new storage. In other encodings what does not fit is measured after all.
 constexpr std::size_t kShort = 1024;
 constexpr std::size_t kMostBytes = 4;  // of a character in UTF-8
-// Of the cache: where stores go across two lines, reading back what was just stored waits.
-constexpr std::size_t kLine = 64;
+// Bytes of a cache line of the processor: where stores go across two, reading back what was just stored waits.
+constexpr std::size_t kCacheLine = 64;
 
 struct Free {
     void operator()(char* memory) const { std::free(memory); }
@@ -61,9 +61,10 @@ template <class Char, class Convert>
 bool replaceByConverted(std::basic_string<Char>& target, unsigned int needed, std::size_t onStack,
                         Convert convert) {
     const std::size_t room = std::size_t{needed} + 1;
+    const unsigned int capacity = needed == UINT32_MAX ? needed : needed + 1;
     if (target.capacity() < needed) {
         std::basic_string<Char> fresh(room, Char{0});
-        const unsigned int written = convert(fresh.data(), static_cast<unsigned int>(room));
+        const unsigned int written = convert(fresh.data(), capacity);
         if (written == 0)
             return false;
         fresh.resize(written);
@@ -71,7 +72,7 @@ bool replaceByConverted(std::basic_string<Char>& target, unsigned int needed, st
         return true;
     }
     const Scratch<Char> scratch(QZSTRING_STACK_SCRATCH(room * sizeof(Char), onStack * sizeof(Char)), room);
-    const unsigned int written = convert(scratch.get(), static_cast<unsigned int>(room));
+    const unsigned int written = convert(scratch.get(), capacity);
     if (written == 0)
         return false;
     target.assign(scratch.get(), written);
@@ -93,7 +94,7 @@ bool IString::decode(const char* s, std::size_t length, Encoding encoding, bool*
     };
     try {
         if (length <= kShort) {
-            alignas(kLine) wchar_t buffer[kShort];
+            alignas(kCacheLine) wchar_t buffer[kShort];
             const unsigned int written = convert(buffer, kShort, ok);
             if (written != 0)
                 replaceBy(wideText, buffer, written);
@@ -178,7 +179,7 @@ void IString::convertToMultibyte(Encoding encoding, bool* ok) const {
     };
     unsigned int written = 0;
     if (wideText.size() <= kShort / kMostBytes) {
-        alignas(kLine) char buffer[kShort];
+        alignas(kCacheLine) char buffer[kShort];
         written = convert(buffer, kShort);
         if (written != 0)
             replaceBy(multibyteCache, buffer, written);
