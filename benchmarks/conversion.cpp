@@ -1,6 +1,7 @@
 // Conversion: the whole flow (size query, then conversion) by the library and its peers, and through the
 // class.
 #include <clocale>
+#include <cstdlib>
 #include <cwchar>
 #include <memory>
 #include <vector>
@@ -22,7 +23,8 @@ using qzString::IString;
 void addDecoders(const std::string& name, const std::string& bytes) {
     const auto source = std::make_shared<std::string>(bytes);
     const auto size = static_cast<unsigned int>(bytes.size());
-    const std::wstring expected = inputs::wide(bytes);
+    std::wstring expected(size, L'\0');
+    expected.resize(std::mbstowcs(expected.data(), bytes.c_str(), size));
     const auto room = std::make_shared<std::vector<wchar_t>>(size + 1);
     const auto decode = [=] {
         bool ok = false;
