@@ -37,6 +37,16 @@ inline constexpr std::size_t kScrambleSecret = 128;    // where in the secret th
 inline constexpr std::size_t kLastStripeSecret = 121;  // and the last stripe
 inline constexpr std::size_t kMergeSecret = 11;        // and the final merge
 
+// The secret, hidden from the compiler in every block: it would load all of it before the first one, and spill
+// it to the stack.
+QZSTRING_INLINE const unsigned char* freshSecret() {
+    const unsigned char* secret = kSecret;
+#if defined(__GNUC__) || defined(__clang__)
+    asm("" : "+r"(secret));
+#endif
+    return secret;
+}
+
 // `Lanes` holds the eight lanes in whatever the instruction set has and offers add(stripe, secret) and
 // scramble(secret). `length` is above kStripe.
 template <class Lanes>
@@ -44,9 +54,10 @@ QZSTRING_TARGET QZSTRING_INLINE void feed(Lanes& lanes, const unsigned char* inp
     constexpr std::size_t kBlock = kStripe * kStripesPerBlock;
     const unsigned char* const lastStripe = input + length - kStripe;
     for (; length > kBlock; length -= kBlock) {
+        const unsigned char* const secret = freshSecret();
         for (std::size_t n = 0; n < kStripesPerBlock; ++n)
-            lanes.add(input + n * kStripe, kSecret + n * 8);
-        lanes.scramble(kSecret + kScrambleSecret);
+            lanes.add(input + n * kStripe, secret + n * 8);
+        lanes.scramble(secret + kScrambleSecret);
         input += kBlock;
     }
     for (std::size_t n = 0; n < (length - 1) / kStripe; ++n)

@@ -295,7 +295,7 @@ struct Lanes {
     __m512i lanes;
 
     QZSTRING_KERNEL void add(const unsigned char* stripe, const unsigned char* secret) {
-        const __m512i words = _mm512_loadu_si512(stripe);
+        const __m512i words = kept(_mm512_loadu_si512(stripe));
         const __m512i keyed = _mm512_xor_si512(words, _mm512_loadu_si512(secret));
         const __m512i product = _mm512_mul_epu32(keyed, _mm512_srli_epi64(keyed, 32));
         const __m512i swapped = _mm512_shuffle_epi32(words, _MM_PERM_BADC);
