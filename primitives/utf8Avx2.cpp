@@ -91,8 +91,18 @@ QZSTRING_KERNEL __m256i bytesOf(int value) {
     return _mm256_set1_epi8(static_cast<char>(value));
 }
 
-QZSTRING_KERNEL __m256i lanesOf(unsigned value) {
-    return _mm256_set1_epi32(static_cast<int>(value));
+// A constant in every lane, from memory: that takes a load where the compiler's own way goes through a general
+// register and the port that the shuffles need.
+template <std::uint32_t kValue>
+QZSTRING_KERNEL __m256i lanesOf() {
+    static constexpr std::uint32_t value = kValue;
+    __m256i lanes;
+    asm("vpbroadcastd %1, %0" : "=x"(lanes) : "m"(value));
+    return lanes;
+}
+template <std::uint16_t kValue>
+QZSTRING_KERNEL __m256i unitsOf() {
+    return lanesOf<0x00010001U * kValue>();
 }
 
 // The constants of the loops. Their origin is hidden from the compiler, which would otherwise make them anew
@@ -219,20 +229,20 @@ QZSTRING_KERNEL bool decodeEight(const char* source, wchar_t* destination) {
             : _mm256_broadcastsi128_si256(
                   _mm_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12));
     const __m256i lanes = _mm256_shuffle_epi8(bytes, order);
-    const __m256i marks = _mm256_and_si256(lanes, lanesOf(kWidth == 3 ? 0x00F0C0C0 : 0xF8C0C0C0));
-    const __m256i marked = _mm256_cmpeq_epi32(marks, lanesOf(kWidth == 3 ? 0x00E08080 : 0xF0808080));
+    const __m256i marks = _mm256_and_si256(lanes, lanesOf<(kWidth == 3 ? 0x00F0C0C0 : 0xF8C0C0C0)>());
+    const __m256i marked = _mm256_cmpeq_epi32(marks, lanesOf<(kWidth == 3 ? 0x00E08080 : 0xF0808080)>());
     // Six bits and six bits, then twelve and the rest.
-    const __m256i fields = _mm256_and_si256(lanes, lanesOf(kWidth == 3 ? 0x000F3F3F : 0x073F3F3F));
+    const __m256i fields = _mm256_and_si256(lanes, lanesOf<(kWidth == 3 ? 0x000F3F3F : 0x073F3F3F)>());
     const __m256i twelves = _mm256_maddubs_epi16(fields, _mm256_set1_epi16(0x4001));
-    const __m256i characters = _mm256_madd_epi16(twelves, lanesOf(0x10000001));
+    const __m256i characters = _mm256_madd_epi16(twelves, lanesOf<0x10000001>());
     __m256i wrong;
     if (kWidth == 3) {
-        const __m256i high = _mm256_and_si256(characters, lanesOf(0xF800));
+        const __m256i high = _mm256_and_si256(characters, lanesOf<0xF800>());
         wrong = _mm256_or_si256(_mm256_cmpeq_epi32(high, _mm256_setzero_si256()),
-                                _mm256_cmpeq_epi32(high, lanesOf(0xD800)));
+                                _mm256_cmpeq_epi32(high, lanesOf<0xD800>()));
     } else {
-        wrong = _mm256_or_si256(_mm256_cmpgt_epi32(lanesOf(0x10000), characters),
-                                _mm256_cmpgt_epi32(characters, lanesOf(0x10FFFF)));
+        wrong = _mm256_or_si256(_mm256_cmpgt_epi32(lanesOf<0x10000>(), characters),
+                                _mm256_cmpgt_epi32(characters, lanesOf<0x10FFFF>()));
     }
     if (topBits(_mm256_andnot_si256(wrong, marked)) != ~0U)
         return false;
@@ -257,17 +267,15 @@ constexpr std::array<blocks::Shuffle, 256> makePairPackings() {
 // Moves the bytes in use of eight 16-bit lanes to the front: both of those that the mask names.
 constexpr std::array<blocks::Shuffle, 256> kPairPackings = makePairPackings();
 
-QZSTRING_KERNEL __m256i unitsOf(unsigned value) {
-    return _mm256_set1_epi16(static_cast<short>(value));
-}
-
-QZSTRING_KERNEL bool anyFrom(__m256i characters, unsigned limit) {
-    return _mm256_testz_si256(characters, lanesOf(0 - limit)) == 0;
+template <std::uint32_t kLimit>
+QZSTRING_KERNEL bool anyFrom(__m256i characters) {
+    return _mm256_testz_si256(characters, lanesOf<0 - kLimit>()) == 0;
 }
 
 // All bits where an unsigned 16-bit lane is up to the limit.
-QZSTRING_KERNEL __m256i unitsUpTo(__m256i units, unsigned limit) {
-    return _mm256_cmpeq_epi16(_mm256_min_epu16(units, unitsOf(limit)), units);
+template <std::uint16_t kLimit>
+QZSTRING_KERNEL __m256i unitsUpTo(__m256i units) {
+    return _mm256_cmpeq_epi16(_mm256_min_epu16(units, unitsOf<kLimit>()), units);
 }
 
 // Remembers whether any character was a surrogate or above U+10FFFF.
@@ -279,14 +287,14 @@ struct EncodingFaults {
         largest = _mm256_max_epu32(largest, characters);
         surrogates = _mm256_or_si256(
             surrogates,
-            _mm256_cmpeq_epi32(_mm256_and_si256(characters, lanesOf(0xFFFFF800)), lanesOf(0xD800)));
+            _mm256_cmpeq_epi32(_mm256_and_si256(characters, lanesOf<0xFFFFF800>()), lanesOf<0xD800>()));
     }
     QZSTRING_KERNEL void seeUnits(__m256i units) {
         surrogates = _mm256_or_si256(
-            surrogates, _mm256_cmpeq_epi16(_mm256_and_si256(units, unitsOf(0xF800)), unitsOf(0xD800)));
+            surrogates, _mm256_cmpeq_epi16(_mm256_and_si256(units, unitsOf<0xF800>()), unitsOf<0xD800>()));
     }
     [[nodiscard]] QZSTRING_KERNEL bool any() const {
-        const __m256i limit = lanesOf(0x10FFFF);
+        const __m256i limit = lanesOf<0x10FFFF>();
         const __m256i tooLarge = _mm256_xor_si256(_mm256_max_epu32(largest, limit), limit);
         const __m256i all = _mm256_or_si256(tooLarge, surrogates);
         return _mm256_testz_si256(all, all) == 0;
@@ -301,16 +309,22 @@ struct Encoding {
     std::size_t later = 0;  // characters that follow
     std::size_t written = 0;
 
-    // Stores the bytes of kCharacters characters, the first of which is number `begin` of the sixteen. `count`
-    // takes in a byte for each character that does not count, which is taken off here. Where kAmply, there is
-    // room for 16 bytes, and as many will be written later. False where there is no room.
+    // Whether none of the characters from number `begin` on counts. Where kAmply, all do.
+    template <bool kAmply>
+    [[nodiscard]] QZSTRING_KERNEL bool endsBefore(std::size_t begin) const {
+        return !kAmply && begin >= taken;
+    }
+
+    // Stores the bytes of kCharacters characters, the first of which is number `begin` of the sixteen, and
+    // counts. `count` takes in a byte for each that does not count, which is taken off here. Where kAmply,
+    // there is room for 16 bytes, and as many will be written later. False where there is no room.
     template <bool kAmply, std::size_t kCharacters>
     QZSTRING_KERNEL bool put(__m128i packed, std::size_t count, std::size_t begin) {
         if (kAmply) {
             _mm_storeu_si128(reinterpret_cast<__m128i*>(bytes + written), packed);
         } else {
             const std::size_t end = begin + kCharacters;
-            const std::size_t absent = end <= taken ? 0 : begin < taken ? end - taken : kCharacters;
+            const std::size_t absent = end <= taken ? 0 : end - taken;
             count -= absent;
             if (count > capacity - written)
                 return false;
@@ -327,6 +341,8 @@ struct Encoding {
 // Four characters in 32-bit lanes, their bytes at the end of each; `lengths` is the index for kPackings.
 template <bool kAmply>
 QZSTRING_KERNEL bool putFour(Encoding& encoding, __m128i lanes, std::size_t lengths, std::size_t begin) {
+    if (encoding.endsBefore<kAmply>(begin))
+        return true;
     const auto* const order = reinterpret_cast<const __m128i*>(blocks::kPackings[lengths].data());
     return encoding.put<kAmply, 4>(_mm_shuffle_epi8(lanes, _mm_loadu_si128(order)),
                                    blocks::kPackedLengths[lengths], begin);
@@ -335,6 +351,8 @@ QZSTRING_KERNEL bool putFour(Encoding& encoding, __m128i lanes, std::size_t leng
 // Eight characters in 16-bit lanes, two bytes each for those that the mask names.
 template <bool kAmply>
 QZSTRING_KERNEL bool putPairs(Encoding& encoding, __m128i lanes, std::size_t pairs, std::size_t begin) {
+    if (encoding.endsBefore<kAmply>(begin))
+        return true;
     const auto* const order = reinterpret_cast<const __m128i*>(kPairPackings[pairs].data());
     return encoding.put<kAmply, 8>(_mm_shuffle_epi8(lanes, _mm_loadu_si128(order)),
                                    8 + static_cast<std::size_t>(_mm_popcnt_u64(pairs)), begin);
@@ -343,19 +361,21 @@ QZSTRING_KERNEL bool putPairs(Encoding& encoding, __m128i lanes, std::size_t pai
 // Eight characters of any length.
 template <bool kAmply>
 QZSTRING_KERNEL bool encodeEight(__m256i c, std::size_t begin, Encoding& encoding) {
+    if (encoding.endsBefore<kAmply>(begin))
+        return true;
     // Signed comparisons are right for everything that is not a fault.
-    const __m256i two = _mm256_cmpgt_epi32(c, lanesOf(0x7F));
-    const __m256i three = _mm256_cmpgt_epi32(c, lanesOf(0x7FF));
-    const __m256i four = _mm256_cmpgt_epi32(c, lanesOf(0xFFFF));
+    const __m256i two = _mm256_cmpgt_epi32(c, lanesOf<0x7F>());
+    const __m256i three = _mm256_cmpgt_epi32(c, lanesOf<0x7FF>());
+    const __m256i four = _mm256_cmpgt_epi32(c, lanesOf<0xFFFF>());
     const __m256i fields =
-        _mm256_or_si256(_mm256_or_si256(_mm256_and_si256(_mm256_slli_epi32(c, 24), lanesOf(0x3F000000)),
-                                        _mm256_and_si256(_mm256_slli_epi32(c, 10), lanesOf(0x003F0000))),
-                        _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(c, 4), lanesOf(0x00003F00)),
+        _mm256_or_si256(_mm256_or_si256(_mm256_and_si256(_mm256_slli_epi32(c, 24), lanesOf<0x3F000000>()),
+                                        _mm256_and_si256(_mm256_slli_epi32(c, 10), lanesOf<0x003F0000>())),
+                        _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi32(c, 4), lanesOf<0x00003F00>()),
                                         _mm256_srli_epi32(c, 18)));
     // Each longer form changes the tags of the one before.
     const __m256i tags = _mm256_xor_si256(
-        lanesOf(0x80C00000), _mm256_xor_si256(_mm256_and_si256(three, lanesOf(0x80C00000 ^ 0x8080E000)),
-                                              _mm256_and_si256(four, lanesOf(0x8080E000 ^ 0x808080F0))));
+        lanesOf<0x80C00000>(), _mm256_xor_si256(_mm256_and_si256(three, lanesOf<0x80C00000 ^ 0x8080E000>()),
+                                                _mm256_and_si256(four, lanesOf<0x8080E000 ^ 0x808080F0>())));
     const __m256i bytes = _mm256_blendv_epi8(_mm256_slli_epi32(c, 24), _mm256_or_si256(fields, tags), two);
     // The number of bytes beyond the first, in two bits: the upper is set from three bytes on, the lower where
     // there are two or four.
@@ -369,21 +389,21 @@ QZSTRING_KERNEL bool encodeEight(__m256i c, std::size_t begin, Encoding& encodin
 // Sixteen characters below U+10000, in 16-bit lanes, the first and the third four in the first half.
 template <bool kAmply>
 QZSTRING_KERNEL bool encodeUnits(__m256i units, Encoding& encoding) {
-    const __m256i one = unitsUpTo(units, 0x7F);
-    const __m256i upToTwo = unitsUpTo(units, 0x7FF);
+    const __m256i one = unitsUpTo<0x7F>(units);
+    const __m256i upToTwo = unitsUpTo<0x7FF>(units);
     // The lead byte of three, the upper; then the byte after it, or the lead byte of two, and the last.
     const __m256i first =
-        _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(units, 4), unitsOf(0x0F00)), unitsOf(0xE000));
+        _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(units, 4), unitsOf<0x0F00>()), unitsOf<0xE000>());
     const __m256i last = _mm256_slli_epi16(units, 8);
-    const __m256i fields = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(units, 6), unitsOf(0x003F)),
-                                           _mm256_and_si256(last, unitsOf(0x3F00)));
-    const __m256i tags = _mm256_xor_si256(_mm256_and_si256(upToTwo, unitsOf(0x0040)), unitsOf(0x8080));
+    const __m256i fields = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(units, 6), unitsOf<0x003F>()),
+                                           _mm256_and_si256(last, unitsOf<0x3F00>()));
+    const __m256i tags = _mm256_xor_si256(_mm256_and_si256(upToTwo, unitsOf<0x0040>()), unitsOf<0x8080>());
     const __m256i rest = _mm256_blendv_epi8(_mm256_or_si256(fields, tags), last, one);
     const __m256i front = _mm256_unpacklo_epi16(first, rest);
     const __m256i back = _mm256_unpackhi_epi16(first, rest);
     // A number of two bits for each: one of two bytes, two of three.
     const std::uint32_t lengths = topBits(_mm256_blendv_epi8(
-        _mm256_xor_si256(one, upToTwo), _mm256_xor_si256(upToTwo, _mm256_set1_epi8(-1)), unitsOf(0xFF00)));
+        _mm256_xor_si256(one, upToTwo), _mm256_xor_si256(upToTwo, _mm256_set1_epi8(-1)), unitsOf<0xFF00>()));
     return putFour<kAmply>(encoding, half(front, 0), lengths & 0xFF, 0) &&
            putFour<kAmply>(encoding, half(front, 1), lengths >> 16 & 0xFF, 4) &&
            putFour<kAmply>(encoding, half(back, 0), lengths >> 8 & 0xFF, 8) &&
@@ -393,10 +413,10 @@ QZSTRING_KERNEL bool encodeUnits(__m256i units, Encoding& encoding) {
 // Sixteen characters below U+0800, in 16-bit lanes.
 template <bool kAmply>
 QZSTRING_KERNEL bool encodePairs(__m256i units, Encoding& encoding) {
-    const __m256i two = _mm256_cmpgt_epi16(units, unitsOf(0x7F));
-    const __m256i last = _mm256_and_si256(_mm256_slli_epi16(units, 8), unitsOf(0x3F00));
+    const __m256i two = _mm256_cmpgt_epi16(units, unitsOf<0x7F>());
+    const __m256i last = _mm256_and_si256(_mm256_slli_epi16(units, 8), unitsOf<0x3F00>());
     const __m256i pairs =
-        _mm256_or_si256(_mm256_or_si256(_mm256_srli_epi16(units, 6), last), unitsOf(0x80C0));
+        _mm256_or_si256(_mm256_or_si256(_mm256_srli_epi16(units, 6), last), unitsOf<0x80C0>());
     const __m256i bytes = _mm256_blendv_epi8(units, pairs, two);
     const std::uint32_t mask = topBits(_mm256_packs_epi16(two, two));
     return putPairs<kAmply>(encoding, half(bytes, 0), mask & 0xFF, 0) &&
@@ -415,9 +435,9 @@ template <bool kAmply>
 QZSTRING_KERNEL bool encodeBeyondAscii(__m256i a, __m256i b, Encoding& encoding, EncodingFaults& faults) {
     const __m256i all = _mm256_or_si256(a, b);
     const __m256i units = _mm256_packus_epi32(a, b);
-    if (!anyFrom(all, 0x800))
+    if (!anyFrom<0x800>(all))
         return encodePairs<kAmply>(_mm256_permute4x64_epi64(units, 0xD8), encoding);
-    if (!anyFrom(all, 0x10000)) {
+    if (!anyFrom<0x10000>(all)) {
         faults.seeUnits(units);
         return encodeUnits<kAmply>(units, encoding);
     }
@@ -428,7 +448,7 @@ QZSTRING_KERNEL bool encodeBeyondAscii(__m256i a, __m256i b, Encoding& encoding,
 
 template <bool kAmply>
 QZSTRING_KERNEL bool encodeSixteen(__m256i a, __m256i b, Encoding& encoding, EncodingFaults& faults) {
-    if (!anyFrom(_mm256_or_si256(a, b), 0x80))
+    if (!anyFrom<0x80>(_mm256_or_si256(a, b)))
         return encoding.put<kAmply, 16>(packAscii(a, b), 16, 0);
     return encodeBeyondAscii<kAmply>(a, b, encoding, faults);
 }
@@ -458,7 +478,7 @@ QZSTRING_TARGET Progress encodeBlocks(const wchar_t* source, std::size_t length,
         const __m256i b = load256(source + at + 8);
         const __m256i c = load256(source + at + 16);
         const __m256i d = load256(source + at + 24);
-        if (!anyFrom(_mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d)), 0x80)) {
+        if (!anyFrom<0x80>(_mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d)))) {
             encoding.put<true, 16>(packAscii(a, b), 16, 0);
             encoding.put<true, 16>(packAscii(c, d), 16, 0);
         } else {
@@ -500,12 +520,12 @@ struct Measure {
         faults.seeUnits(units);
         twos += 16;
         minusSaved16 =
-            _mm256_add_epi16(minusSaved16, _mm256_add_epi16(unitsUpTo(units, 0x7F), unitsUpTo(units, 0x7FF)));
-        saved32 = _mm256_add_epi32(saved32, _mm256_add_epi32(_mm256_cmpgt_epi32(a, lanesOf(0xFFFF)),
-                                                             _mm256_cmpgt_epi32(b, lanesOf(0xFFFF))));
+            _mm256_add_epi16(minusSaved16, _mm256_add_epi16(unitsUpTo<0x7F>(units), unitsUpTo<0x7FF>(units)));
+        saved32 = _mm256_add_epi32(saved32, _mm256_add_epi32(_mm256_cmpgt_epi32(a, lanesOf<0xFFFF>()),
+                                                             _mm256_cmpgt_epi32(b, lanesOf<0xFFFF>())));
     }
     QZSTRING_KERNEL void carry() {
-        saved32 = _mm256_sub_epi32(saved32, _mm256_madd_epi16(minusSaved16, unitsOf(1)));
+        saved32 = _mm256_sub_epi32(saved32, _mm256_madd_epi16(minusSaved16, unitsOf<1>()));
         minusSaved16 = _mm256_setzero_si256();
     }
     [[nodiscard]] QZSTRING_KERNEL std::size_t total() const {
@@ -528,7 +548,7 @@ QZSTRING_TARGET Progress measureEncoded(const wchar_t* source, std::size_t lengt
             const __m256i b = load256(source + at + 8);
             const __m256i c = load256(source + at + 16);
             const __m256i d = load256(source + at + 24);
-            if (!anyFrom(_mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d)), 0x80))
+            if (!anyFrom<0x80>(_mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d))))
                 continue;
             measure.add(a, b);
             measure.add(c, d);
@@ -538,7 +558,7 @@ QZSTRING_TARGET Progress measureEncoded(const wchar_t* source, std::size_t lengt
     for (; at < length; at += 16) {
         const __m256i a = loadFirst(source, at, length);
         const __m256i b = loadFirst(source, at + 8, length);
-        if (anyFrom(_mm256_or_si256(a, b), 0x80))
+        if (anyFrom<0x80>(_mm256_or_si256(a, b)))
             measure.add(a, b);
     }
     measure.carry();
