@@ -91,8 +91,12 @@ QZSTRING_KERNEL __m256i bytesOf(int value) {
     return _mm256_set1_epi8(static_cast<char>(value));
 }
 
-// A constant in every lane, from memory: that takes a load where the compiler's own way goes through a general
-// register and the port that the shuffles need.
+// A constant in every lane, for a loop that has a register for it.
+QZSTRING_KERNEL __m256i inEveryLane(unsigned value) {
+    return _mm256_set1_epi32(static_cast<int>(value));
+}
+// And from memory whenever it is used: a load, where the compiler would go through a general register and the
+// port that the shuffles need.
 template <std::uint32_t kValue>
 QZSTRING_KERNEL __m256i lanesOf() {
     static constexpr std::uint32_t value = kValue;
@@ -229,20 +233,20 @@ QZSTRING_KERNEL bool decodeEight(const char* source, wchar_t* destination) {
             : _mm256_broadcastsi128_si256(
                   _mm_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12));
     const __m256i lanes = _mm256_shuffle_epi8(bytes, order);
-    const __m256i marks = _mm256_and_si256(lanes, lanesOf<(kWidth == 3 ? 0x00F0C0C0 : 0xF8C0C0C0)>());
-    const __m256i marked = _mm256_cmpeq_epi32(marks, lanesOf<(kWidth == 3 ? 0x00E08080 : 0xF0808080)>());
+    const __m256i marks = _mm256_and_si256(lanes, inEveryLane(kWidth == 3 ? 0x00F0C0C0 : 0xF8C0C0C0));
+    const __m256i marked = _mm256_cmpeq_epi32(marks, inEveryLane(kWidth == 3 ? 0x00E08080 : 0xF0808080));
     // Six bits and six bits, then twelve and the rest.
-    const __m256i fields = _mm256_and_si256(lanes, lanesOf<(kWidth == 3 ? 0x000F3F3F : 0x073F3F3F)>());
+    const __m256i fields = _mm256_and_si256(lanes, inEveryLane(kWidth == 3 ? 0x000F3F3F : 0x073F3F3F));
     const __m256i twelves = _mm256_maddubs_epi16(fields, _mm256_set1_epi16(0x4001));
-    const __m256i characters = _mm256_madd_epi16(twelves, lanesOf<0x10000001>());
+    const __m256i characters = _mm256_madd_epi16(twelves, inEveryLane(0x10000001));
     __m256i wrong;
     if (kWidth == 3) {
-        const __m256i high = _mm256_and_si256(characters, lanesOf<0xF800>());
+        const __m256i high = _mm256_and_si256(characters, inEveryLane(0xF800));
         wrong = _mm256_or_si256(_mm256_cmpeq_epi32(high, _mm256_setzero_si256()),
-                                _mm256_cmpeq_epi32(high, lanesOf<0xD800>()));
+                                _mm256_cmpeq_epi32(high, inEveryLane(0xD800)));
     } else {
-        wrong = _mm256_or_si256(_mm256_cmpgt_epi32(lanesOf<0x10000>(), characters),
-                                _mm256_cmpgt_epi32(characters, lanesOf<0x10FFFF>()));
+        wrong = _mm256_or_si256(_mm256_cmpgt_epi32(inEveryLane(0x10000), characters),
+                                _mm256_cmpgt_epi32(characters, inEveryLane(0x10FFFF)));
     }
     if (topBits(_mm256_andnot_si256(wrong, marked)) != ~0U)
         return false;
