@@ -31,6 +31,83 @@ QZSTRING_KERNEL __mmask16 lowLanes(std::size_t count) {
     return static_cast<__mmask16>(_bzhi_u32(0xFFFF, static_cast<unsigned>(count)));
 }
 
+// Whether a vector has any of these bits in any lane of 32.
+template <int kBits>
+QZSTRING_KERNEL bool anyBits(__m512i vector) {
+    return _mm512_test_epi32_mask(vector, _mm512_set1_epi32(kBits)) != 0;
+}
+
+// The same of up to 64 bytes, in small registers: up to 32 bytes leave nothing to clear.
+template <int kBits>
+QZSTRING_KERNEL bool anyBitsShort(const char* text, std::size_t bytes) {
+    if (bytes > 32) {
+        const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text));
+        const __m256i last = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + bytes - 32));
+        return _mm256_test_epi32_mask(_mm256_or_si256(first, last), _mm256_set1_epi32(kBits)) != 0;
+    }
+    if (bytes >= 16) {
+        const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
+        const __m128i last = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + bytes - 16));
+        return _mm_test_epi32_mask(_mm_or_si128(first, last), _mm_set1_epi32(kBits)) != 0;
+    }
+    return _mm_test_epi32_mask(_mm_maskz_loadu_epi8(lowLanes(bytes), text), _mm_set1_epi32(kBits)) != 0;
+}
+
+// The number of each place, to take from a vector what stands from one on.
+alignas(64) constexpr unsigned char kPlaces[64] = {
+    0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21,
+    22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43,
+    44, 45, 46, 47, 48, 49, 50, 51, 52, 53, 54, 55, 56, 57, 58, 59, 60, 61, 62, 63};
+
+// Short text and its neighbours in memory: a load waits for stores under way to any byte of its range, masked or not,
+// and nothing that a masked store has in its range is handed to a load early. What stands behind a text is often what
+// was written just before, or is read next: the next string of a container. So accesses to short text reach as little
+// beyond it as its length allows without more branches: lengths are often random, and a branch missed costs as much.
+
+// Up to 64 bytes, and zeros behind them. Reads no further than 32 bytes on, above that than 15 behind the text.
+QZSTRING_KERNEL __m512i loadShort(const void* text, std::size_t bytes) {
+    const auto* const first = static_cast<const __m256i*>(text);
+    const std::uint64_t valid = lowBits(bytes);
+    if (bytes <= 32)
+        return _mm512_zextsi256_si512(_mm256_maskz_loadu_epi8(static_cast<__mmask32>(valid), text));
+    if (bytes <= 48)
+        return _mm512_inserti32x4(_mm512_zextsi256_si512(_mm256_loadu_si256(first)),
+                                  _mm_maskz_loadu_epi8(static_cast<__mmask16>(valid >> 32), first + 1), 2);
+    return _mm512_maskz_loadu_epi8(valid, text);
+}
+
+// Stores 33 to 64 bytes: the halves, the second over some of the first.
+QZSTRING_KERNEL void storeHalves(char* text, std::size_t bytes, __m512i vector) {
+    const auto* const places = reinterpret_cast<const __m256i*>(kPlaces + bytes - 32);
+    const __m512i last = _mm512_permutexvar_epi8(_mm512_castsi256_si512(_mm256_loadu_si256(places)), vector);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(text), _mm512_castsi512_si256(vector));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(text + bytes - 32), _mm512_castsi512_si256(last));
+}
+
+// Stores up to 64 bytes, fewer than 16 under a mask of so many.
+QZSTRING_KERNEL void storeShort(char* text, std::size_t bytes, __m512i vector) {
+    if (bytes > 32) {
+        storeHalves(text, bytes, vector);
+    } else if (bytes >= 16) {
+        const auto* const places = reinterpret_cast<const __m128i*>(kPlaces + bytes - 16);
+        const __m256i last = _mm256_permutexvar_epi8(_mm256_castsi128_si256(_mm_loadu_si128(places)),
+                                                     _mm512_castsi512_si256(vector));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(text), _mm512_castsi512_si128(vector));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(text + bytes - 16), _mm256_castsi256_si128(last));
+    } else {
+        _mm_mask_storeu_epi8(text, lowLanes(bytes), _mm512_castsi512_si128(vector));
+    }
+}
+
+// Stores up to 16 wide characters, up to 8 under a mask of so many.
+QZSTRING_KERNEL void storeShort(wchar_t* text, std::size_t count, __m512i vector) {
+    if (count > 8)
+        storeHalves(reinterpret_cast<char*>(text), sizeof(wchar_t) * count, vector);
+    else
+        _mm256_mask_storeu_epi32(text, static_cast<__mmask8>(lowLanes(count)),
+                                 _mm512_castsi512_si256(vector));
+}
+
 // Of 64 bytes at a 64-byte boundary.
 QZSTRING_KERNEL __m512i table(const void* entries) {
     return _mm512_load_si512(entries);

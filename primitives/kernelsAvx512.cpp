@@ -1,7 +1,7 @@
 // The AVX-512 kernels of the character runs and the hash, and the row of the table. utf8*Avx512.cpp have the
 // conversions.
 //
-// Every loop takes whole vectors, then what is left under a mask: masked lanes are neither read nor written.
+// Every loop takes whole vectors, the last one over some of the one before.
 //
 // Case of wide text: ASCII by arithmetic; characters between U+2E80 and U+A63F have no case; what else there
 // is looks up what to add in the tables (characterTables.h), by permutations of two blocks of the table.
@@ -29,26 +29,19 @@ bool usable() {
 
 // ---- ASCII ----
 
-// Whether a vector has any of these bits in any lane of 32; of bytes and of wide elements that ASCII never has.
-template <int kBits>
-QZSTRING_KERNEL bool anyBits(__m512i vector) {
-    return _mm512_test_epi32_mask(vector, _mm512_set1_epi32(kBits)) != 0;
-}
-
 template <int kBits>
 QZSTRING_KERNEL bool isAsciiBytes(const char* text, std::size_t length) {
-    if (length <= 16)  // in small registers, which leave nothing to clean
-        return _mm_test_epi32_mask(_mm_maskz_loadu_epi8(lowLanes(length), text), _mm_set1_epi32(kBits)) == 0;
     if (length <= 64) {
-        const bool ascii = !anyBits<kBits>(_mm512_maskz_loadu_epi8(lowBits(length), text));
-        _mm256_zeroupper();
+        const bool ascii = !anyBitsShort<kBits>(text, length);
+        if (length > 32)
+            _mm256_zeroupper();
         return ascii;
     }
     std::size_t at = 0;
-    bool ascii = true;
+    bool ascii = !anyBits<kBits>(_mm512_loadu_si512(text + length - 64));
     if (length >= 1024) {
         // To the beginning of a cache line, which loads then never cross.
-        ascii = !anyBits<kBits>(_mm512_loadu_si512(text));
+        ascii = ascii && !anyBits<kBits>(_mm512_loadu_si512(text));
         at = (0 - reinterpret_cast<std::uintptr_t>(text)) % 64;
     }
     for (; ascii && length - at >= 256; at += 256) {
@@ -57,8 +50,8 @@ QZSTRING_KERNEL bool isAsciiBytes(const char* text, std::size_t length) {
         ascii = !anyBits<kBits>(_mm512_ternarylogic_epi32(two, _mm512_loadu_si512(text + at + 128),
                                                           _mm512_loadu_si512(text + at + 192), 0xFE));
     }
-    for (; ascii && at < length; at += 64)
-        ascii = !anyBits<kBits>(_mm512_maskz_loadu_epi8(lowBits(length - at), text + at));
+    for (; ascii && length - at > 64; at += 64)
+        ascii = !anyBits<kBits>(_mm512_loadu_si512(text + at));
     _mm256_zeroupper();
     return ascii;
 }
@@ -193,37 +186,29 @@ class Mapping<Case, wchar_t> {
     __m512i blocks[2][2];
 };
 
-// Vectors of both widths: the first `count` elements, no more than a vector has.
-QZSTRING_KERNEL __m512i loadFirst(const char* text, std::size_t count) {
-    return _mm512_maskz_loadu_epi8(lowBits(count), text);
-}
-QZSTRING_KERNEL __m512i loadFirst(const wchar_t* text, std::size_t count) {
-    return _mm512_maskz_loadu_epi32(lowLanes(count), text);
-}
-QZSTRING_KERNEL void storeFirst(char* text, std::size_t count, __m512i elements) {
-    _mm512_mask_storeu_epi8(text, lowBits(count), elements);
-}
-QZSTRING_KERNEL void storeFirst(wchar_t* text, std::size_t count, __m512i elements) {
-    _mm512_mask_storeu_epi32(text, lowLanes(count), elements);
-}
-
 template <class Char>
 constexpr std::size_t kElements = 64 / sizeof(Char);
 
-// The last vector is stored only where it changes: short texts have the case already more often than not, and
-// what reads them next would wait for a masked store.
+// The last vector, over some of the one before, is loaded before that is stored. It is stored only where it changes:
+// short texts have the case already more often than not.
 template <class Case, class Char>
 QZSTRING_TARGET void mapRun(Char* text, std::size_t count) noexcept {
     if (count == 0)
         return;
     Mapping<Case, Char> map(*text);
-    std::size_t at = 0;
-    for (; count - at > kElements<Char>; at += kElements<Char>)
-        _mm512_storeu_si512(text + at, map(_mm512_loadu_si512(text + at)));
-    const __m512i last = loadFirst(text + at, count - at);
+    const bool isLong = count > kElements<Char>;
+    Char* const end = text + count;
+    const __m512i last =
+        isLong ? _mm512_loadu_si512(end - kElements<Char>) : loadShort(text, count * sizeof(Char));
+    for (; static_cast<std::size_t>(end - text) > kElements<Char>; text += kElements<Char>)
+        _mm512_storeu_si512(text, map(_mm512_loadu_si512(text)));
     const __m512i mapped = map(last);
-    if (_mm512_cmpneq_epi32_mask(last, mapped) != 0)
-        storeFirst(text + at, count - at, mapped);
+    if (_mm512_cmpneq_epi32_mask(last, mapped) != 0) {
+        if (isLong)
+            _mm512_storeu_si512(end - kElements<Char>, mapped);
+        else
+            storeShort(text, count, mapped);
+    }
     _mm256_zeroupper();
 }
 
@@ -277,10 +262,14 @@ QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char*
     } else {
         for (; found == 0 && count - at > kElements<Char>; at += kElements<Char>)
             found = differences(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at), a + at);
-        if (found != 0)
+        if (found != 0) {
             at -= kElements<Char>;
-        else
-            found = differences(loadFirst(a + at, count - at), loadFirst(b + at, count - at), a + at);
+        } else if (count > kElements<Char>) {
+            at = count - kElements<Char>;
+            found = differences(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at), a + at);
+        } else {
+            found = differences(loadShort(a, count * sizeof(Char)), loadShort(b, count * sizeof(Char)), a);
+        }
         _mm256_zeroupper();
     }
     if (found == 0)

@@ -14,7 +14,8 @@
 // not at all. Only the query for the well-formed beginning goes on in portable code, which finds the place.
 //
 // Stores: 64 bytes whole while what is still to come is sure to fill them; the last 16 characters over some
-// of those before, or under a mask where there are fewer, so that nothing past the count is touched.
+// of those before, or under a mask where there are fewer, so that nothing past the count is touched. (How few
+// there are is as good as random: avx512.h's narrower stores would branch on it.)
 //
 // Processors may let a load wait until the places of all stores before it are known, and these depend on the
 // count of the block before: what tells the count is therefore loaded a block ahead.
@@ -163,10 +164,8 @@ QZSTRING_KERNEL Bytes loadWhole(const char* block) {
             kept(_mm512_loadu_si512(block - 2)), kept(_mm512_loadu_si512(block - 3))};
 }
 
-// The block at the beginning of the text, of which `valid` bytes are: all else is zero. Moving the bytes
-// costs less than to load them again under masks.
-QZSTRING_KERNEL Bytes loadFirst(const char* source, __mmask64 valid) {
-    const __m512i at = _mm512_maskz_loadu_epi8(valid, source);
+// The block at the beginning of the text. Moving the bytes costs less than to load them again under masks.
+QZSTRING_KERNEL Bytes loadFirst(__m512i at) {
     const __m512i lanesBefore = _mm512_alignr_epi64(at, _mm512_setzero_si512(), 6);
     return {at, _mm512_alignr_epi8(at, lanesBefore, 15), _mm512_alignr_epi8(at, lanesBefore, 14),
             _mm512_alignr_epi8(at, lanesBefore, 13)};
@@ -313,9 +312,8 @@ QZSTRING_KERNEL __m512i widen(const char* source) {
 // At most a block of ASCII.
 QZSTRING_KERNEL void storeAscii(const char* source, std::size_t count, wchar_t* destination) {
     if (count < 16) {
-        const __mmask16 lanes = lowLanes(count);
-        _mm512_mask_storeu_epi32(destination, lanes,
-                                 _mm512_cvtepu8_epi32(_mm_maskz_loadu_epi8(lanes, source)));
+        _mm512_mask_storeu_epi32(destination, lowLanes(count),
+                                 _mm512_cvtepu8_epi32(_mm_maskz_loadu_epi8(lowLanes(count), source)));
         return;
     }
     for (std::size_t at = 0; at < count - 16; at += 16)
@@ -439,7 +437,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t decodeLong(const char* source, std
     __m512i faults = _mm512_setzero_si512();
     if (at < 4) {  // too near to the beginning for blocks that look back: anew
         at = firstPart(source, length);
-        const Bytes bytes = loadFirst(source, kAll);
+        const Bytes bytes = loadFirst(_mm512_loadu_si512(source));
         const __mmask64 ends = endsBefore(_mm512_loadu_si512(source + 1), lowBits(at), constant);
         faults = faultsOf(bytes, constant);
         count = decodeBlock(bytes, _mm512_movepi8_mask(bytes.at), ends, destination, capacity,
@@ -497,7 +495,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress measureLong(const char* source, std::
     std::size_t continued = 0;  // continuation bytes since `checked`
     if (at == 0) {
         at = firstPart(source, length);
-        const Bytes bytes = loadFirst(source, kAll);
+        const Bytes bytes = loadFirst(_mm512_loadu_si512(source));
         faults = faultsOf(bytes, constant);
         continued = countContinuations(bytes.at, lowBits(at), constant);
     }
@@ -547,32 +545,39 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress measureLong(const char* source, std::
 
 // ---- Decoding up to one block ----
 
+QZSTRING_KERNEL bool isAsciiShort(const char* source, std::size_t length) {
+    // The first and the last 32 bytes, or all of them twice.
+    const __mmask32 valid = _bzhi_u32(~0U, static_cast<unsigned>(length));
+    const char* const last = source + (length > 32 ? length - 32 : 0);
+    return _mm256_movemask_epi8(_mm256_or_si256(_mm256_maskz_loadu_epi8(valid, source),
+                                                _mm256_maskz_loadu_epi8(valid, last))) == 0;
+}
+
 QZSTRING_KERNEL std::size_t decodeShort(const char* source, std::size_t length, wchar_t* destination,
                                         std::size_t capacity) {
-    const __mmask64 valid = lowBits(length);
-    const Bytes bytes = loadFirst(source, valid);
-    const __mmask64 high = _mm512_movepi8_mask(bytes.at);
-    if (high == 0 && length <= capacity) {
+    if (length <= capacity && isAsciiShort(source, length)) {
         storeAscii(source, length, destination);
         _mm256_zeroupper();
         return length;
     }
+    const Bytes bytes = loadFirst(loadShort(source, length));
     const Constants& constant = inMemory();
     const __m512i faults = _mm512_or_si512(faultsOf(bytes, constant), incompleteAtEnd(bytes.at));
     std::size_t count = kFailure;
     if (!anyFault(faults))
-        count = decodeBlock(bytes, high, endsBefore(nextOf(bytes.at), valid, constant), destination, capacity,
+        count = decodeBlock(bytes, _mm512_movepi8_mask(bytes.at),
+                            endsBefore(nextOf(bytes.at), lowBits(length), constant), destination, capacity,
                             false, constant);
     _mm256_zeroupper();
     return count;
 }
 
 QZSTRING_KERNEL std::size_t measureShort(const char* source, std::size_t length) {
-    const Bytes bytes = loadFirst(source, lowBits(length));
-    if (_mm512_movepi8_mask(bytes.at) == 0) {
+    if (isAsciiShort(source, length)) {
         _mm256_zeroupper();
         return length;
     }
+    const Bytes bytes = loadFirst(loadShort(source, length));
     const Constants& constant = inMemory();
     const bool faulty = anyFault(_mm512_or_si512(faultsOf(bytes, constant), incompleteAtEnd(bytes.at)));
     const std::size_t characters = leaveWith(length - countContinuations(bytes.at, kAll, constant));
@@ -616,7 +621,7 @@ QZSTRING_KERNEL std::size_t measureTwo(const char* source, std::size_t length) {
         return length;
     }
     const Constants& constant = inMemory();
-    const Bytes first = loadFirst(source, kAll);
+    const Bytes first = loadFirst(_mm512_loadu_si512(source));
     const Bytes last = loadLast(source, length);
     const __m512i faults = _mm512_ternarylogic_epi32(faultsOf(first, constant), faultsOf(last, constant),
                                                      incompleteAtEnd(last.at), 0xFE);

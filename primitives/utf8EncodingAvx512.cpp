@@ -5,8 +5,8 @@
 // compressed. Text below U+0800 goes 32 characters at a time in 16-bit lanes, ASCII 64. Ill-formed characters
 // are noticed at the end, in text of up to 16 before anything is stored.
 //
-// The last characters are loaded under a mask. Stores: 64 bytes whole while what is still to come is sure to
-// fill them, else under a mask, so that nothing past the count is touched.
+// The last characters are loaded with the text's last 16, short text as avx512.h says. Stores: 64 bytes whole while
+// what is still to come is sure to fill them, else no more than the count.
 //
 // Three things that cost more than they show: instructions that make or test masks share two ports, so the
 // bytes in use come from one comparison; processors may let a load wait until the places of all stores before
@@ -44,6 +44,9 @@ alignas(64) constexpr int kTags[32] = {
 alignas(64) constexpr char kExtra[64] = {
     0, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 2, 2, 2, 2, 2, 1, 1, 1, 1,
 };
+
+// The number of each lane; 16 from one of them on take what stands there to a vector's beginning.
+alignas(64) constexpr int kLanes[32] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 
 // Where the bytes of both characters of a 64-bit lane begin: at their bits 18, 12, 6 and 0.
 constexpr std::uint64_t kFields = 0x20262C3200060C12;
@@ -136,7 +139,7 @@ struct Destination {
         if (room >= kBlock && later >= kBlock)
             _mm512_storeu_si512(bytes + written, packed);
         else
-            _mm512_mask_storeu_epi8(bytes + written, lowBits(count), packed);
+            storeShort(bytes + written, count, packed);
         written += count;
         return true;
     }
@@ -153,7 +156,7 @@ struct Destination {
         if (count == kBlock)
             _mm512_storeu_si512(bytes + written, packed);
         else
-            _mm512_mask_storeu_epi8(bytes + written, lowBits(count), packed);
+            storeShort(bytes + written, count, packed);
         written += count;
         return true;
     }
@@ -173,32 +176,45 @@ QZSTRING_KERNEL Characters loadWhole(const wchar_t* source) {
             _mm512_loadu_si512(source + 48)};
 }
 
-// Up to 64. No load goes where the text has nothing: even a masked one is slow across the edge of a
-// page that is not there.
+// The last 1 to 64 of a text of at least 16: whole vectors, then what is left of the text's last 16 characters, at
+// the beginning of a vector or, where !kInOrder, at its end. No load goes where the text has nothing, as even a
+// masked one is slow there.
+template <bool kInOrder>
 QZSTRING_KERNEL Characters loadPart(const wchar_t* source, std::size_t count) {
+    const std::size_t left = (count - 1) % 16 + 1;
+    const wchar_t* const last16 = source + count - 16;
     const __m512i none = _mm512_setzero_si512();
-    Characters part{none, none, none, none};
-    part.a = _mm512_maskz_loadu_epi32(lowLanes(count), source);
-    if (count > 16)
-        part.b = _mm512_maskz_loadu_epi32(lowLanes(count - 16), source + 16);
-    if (count > 32)
-        part.c = _mm512_maskz_loadu_epi32(lowLanes(count - 32), source + 32);
-    if (count > 48)
-        part.d = _mm512_maskz_loadu_epi32(lowLanes(count - 48), source + 48);
+    const __m512i last =
+        kInOrder ? _mm512_maskz_permutexvar_epi32(lowLanes(left), _mm512_loadu_si512(kLanes + 16 - left),
+                                                  _mm512_loadu_si512(last16))
+                 : _mm512_maskz_loadu_epi32(static_cast<__mmask16>(0xFFFF0000 >> left), last16);
+    Characters part{last, none, none, none};
+    if (count > 16) {
+        part.a = _mm512_loadu_si512(source);
+        part.b = last;
+    }
+    if (count > 32) {
+        part.b = _mm512_loadu_si512(source + 16);
+        part.c = last;
+    }
+    if (count > 48) {
+        part.c = _mm512_loadu_si512(source + 32);
+        part.d = last;
+    }
     return part;
 }
 
 // Encodes up to 64 characters, of which `count` are valid; `later` more follow. Returns false where there is
-// no room. Where not kWhole, fewer than 64.
+// no room. Where kWhole, of 64, with a loop's constants; else with those that it needs, made anew.
 template <bool kWhole>
 QZSTRING_KERNEL bool encodeCharacters(const Characters& characters, std::size_t count, std::size_t later,
-                                      Destination& destination, Faults& faults, const Constants& constant) {
+                                      Destination& destination, Faults& faults, const Constants* known) {
     const __m512i all = characters.all();
-    if (_mm512_test_epi32_mask(all, constant.beyondAscii) == 0) {
+    if (kWhole ? _mm512_test_epi32_mask(all, known->beyondAscii) == 0 : !anyFrom(all, 0x80))
         return destination.putAscii(packAscii(characters.a, characters.b, characters.c, characters.d), count);
-    }
     const std::uint64_t valid = lowBits(count);
-    if (_mm512_test_epi32_mask(all, constant.beyondTwo) == 0) {
+    if (kWhole ? _mm512_test_epi32_mask(all, known->beyondTwo) == 0 : !anyFrom(all, 0x800)) {
+        const Constants constant = kWhole ? *known : Constants();
         return destination.put(
                    encodeTwoByte(characters.a, characters.b, static_cast<std::uint32_t>(valid), constant),
                    later) &&
@@ -207,6 +223,7 @@ QZSTRING_KERNEL bool encodeCharacters(const Characters& characters, std::size_t 
                                               static_cast<std::uint32_t>(valid >> 32), constant),
                                 later));
     }
+    const Constants constant = kWhole ? *known : Constants();
     const __m512i parts[] = {characters.a, characters.b, characters.c, characters.d};
     if (kWhole && later >= kBlock && destination.capacity - destination.written >= 4 * kBlock) {
         for (const __m512i part : parts) {
@@ -217,7 +234,7 @@ QZSTRING_KERNEL bool encodeCharacters(const Characters& characters, std::size_t 
     }
     for (std::size_t i = 0; i < 4 && (kWhole || 16 * i < count); ++i) {
         faults.see(parts[i], constant.surrogate);
-        const __mmask64 part = kWhole ? kAll : lowBits(4 * (count - 16 * i));
+        const __mmask64 part = kWhole || count - 16 * i >= 16 ? kAll : lowBits(4 * (count - 16 * i));
         if (!destination.put(encodeAny(parts[i], part, constant), later))
             return false;
     }
@@ -239,12 +256,23 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t encodeBlocks(const wchar_t* source
             const std::size_t later = length - at;
             if (later >= kBlock)
                 next = loadWhole(source + at);
-            fits = encodeCharacters<true>(now, kBlock, later, to, faults, constant);
+            fits = encodeCharacters<true>(now, kBlock, later, to, faults, &constant);
         } while (fits && length - at >= kBlock);
     }
     if (fits && at < length)
-        fits =
-            encodeCharacters<false>(loadPart(source + at, length - at), length - at, 0, to, faults, constant);
+        fits = encodeCharacters<false>(loadPart<true>(source + at, length - at), length - at, 0, to, faults,
+                                       nullptr);
+    const bool converted = fits && !faults.any();
+    _mm256_zeroupper();
+    return converted ? to.written : kFailure;
+}
+
+// Of 17 to 64 characters.
+QZSTRING_KERNEL std::size_t encodeShort(const wchar_t* source, std::size_t length, char* destination,
+                                        std::size_t capacity) {
+    Destination to{destination, capacity};
+    Faults faults;
+    const bool fits = encodeCharacters<false>(loadPart<true>(source, length), length, 0, to, faults, nullptr);
     const bool converted = fits && !faults.any();
     _mm256_zeroupper();
     return converted ? to.written : kFailure;
@@ -260,7 +288,7 @@ QZSTRING_KERNEL bool anyIllFormed(__m512i characters) {
 
 QZSTRING_KERNEL std::size_t encodeVector(const wchar_t* source, std::size_t length, char* destination,
                                          std::size_t capacity) {
-    const __m512i characters = _mm512_maskz_loadu_epi32(lowLanes(length), source);
+    const __m512i characters = loadShort(source, sizeof(wchar_t) * length);
     std::size_t written = kFailure;
     if (!anyFrom(characters, 0x80)) {
         if (length <= capacity) {
@@ -272,8 +300,7 @@ QZSTRING_KERNEL std::size_t encodeVector(const wchar_t* source, std::size_t leng
         const auto count = static_cast<std::size_t>(_mm_popcnt_u64(encoded.used));
         if (count <= capacity) {
             written = count;
-            _mm512_mask_storeu_epi8(destination, lowBits(count),
-                                    _mm512_maskz_compress_epi8(encoded.used, encoded.bytes));
+            storeShort(destination, count, _mm512_maskz_compress_epi8(encoded.used, encoded.bytes));
         }
     }
     _mm256_zeroupper();
@@ -286,7 +313,7 @@ QZSTRING_KERNEL std::size_t lanesFrom(__m512i characters, int limit) {
 }
 
 QZSTRING_KERNEL std::size_t measureVector(const wchar_t* source, std::size_t length) {
-    const __m512i characters = _mm512_maskz_loadu_epi32(lowLanes(length), source);
+    const __m512i characters = loadShort(source, sizeof(wchar_t) * length);
     const bool faulty = anyIllFormed(characters);
     const std::size_t bytes = leaveWith(length + lanesFrom(characters, 0x80) + lanesFrom(characters, 0x800) +
                                         lanesFrom(characters, 0x10000));
@@ -346,8 +373,9 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t measureEncoded(const wchar_t* sour
     Measure measure;
     std::size_t bytes = length;
     if (length >= kWorthAligning) {
+        const __m512i none = _mm512_setzero_si512();
         const std::size_t part = toCacheLine(source);
-        measure.add(loadPart(source, part));
+        measure.add({_mm512_maskz_loadu_epi32(lowLanes(part), source), none, none, none});
         source += part;
         length -= part;
     }
@@ -358,7 +386,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t measureEncoded(const wchar_t* sour
         for (; end - at >= kBlock; at += kBlock)
             measure.add(loadWhole(source + at));
         if (at < end)
-            measure.add(loadPart(source + at, end - at));
+            measure.add(loadPart<false>(source + at, end - at));
         end = begin;
     }
     const bool faulty = measure.faults.any();
@@ -368,7 +396,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t measureEncoded(const wchar_t* sour
 
 // Of up to one block.
 QZSTRING_KERNEL std::size_t measurePart(const wchar_t* source, std::size_t length) {
-    const Characters part = loadPart(source, length);
+    const Characters part = loadPart<false>(source, length);
     if (!anyFrom(part.all(), 0x80)) {
         _mm256_zeroupper();
         return length;
@@ -380,11 +408,6 @@ QZSTRING_KERNEL std::size_t measurePart(const wchar_t* source, std::size_t lengt
     return faulty ? kFailure : bytes;
 }
 
-// Of 17 characters and more, by the first vector: most text that is not ASCII shows it there.
-QZSTRING_KERNEL bool mayBeShortAscii(const wchar_t* source, std::size_t length) {
-    return length <= kBlock && !anyFrom(_mm512_loadu_si512(source), 0x80);
-}
-
 }  // namespace
 
 // Short ASCII takes no constants and no stack: what it costs is the calls.
@@ -393,15 +416,8 @@ QZSTRING_TARGET unsigned int encode(const wchar_t* source, std::size_t length, c
                                     std::size_t capacity, bool* ok) {
     if (length <= 16)
         return output::report(encodeVector(source, length, destination, capacity), ok);
-    if (mayBeShortAscii(source, length) && length <= capacity) {
-        const Characters part = loadPart(source, length);
-        const bool isAscii = !anyFrom(part.all(), 0x80);
-        if (isAscii)
-            _mm512_mask_storeu_epi8(destination, lowBits(length), packAscii(part.a, part.b, part.c, part.d));
-        _mm256_zeroupper();
-        if (isAscii)
-            return output::report(length, ok);
-    }
+    if (length <= kBlock)
+        return output::report(encodeShort(source, length, destination, capacity), ok);
     return output::report(encodeBlocks(source, length, destination, capacity), ok);
 }
 

@@ -133,6 +133,8 @@ TEST(Character, RunsMapAsCharactersDo) {
         }
     }
     texts.push_back(L'\u4E00' + std::wstring(40, L'A'));
+    for (std::size_t length = 0; length < 70; ++length)
+        texts.emplace_back(length, L'\u0410');
     std::mt19937 random(3);
     for (int round = 0; round < 500; ++round) {
         static constexpr std::uint32_t kFirst[] = {0,       0,       0xC0,       0x400,     0x510,
