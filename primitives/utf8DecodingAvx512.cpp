@@ -620,9 +620,10 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int decodeBlocks(const char* source, 
                                                             wchar_t* destination, std::size_t capacity,
                                                             bool* ok) {
     const std::size_t ascii = storeFirstAscii(source, length, destination, capacity);
+    if (ascii != length)
+        return output::report(decodeLong(source, length, destination, capacity, ascii), ok);
     _mm256_zeroupper();
-    return output::report(ascii == length ? length : decodeLong(source, length, destination, capacity, ascii),
-                          ok);
+    return output::report(length, ok);
 }
 
 // Up to two blocks.
@@ -648,10 +649,10 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const char* source,
     if (length <= 2 * kBlock)
         return output::report(measureTwo(source, length), ok);
     const std::size_t ascii = asciiSteps(source, length);
-    const bool isAscii = length - ascii < 4 * kBlock && isAsciiToEnd(source, ascii, length);
-    _mm256_zeroupper();
-    if (isAscii)
+    if (length - ascii < 4 * kBlock && isAsciiToEnd(source, ascii, length)) {
+        _mm256_zeroupper();
         return output::report(length, ok);
+    }
     const Progress checked = measureLong(source, length, ascii);
     return output::report(checked.read == length ? checked.written : kFailure, ok);
 }
