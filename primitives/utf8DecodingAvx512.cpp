@@ -399,6 +399,15 @@ QZSTRING_KERNEL bool isAsciiToEnd(const char* source, std::size_t at, std::size_
     return _mm512_movepi8_mask(all) == 0;
 }
 
+// Whether a text of two to four blocks is ASCII.
+QZSTRING_KERNEL bool isAsciiFour(const char* source, std::size_t length) {
+    const char* const last = source + length - kBlock;
+    const char* const third = length < 3 * kBlock ? last : source + 2 * kBlock;
+    const __m512i two = _mm512_or_si512(_mm512_loadu_si512(source), _mm512_loadu_si512(source + kBlock));
+    return _mm512_movepi8_mask(_mm512_ternarylogic_epi32(two, _mm512_loadu_si512(third),
+                                                         _mm512_loadu_si512(last), 0xFE)) == 0;
+}
+
 // Decodes one block into `destination` where it fits. Returns the number of characters that end in it, or
 // kFailure. `ends` are the places before a byte that is no continuation. The block may be ill-formed.
 QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, __mmask64 high, __mmask64 ends,
@@ -597,7 +606,7 @@ QZSTRING_KERNEL std::size_t measureShort(const char* source, std::size_t length)
 
 // ---- Decoding more than a block, beginning with what is ASCII: that takes no constants ----
 
-// Widens the ASCII at the beginning: all of the text, or whole blocks, of up to two blocks none.
+// Widens the ASCII at the beginning: all of the text, or whole blocks, of up to four blocks none.
 QZSTRING_KERNEL std::size_t storeFirstAscii(const char* source, std::size_t length, wchar_t* destination,
                                             std::size_t capacity) {
     const std::size_t last = length - kBlock;
@@ -605,6 +614,16 @@ QZSTRING_KERNEL std::size_t storeFirstAscii(const char* source, std::size_t leng
         if (length > capacity || !isAsciiToEnd(source, 0, length))
             return 0;
         storeAscii(source, kBlock, destination);
+        storeAscii(source + last, kBlock, destination + last);
+        return length;
+    }
+    if (length <= 4 * kBlock) {
+        if (length > capacity || !isAsciiFour(source, length))
+            return 0;
+        storeAscii(source, kBlock, destination);
+        storeAscii(source + kBlock, kBlock, destination + kBlock);
+        if (length > 3 * kBlock)
+            storeAscii(source + 2 * kBlock, kBlock, destination + 2 * kBlock);
         storeAscii(source + last, kBlock, destination + last);
         return length;
     }
@@ -648,8 +667,10 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const char* source,
                                                              bool* ok) {
     if (length <= 2 * kBlock)
         return output::report(measureTwo(source, length), ok);
-    const std::size_t ascii = asciiSteps(source, length);
-    if (length - ascii < 4 * kBlock && isAsciiToEnd(source, ascii, length)) {
+    const bool upToFour = length <= 4 * kBlock;
+    const std::size_t ascii = upToFour ? 0 : asciiSteps(source, length);
+    if (upToFour ? isAsciiFour(source, length)
+                 : length - ascii < 4 * kBlock && isAsciiToEnd(source, ascii, length)) {
         _mm256_zeroupper();
         return output::report(length, ok);
     }
