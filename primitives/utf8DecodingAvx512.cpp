@@ -435,11 +435,10 @@ QZSTRING_KERNEL std::size_t firstPart(const char* source, std::size_t length) {
     return length < kWorthAligning ? kBlock : toCacheLine(source);
 }
 
-// Decodes a text of more than one block, from `at` on, before which all is ASCII and written. Returns its
-// length, or kFailure.
-QZSTRING_TARGET QZSTRING_NOINLINE std::size_t decodeLong(const char* source, std::size_t length,
-                                                         wchar_t* destination, std::size_t capacity,
-                                                         std::size_t at) {
+// Decodes a text of more than one block, from `at` on, before which all is ASCII and written.
+QZSTRING_TARGET QZSTRING_NOINLINE unsigned int decodeLong(const char* source, std::size_t length,
+                                                          wchar_t* destination, std::size_t capacity,
+                                                          std::size_t at, bool* ok) {
     const Constants constant = inRegisters();
     std::size_t written = at;
     std::size_t count = 0;
@@ -491,7 +490,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t decodeLong(const char* source, std
     }
     const bool converted = count != kFailure && !anyFault(faults);
     _mm256_zeroupper();
-    return converted ? written : kFailure;
+    return output::report(converted ? written : kFailure, ok);
 }
 
 // Checks and counts a text of more than one block, from `at` on, before which all is ASCII. Four blocks in a
@@ -640,33 +639,39 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int decodeBlocks(const char* source, 
                                                             bool* ok) {
     const std::size_t ascii = storeFirstAscii(source, length, destination, capacity);
     if (ascii != length)
-        return output::report(decodeLong(source, length, destination, capacity, ascii), ok);
+        return decodeLong(source, length, destination, capacity, ascii, ok);
     _mm256_zeroupper();
     return output::report(length, ok);
 }
 
-// Up to two blocks.
-QZSTRING_KERNEL std::size_t measureTwo(const char* source, std::size_t length) {
-    if (isAsciiToEnd(source, 0, length)) {
+QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureTwoBlocks(const char* source, std::size_t length,
+                                                                bool* ok) {
+    const __m512i front = _mm512_loadu_si512(source);
+    const __m512i back = _mm512_loadu_si512(source + length - kBlock);
+    if (_mm512_movepi8_mask(_mm512_or_si512(front, back)) == 0) {
         _mm256_zeroupper();
-        return length;
+        return output::report(length, ok);
     }
     const Constants& constant = inMemory();
-    const Bytes first = loadFirst(_mm512_loadu_si512(source));
+    const Bytes first = loadFirst(front);
     const Bytes last = loadLast(source, length);
     const __m512i faults = _mm512_ternarylogic_epi32(faultsOf(first, constant), faultsOf(last, constant),
-                                                     incompleteAtEnd(last.at), 0xFE);
+                                                     incompleteAtEnd(back), 0xFE);
     const bool faulty = anyFault(faults);
     const std::size_t characters =
-        leaveWith(length - countContinuations(first.at, kAll, constant) -
-                  countContinuations(last.at, ~lowBits(2 * kBlock - length), constant));
-    return faulty ? kFailure : characters;
+        leaveWith(length - countContinuations(front, kAll, constant) -
+                  countContinuations(back, ~lowBits(2 * kBlock - length), constant));
+    return output::report(faulty ? kFailure : characters, ok);
 }
 
+QZSTRING_NOINLINE unsigned int measureFrom(const char* source, std::size_t length, std::size_t at, bool* ok) {
+    const Progress checked = measureLong(source, length, at);
+    return output::report(checked.read == length ? checked.written : kFailure, ok);
+}
+
+// More than two blocks.
 QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const char* source, std::size_t length,
                                                              bool* ok) {
-    if (length <= 2 * kBlock)
-        return output::report(measureTwo(source, length), ok);
     const bool upToFour = length <= 4 * kBlock;
     const std::size_t ascii = upToFour ? 0 : asciiSteps(source, length);
     if (upToFour ? isAsciiFour(source, length)
@@ -674,13 +679,13 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const char* source,
         _mm256_zeroupper();
         return output::report(length, ok);
     }
-    const Progress checked = measureLong(source, length, ascii);
-    return output::report(checked.read == length ? checked.written : kFailure, ok);
+    return measureFrom(source, length, ascii, ok);
 }
 
 }  // namespace
 
-// Texts of one block take no loop and no stack: what they cost is the calls.
+// Texts of up to two blocks take no loop and no stack: what they cost is the calls. What needs a stack, aligned for its
+// vectors, is a function of its own and jumped to, or all that calls it would set one up.
 
 QZSTRING_TARGET unsigned int decode(const char* source, std::size_t length, wchar_t* destination,
                                     std::size_t capacity, bool* ok) {
@@ -689,8 +694,9 @@ QZSTRING_TARGET unsigned int decode(const char* source, std::size_t length, wcha
 }
 
 QZSTRING_TARGET unsigned int decodedLength(const char* source, std::size_t length, bool* ok) {
-    return length <= kBlock ? output::report(measureShort(source, length), ok)
-                            : measureBlocks(source, length, ok);
+    if (length <= kBlock)
+        return output::report(measureShort(source, length), ok);
+    return length <= 2 * kBlock ? measureTwoBlocks(source, length, ok) : measureBlocks(source, length, ok);
 }
 
 // The portable code finds the place of a fault.

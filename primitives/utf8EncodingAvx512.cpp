@@ -241,8 +241,9 @@ QZSTRING_KERNEL bool encodeCharacters(const Characters& characters, std::size_t 
     return true;
 }
 
-QZSTRING_TARGET QZSTRING_NOINLINE std::size_t encodeBlocks(const wchar_t* source, std::size_t length,
-                                                           char* destination, std::size_t capacity) {
+QZSTRING_TARGET QZSTRING_NOINLINE unsigned int encodeBlocks(const wchar_t* source, std::size_t length,
+                                                            char* destination, std::size_t capacity,
+                                                            bool* ok) {
     const Constants constant;
     Destination to{destination, capacity};
     Faults faults;
@@ -264,7 +265,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t encodeBlocks(const wchar_t* source
                                        nullptr);
     const bool converted = fits && !faults.any();
     _mm256_zeroupper();
-    return converted ? to.written : kFailure;
+    return output::report(converted ? to.written : kFailure, ok);
 }
 
 // Of 17 to 64 characters.
@@ -369,7 +370,8 @@ QZSTRING_KERNEL std::size_t toCacheLine(const wchar_t* source) {
 // Characters: small beside the second cache, long beside what a hardware prefetcher takes to begin.
 constexpr std::size_t kPiece = 1 << 16;
 
-QZSTRING_TARGET QZSTRING_NOINLINE std::size_t measureEncoded(const wchar_t* source, std::size_t length) {
+QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const wchar_t* source, std::size_t length,
+                                                             bool* ok) {
     Measure measure;
     std::size_t bytes = length;
     if (length >= kWorthAligning) {
@@ -391,7 +393,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE std::size_t measureEncoded(const wchar_t* sour
     }
     const bool faulty = measure.faults.any();
     bytes = leaveWith(bytes + measure.total());
-    return faulty ? kFailure : bytes;
+    return output::report(faulty ? kFailure : bytes, ok);
 }
 
 // Of up to one block.
@@ -410,7 +412,8 @@ QZSTRING_KERNEL std::size_t measurePart(const wchar_t* source, std::size_t lengt
 
 }  // namespace
 
-// Short ASCII takes no constants and no stack: what it costs is the calls.
+// Short ASCII takes no constants and no stack: what it costs is the calls. Longer text is jumped to, for the stack that
+// its vectors need would else be set up for all.
 
 QZSTRING_TARGET unsigned int encode(const wchar_t* source, std::size_t length, char* destination,
                                     std::size_t capacity, bool* ok) {
@@ -418,7 +421,7 @@ QZSTRING_TARGET unsigned int encode(const wchar_t* source, std::size_t length, c
         return output::report(encodeVector(source, length, destination, capacity), ok);
     if (length <= kBlock)
         return output::report(encodeShort(source, length, destination, capacity), ok);
-    return output::report(encodeBlocks(source, length, destination, capacity), ok);
+    return encodeBlocks(source, length, destination, capacity, ok);
 }
 
 QZSTRING_TARGET unsigned int encodedLength(const wchar_t* source, std::size_t length, bool* ok) {
@@ -426,7 +429,7 @@ QZSTRING_TARGET unsigned int encodedLength(const wchar_t* source, std::size_t le
         return output::report(measureVector(source, length), ok);
     if (length <= kBlock)
         return output::report(measurePart(source, length), ok);
-    return output::report(measureEncoded(source, length), ok);
+    return measureBlocks(source, length, ok);
 }
 
 }  // namespace qzString::kernels::avx512
