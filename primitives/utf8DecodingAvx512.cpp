@@ -644,24 +644,48 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int decodeBlocks(const char* source, 
     return output::report(length, ok);
 }
 
+// What is left of a text's check when all but its last block has been seen: `continued` are the continuation bytes so
+// far, `faults` what was wrong.
+QZSTRING_KERNEL unsigned int finishMeasuring(const char* source, std::size_t length, __m512i faults,
+                                             std::size_t continued, const Constants& constant, bool* ok) {
+    const Bytes last = loadLast(source, length);
+    const bool faulty =
+        anyFault(_mm512_ternarylogic_epi32(faults, faultsOf(last, constant), incompleteAtEnd(last.at), 0xFE));
+    continued += countContinuations(last.at, ~lowBits((kBlock - length % kBlock) % kBlock), constant);
+    const std::size_t characters = leaveWith(length - continued);
+    return output::report(faulty ? kFailure : characters, ok);
+}
+
 QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureTwoBlocks(const char* source, std::size_t length,
                                                                 bool* ok) {
     const __m512i front = _mm512_loadu_si512(source);
-    const __m512i back = _mm512_loadu_si512(source + length - kBlock);
-    if (_mm512_movepi8_mask(_mm512_or_si512(front, back)) == 0) {
+    if (_mm512_movepi8_mask(_mm512_or_si512(front, _mm512_loadu_si512(source + length - kBlock))) == 0) {
         _mm256_zeroupper();
         return output::report(length, ok);
     }
     const Constants& constant = inMemory();
-    const Bytes first = loadFirst(front);
-    const Bytes last = loadLast(source, length);
-    const __m512i faults = _mm512_ternarylogic_epi32(faultsOf(first, constant), faultsOf(last, constant),
-                                                     incompleteAtEnd(back), 0xFE);
-    const bool faulty = anyFault(faults);
-    const std::size_t characters =
-        leaveWith(length - countContinuations(front, kAll, constant) -
-                  countContinuations(back, ~lowBits(2 * kBlock - length), constant));
-    return output::report(faulty ? kFailure : characters, ok);
+    return finishMeasuring(source, length, faultsOf(loadFirst(front), constant),
+                           countContinuations(front, kAll, constant), constant, ok);
+}
+
+QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureFourBlocks(const char* source, std::size_t length,
+                                                                 bool* ok) {
+    if (isAsciiFour(source, length)) {
+        _mm256_zeroupper();
+        return output::report(length, ok);
+    }
+    const Constants& constant = inMemory();
+    const Bytes first = loadFirst(_mm512_loadu_si512(source));
+    const Bytes second = loadWhole(source + kBlock);
+    __m512i faults = _mm512_or_si512(faultsOf(first, constant), faultsOf(second, constant));
+    std::size_t continued =
+        countContinuations(first.at, kAll, constant) + countContinuations(second.at, kAll, constant);
+    if (length > 3 * kBlock) {
+        const Bytes third = loadWhole(source + 2 * kBlock);
+        faults = _mm512_or_si512(faults, faultsOf(third, constant));
+        continued += countContinuations(third.at, kAll, constant);
+    }
+    return finishMeasuring(source, length, faults, continued, constant, ok);
 }
 
 QZSTRING_NOINLINE unsigned int measureFrom(const char* source, std::size_t length, std::size_t at, bool* ok) {
@@ -669,13 +693,11 @@ QZSTRING_NOINLINE unsigned int measureFrom(const char* source, std::size_t lengt
     return output::report(checked.read == length ? checked.written : kFailure, ok);
 }
 
-// More than two blocks.
+// More than four blocks.
 QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const char* source, std::size_t length,
                                                              bool* ok) {
-    const bool upToFour = length <= 4 * kBlock;
-    const std::size_t ascii = upToFour ? 0 : asciiSteps(source, length);
-    if (upToFour ? isAsciiFour(source, length)
-                 : length - ascii < 4 * kBlock && isAsciiToEnd(source, ascii, length)) {
+    const std::size_t ascii = asciiSteps(source, length);
+    if (length - ascii < 4 * kBlock && isAsciiToEnd(source, ascii, length)) {
         _mm256_zeroupper();
         return output::report(length, ok);
     }
@@ -684,8 +706,8 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const char* source,
 
 }  // namespace
 
-// Texts of up to two blocks take no loop and no stack: what they cost is the calls. What needs a stack, aligned for its
-// vectors, is a function of its own and jumped to, or all that calls it would set one up.
+// Texts of one block, and queries of up to four, take no loop and no stack: what they cost is the calls. What needs a
+// stack, aligned for its vectors, is a function of its own and jumped to, or all that calls it would set one up.
 
 QZSTRING_TARGET unsigned int decode(const char* source, std::size_t length, wchar_t* destination,
                                     std::size_t capacity, bool* ok) {
@@ -696,7 +718,9 @@ QZSTRING_TARGET unsigned int decode(const char* source, std::size_t length, wcha
 QZSTRING_TARGET unsigned int decodedLength(const char* source, std::size_t length, bool* ok) {
     if (length <= kBlock)
         return output::report(measureShort(source, length), ok);
-    return length <= 2 * kBlock ? measureTwoBlocks(source, length, ok) : measureBlocks(source, length, ok);
+    if (length <= 2 * kBlock)
+        return measureTwoBlocks(source, length, ok);
+    return length <= 4 * kBlock ? measureFourBlocks(source, length, ok) : measureBlocks(source, length, ok);
 }
 
 // The portable code finds the place of a fault.
