@@ -217,7 +217,7 @@ QZSTRING_KERNEL bool encodeCharacters(const Characters& characters, std::size_t 
         const Constants constant = kWhole ? *known : Constants();
         return destination.put(
                    encodeTwoByte(characters.a, characters.b, static_cast<std::uint32_t>(valid), constant),
-                   later) &&
+                   later + (count > 32 ? count - 32 : 0)) &&
                (count <= 32 ||
                 destination.put(encodeTwoByte(characters.c, characters.d,
                                               static_cast<std::uint32_t>(valid >> 32), constant),
@@ -235,37 +235,61 @@ QZSTRING_KERNEL bool encodeCharacters(const Characters& characters, std::size_t 
     for (std::size_t i = 0; i < 4 && (kWhole || 16 * i < count); ++i) {
         faults.see(parts[i], constant.surrogate);
         const __mmask64 part = kWhole || count - 16 * i >= 16 ? kAll : lowBits(4 * (count - 16 * i));
-        if (!destination.put(encodeAny(parts[i], part, constant), later))
+        const std::size_t behind = count > 16 * (i + 1) ? count - 16 * (i + 1) : 0;
+        if (!destination.put(encodeAny(parts[i], part, constant), later + behind))
             return false;
     }
     return true;
 }
 
+unsigned int encodeAsciiBlocks(const wchar_t* source, std::size_t length, char* destination,
+                               std::size_t capacity, bool* ok);
+
+// Encodes a text of more than a block from `at` on, at least a block, before which all is ASCII and written.
 QZSTRING_TARGET QZSTRING_NOINLINE unsigned int encodeBlocks(const wchar_t* source, std::size_t length,
                                                             char* destination, std::size_t capacity,
-                                                            bool* ok) {
+                                                            std::size_t at, bool* ok) {
+    Characters next = loadWhole(source + at);
+    if (at == 0 && capacity >= kBlock && !anyFrom(next.all(), 0x80))
+        return encodeAsciiBlocks(source, length, destination, capacity, ok);
     const Constants constant;
-    Destination to{destination, capacity};
+    Destination to{destination, capacity, at};
     Faults faults;
-    std::size_t at = 0;
     bool fits = true;
-    if (length >= kBlock) {
-        Characters next = loadWhole(source);
-        do {
-            const Characters now = next;
-            at += kBlock;
-            const std::size_t later = length - at;
-            if (later >= kBlock)
-                next = loadWhole(source + at);
-            fits = encodeCharacters<true>(now, kBlock, later, to, faults, &constant);
-        } while (fits && length - at >= kBlock);
-    }
+    do {
+        const Characters now = next;
+        at += kBlock;
+        const std::size_t later = length - at;
+        if (later >= kBlock)
+            next = loadWhole(source + at);
+        fits = encodeCharacters<true>(now, kBlock, later, to, faults, &constant);
+    } while (fits && length - at >= kBlock);
     if (fits && at < length)
         fits = encodeCharacters<false>(loadPart<true>(source + at, length - at), length - at, 0, to, faults,
                                        nullptr);
     const bool converted = fits && !faults.any();
     _mm256_zeroupper();
     return output::report(converted ? to.written : kFailure, ok);
+}
+
+// The same of a text that begins with a block of ASCII and has room for it: ASCII takes no constants, and the last
+// characters are taken with some of those before.
+QZSTRING_TARGET QZSTRING_NOINLINE unsigned int encodeAsciiBlocks(const wchar_t* source, std::size_t length,
+                                                                 char* destination, std::size_t capacity,
+                                                                 bool* ok) {
+    const std::size_t last = length - kBlock;
+    Characters block = loadWhole(source);
+    for (std::size_t at = 0;;) {
+        _mm512_storeu_si512(destination + at, packAscii(block.a, block.b, block.c, block.d));
+        if (at == last)
+            break;
+        at = at + kBlock < last ? at + kBlock : last;
+        block = loadWhole(source + at);
+        if (capacity - at < kBlock || anyFrom(block.all(), 0x80))
+            return encodeBlocks(source, length, destination, capacity, at, ok);
+    }
+    _mm256_zeroupper();
+    return output::report(length, ok);
 }
 
 // Of 17 to 64 characters.
@@ -334,11 +358,14 @@ struct Measure {
         if (anyFrom(characters.all(), 0x80))
             addBeyondAscii(characters);
     }
-    QZSTRING_KERNEL void addBeyondAscii(const Characters& characters) {
+    // Those behind the first `count` are zeros.
+    QZSTRING_KERNEL void addBeyondAscii(const Characters& characters, std::size_t count = kBlock) {
         add(characters.a);
         add(characters.b);
-        add(characters.c);
-        add(characters.d);
+        if (count > 32) {
+            add(characters.c);
+            add(characters.d);
+        }
     }
 
     [[nodiscard]] QZSTRING_KERNEL std::size_t total() const {
@@ -346,10 +373,13 @@ struct Measure {
                                               _mm512_srli_epi64(sums, 32));
         return static_cast<std::size_t>(_mm512_reduce_add_epi64(wide));
     }
-    // The same of a single block, whose sums fit bytes.
-    [[nodiscard]] QZSTRING_KERNEL std::size_t totalOfBlock() const {
+    // What encodedLength gives of a text of one or two blocks, all of it added; their sums fit bytes.
+    [[nodiscard]] QZSTRING_KERNEL std::size_t leaveWithLength(std::size_t length) const {
+        const bool faulty = faults.any();
         const __m128i halves = _mm_sad_epu8(_mm512_cvtepi32_epi8(sums), _mm_setzero_si128());
-        return static_cast<std::size_t>(_mm_cvtsi128_si64(halves) + _mm_extract_epi64(halves, 1));
+        const std::size_t bytes = leaveWith(
+            length + static_cast<std::size_t>(_mm_cvtsi128_si64(halves) + _mm_extract_epi64(halves, 1)));
+        return faulty ? kFailure : bytes;
     }
 
   private:
@@ -404,10 +434,23 @@ QZSTRING_KERNEL std::size_t measurePart(const wchar_t* source, std::size_t lengt
         return length;
     }
     Measure measure;
-    measure.addBeyondAscii(part);
-    const bool faulty = measure.faults.any();
-    const std::size_t bytes = leaveWith(length + measure.totalOfBlock());
-    return faulty ? kFailure : bytes;
+    measure.addBeyondAscii(part, length);
+    return measure.leaveWithLength(length);
+}
+
+// Of one to two blocks.
+QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureTwoBlocks(const wchar_t* source, std::size_t length,
+                                                                bool* ok) {
+    const Characters first = loadWhole(source);
+    const Characters last = loadPart<false>(source + kBlock, length - kBlock);
+    if (!anyFrom(_mm512_or_si512(first.all(), last.all()), 0x80)) {
+        _mm256_zeroupper();
+        return output::report(length, ok);
+    }
+    Measure measure;
+    measure.addBeyondAscii(first);
+    measure.addBeyondAscii(last, length - kBlock);
+    return output::report(measure.leaveWithLength(length), ok);
 }
 
 }  // namespace
@@ -421,7 +464,7 @@ QZSTRING_TARGET unsigned int encode(const wchar_t* source, std::size_t length, c
         return output::report(encodeVector(source, length, destination, capacity), ok);
     if (length <= kBlock)
         return output::report(encodeShort(source, length, destination, capacity), ok);
-    return encodeBlocks(source, length, destination, capacity, ok);
+    return encodeBlocks(source, length, destination, capacity, 0, ok);
 }
 
 QZSTRING_TARGET unsigned int encodedLength(const wchar_t* source, std::size_t length, bool* ok) {
@@ -429,7 +472,7 @@ QZSTRING_TARGET unsigned int encodedLength(const wchar_t* source, std::size_t le
         return output::report(measureVector(source, length), ok);
     if (length <= kBlock)
         return output::report(measurePart(source, length), ok);
-    return measureBlocks(source, length, ok);
+    return length <= 2 * kBlock ? measureTwoBlocks(source, length, ok) : measureBlocks(source, length, ok);
 }
 
 }  // namespace qzString::kernels::avx512
