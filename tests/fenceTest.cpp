@@ -47,25 +47,33 @@ class Fenced {
     char* memory;
 };
 
-const char* const kTexts[] = {
-    "Plain ASCII text, KEPT LONG. ",
-    "D\xC3\xA8s No\xC3\xABl, o\xC3\xB9 un z\xC3\xA9phyr ha\xC3\xAF ",
-    "\xD0\xA1\xD1\x8A\xD0\xB5\xD1\x88\xD1\x8C",
-    "\xE6\xBC\xA2\xE5\xAD\x97\xE3\x81\x8B",
-    "\xF0\x9F\x98\x80\xF0\x9F\x8E\x89",
-    "a\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80z",
-};
 constexpr std::size_t kMost = 1100;
+
+struct Seed {
+    std::string text;
+    std::size_t most = kMost;  // repetitions
+};
+const Seed kSeeds[] = {
+    {"Plain ASCII text, KEPT LONG. "},
+    {"D\xC3\xA8s No\xC3\xABl, o\xC3\xB9 un z\xC3\xA9phyr ha\xC3\xAF "},
+    {"\xD0\xA1\xD1\x8A\xD0\xB5\xD1\x88\xD1\x8C"},
+    {"\xE6\xBC\xA2\xE5\xAD\x97\xE3\x81\x8B"},
+    {"\xF0\x9F\x98\x80\xF0\x9F\x8E\x89"},
+    {"a\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80z"},
+    // What follows is as short as it can be.
+    {"\xC3\xA9", 1},
+    {"\xF0\x9F\x98\x80\xE6\xBC\xA2", 1},
+};
 
 // Texts of every number of repetitions and every remainder of ASCII; of long ones so many that they begin at
 // every place in a cache line.
 template <class Function>
 void forEveryText(Function function) {
-    for (const std::string seed : kTexts) {
+    for (const Seed& seed : kSeeds) {
         for (std::size_t length = 0; length <= kMost; length = length == 300 ? kMost - 70 : length + 1) {
             std::string text;
-            while (text.size() + seed.size() <= length)
-                text += seed;
+            for (std::size_t n = 0; n < seed.most && text.size() + seed.text.size() <= length; ++n)
+                text += seed.text;
             text.resize(length, 'Q');
             function(text);
         }
