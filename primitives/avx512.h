@@ -37,7 +37,8 @@ QZSTRING_KERNEL bool anyBits(__m512i vector) {
     return _mm512_test_epi32_mask(vector, _mm512_set1_epi32(kBits)) != 0;
 }
 
-// The same of up to 64 bytes, in small registers: up to 32 bytes leave nothing to clear.
+// The same of a text of up to 64 bytes, in small registers: up to 32 bytes leave nothing to clear. Its last
+// bytes are taken from anywhere: kBits are those of an element, repeated.
 template <int kBits>
 QZSTRING_KERNEL bool anyBitsShort(const char* text, std::size_t bytes) {
     if (bytes > 32) {
@@ -59,12 +60,14 @@ alignas(64) constexpr unsigned char kPlaces[64] = {
     22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43,
     44, 45, 46, 47, 48, 49, 50, 51, 52, 53, 54, 55, 56, 57, 58, 59, 60, 61, 62, 63};
 
-// Short text and its neighbours in memory: a load waits for stores under way to any byte of its range, masked or not,
-// and nothing that a masked store has in its range is handed to a load early. What stands behind a text is often what
-// was written just before, or is read next: the next string of a container. So accesses to short text reach as little
-// beyond it as its length allows without more branches: lengths are often random, and a branch missed costs as much.
+// Short text and its neighbours in memory: a load waits for stores under way to any byte of its range, masked
+// or not, and nothing that a masked store has in its range is handed to a load early. What stands behind a
+// text is often what was written just before, or is read next: the next string of a container. So accesses to
+// short text reach as little beyond it as its length allows without more branches: lengths are often random,
+// and a branch missed costs as much.
 
-// Up to 64 bytes, and zeros behind them. Reads no further than 32 bytes on, above that than 15 behind the text.
+// Up to 64 bytes, and zeros behind them. The range of its loads is 32 bytes, that of longer text ends at most
+// 15 behind it; what is behind the text is masked.
 QZSTRING_KERNEL __m512i loadShort(const void* text, std::size_t bytes) {
     const auto* const first = static_cast<const __m256i*>(text);
     const std::uint64_t valid = lowBits(bytes);
@@ -84,7 +87,7 @@ QZSTRING_KERNEL void storeHalves(char* text, std::size_t bytes, __m512i vector) 
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(text + bytes - 32), _mm512_castsi512_si256(last));
 }
 
-// Stores up to 64 bytes, fewer than 16 under a mask of so many.
+// Stores up to 64 bytes, fewer than 16 under a mask, in a range of 16.
 QZSTRING_KERNEL void storeShort(char* text, std::size_t bytes, __m512i vector) {
     if (bytes > 32) {
         storeHalves(text, bytes, vector);
@@ -99,7 +102,7 @@ QZSTRING_KERNEL void storeShort(char* text, std::size_t bytes, __m512i vector) {
     }
 }
 
-// Stores up to 16 wide characters, up to 8 under a mask of so many.
+// Stores up to 16 wide characters, up to 8 under a mask, in a range of 8.
 QZSTRING_KERNEL void storeShort(wchar_t* text, std::size_t count, __m512i vector) {
     if (count > 8)
         storeHalves(reinterpret_cast<char*>(text), sizeof(wchar_t) * count, vector);

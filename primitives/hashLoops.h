@@ -37,8 +37,8 @@ inline constexpr std::size_t kScrambleSecret = 128;    // where in the secret th
 inline constexpr std::size_t kLastStripeSecret = 121;  // and the last stripe
 inline constexpr std::size_t kMergeSecret = 11;        // and the final merge
 
-// The secret, hidden from the compiler in every block: it would load all of it before the first one, and spill
-// it to the stack.
+// The secret, hidden from the compiler in every block: it would load all of it before the first one, and
+// spill it to the stack.
 QZSTRING_INLINE const unsigned char* freshSecret() {
     const unsigned char* secret = kSecret;
 #if defined(__GNUC__) || defined(__clang__)

@@ -1,6 +1,6 @@
 // Forced inlining, and its opposite, for loops that are compiled once per instruction set. A function inlined
-// into a kernel is compiled with the kernel's instructions, one that is not stays with the base set. Internal,
-// not installed.
+// into a kernel is compiled with the kernel's instructions, one that is not stays with the base set.
+// Internal, not installed.
 #ifndef QZSTRING_PRIMITIVES_INLINE_H
 #define QZSTRING_PRIMITIVES_INLINE_H
 

@@ -189,8 +189,8 @@ class Mapping<Case, wchar_t> {
 template <class Char>
 constexpr std::size_t kElements = 64 / sizeof(Char);
 
-// The last vector, over some of the one before, is loaded before that is stored. It is stored only where it changes:
-// short texts have the case already more often than not.
+// The last vector, over some of the one before, is loaded before that is stored. It is stored only where it
+// changes: short texts have the case already more often than not.
 template <class Case, class Char>
 QZSTRING_TARGET void mapRun(Char* text, std::size_t count) noexcept {
     if (count == 0)

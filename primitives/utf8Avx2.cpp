@@ -381,8 +381,8 @@ QZSTRING_KERNEL bool encodeEight(__m256i c, std::size_t begin, Encoding& encodin
         lanesOf<0x80C00000>(), _mm256_xor_si256(_mm256_and_si256(three, lanesOf<0x80C00000 ^ 0x8080E000>()),
                                                 _mm256_and_si256(four, lanesOf<0x8080E000 ^ 0x808080F0>())));
     const __m256i bytes = _mm256_blendv_epi8(_mm256_slli_epi32(c, 24), _mm256_or_si256(fields, tags), two);
-    // The number of bytes beyond the first, in two bits: the upper is set from three bytes on, the lower where
-    // there are two or four.
+    // The number of bytes beyond the first, in two bits: the upper is set from three bytes on, the lower
+    // where there are two or four.
     const __m256i lower = _mm256_xor_si256(two, _mm256_xor_si256(three, four));
     const std::uint32_t lengths =
         topBits(_mm256_packs_epi16(_mm256_blend_epi16(lower, three, 0xAA), _mm256_setzero_si256()));

@@ -187,8 +187,8 @@ QZSTRING_KERNEL std::size_t storeRun(const char* source, std::size_t length, wch
     return count;
 }
 
-// A block that, by the places where its characters end, has only such of three or only such of four bytes: where
-// the first of them begins, counted from the block, and their width; else 0.
+// A block that, by the places where its characters end, has only such of three or only such of four bytes:
+// where the first of them begins, counted from the block, and their width; else 0.
 struct Run {
     int start;
     int width;
@@ -380,8 +380,8 @@ inline Words loadWords(const char* text, std::size_t length) {
     return words;
 }
 
-// A text of up to a block, in a vector with zeros before and behind it; a character that is cut off at the end
-// is asked for. Where the text is ill-formed or does not fit, nothing is done.
+// A text of up to a block, in a vector with zeros before and behind it; a character that is cut off at the
+// end is asked for. Where the text is ill-formed or does not fit, nothing is done.
 template <class Vector>
 struct Short {
     std::uint32_t valid;

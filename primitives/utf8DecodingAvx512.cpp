@@ -14,8 +14,8 @@
 // not at all. Only the query for the well-formed beginning goes on in portable code, which finds the place.
 //
 // Stores: 64 bytes whole while what is still to come is sure to fill them; the last 16 characters over some
-// of those before, or under a mask where there are fewer, so that nothing past the count is touched. (How few
-// there are is as good as random: avx512.h's narrower stores would branch on it.)
+// of those before, or under a mask where there are fewer, so that nothing past the count is touched.
+// (avx512.h's narrower stores would branch on how few there are.)
 //
 // Processors may let a load wait until the places of all stores before it are known, and these depend on the
 // count of the block before: what tells the count is therefore loaded a block ahead.
@@ -37,8 +37,8 @@ using output::kFailure;
 
 constexpr std::size_t kBlock = 64;
 constexpr __mmask64 kAll = ~__mmask64{0};
-// The bytes from which on it pays, as measured on Zen 5, to take blocks along cache lines, in the conversion and
-// in the query of ASCII, and to widen ASCII with constants in registers.
+// The bytes from which on it pays, as measured on Zen 5, to take blocks along cache lines, in the conversion
+// and in the query of ASCII, and to widen ASCII with constants in registers.
 constexpr std::size_t kWorthAligning = 16 * kBlock;
 constexpr std::size_t kWorthAligningAscii = 8 * kBlock;
 constexpr std::size_t kWorthWidening = 5 * kBlock;
@@ -340,9 +340,9 @@ struct Widening {
     }
 };
 
-// Widens blocks of ASCII while they last and fit, and returns how many bytes that were. Long runs are brought to
-// the destination's cache lines first, by up to 15 characters that may be all: a store across two lines costs
-// twice.
+// Widens blocks of ASCII while they last and fit, and returns how many bytes that were. Long runs are brought
+// to the destination's cache lines first, by up to 15 characters that may be all: a store across two lines
+// costs twice.
 QZSTRING_KERNEL std::size_t storeAsciiRun(const char* source, std::size_t length, wchar_t* destination,
                                           std::size_t room) {
     const std::size_t most = length < room ? length : room;
@@ -484,7 +484,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int decodeLong(const char* source, st
         faults =
             _mm512_ternarylogic_epi32(faults, faultsOf(bytes, constant), incompleteAtEnd(bytes.at), 0xFE);
         count = decodeBlock(bytes, _mm512_movepi8_mask(bytes.at),
-                            endsBefore(nextOf(bytes.at), kAll << (kBlock - (length - at)), constant),
+                            endsBefore(nextOf(bytes.at), ~lowBits(kBlock - (length - at)), constant),
                             destination + written, capacity - written, false, constant);
         written += count;
     }
@@ -553,7 +553,8 @@ QZSTRING_TARGET QZSTRING_NOINLINE Progress measureLong(const char* source, std::
 
 // ---- Decoding up to one block ----
 
-// Whether a text is ASCII: of 49 to 64 bytes, and of fewer by its first and its last 32, or all of them twice.
+// Whether a text is ASCII: by one vector, which is faster for 49 to 64 bytes, or by its first and its last
+// 32, fewer of them twice.
 QZSTRING_KERNEL bool isAsciiVector(const char* source, std::size_t length) {
     return _mm512_movepi8_mask(_mm512_maskz_loadu_epi8(lowBits(length), source)) == 0;
 }
@@ -605,7 +606,8 @@ QZSTRING_KERNEL std::size_t measureShort(const char* source, std::size_t length)
 
 // ---- Decoding more than a block, beginning with what is ASCII: that takes no constants ----
 
-// Widens the ASCII at the beginning: all of the text, or whole blocks, of up to four blocks none.
+// Widens the ASCII at the beginning: all of the text, or what storeAsciiRun takes, of up to four blocks
+// nothing.
 QZSTRING_KERNEL std::size_t storeFirstAscii(const char* source, std::size_t length, wchar_t* destination,
                                             std::size_t capacity) {
     const std::size_t last = length - kBlock;
@@ -644,14 +646,14 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int decodeBlocks(const char* source, 
     return output::report(length, ok);
 }
 
-// What is left of a text's check when all but its last block has been seen: `continued` are the continuation bytes so
-// far, `faults` what was wrong.
+// What is left of a text's check when all but its last block has been seen: `continued` are the continuation
+// bytes so far, `faults` what was wrong.
 QZSTRING_KERNEL unsigned int finishMeasuring(const char* source, std::size_t length, __m512i faults,
                                              std::size_t continued, const Constants& constant, bool* ok) {
     const Bytes last = loadLast(source, length);
     const bool faulty =
         anyFault(_mm512_ternarylogic_epi32(faults, faultsOf(last, constant), incompleteAtEnd(last.at), 0xFE));
-    continued += countContinuations(last.at, ~lowBits((kBlock - length % kBlock) % kBlock), constant);
+    continued += countContinuations(last.at, ~lowBits((0 - length) % kBlock), constant);
     const std::size_t characters = leaveWith(length - continued);
     return output::report(faulty ? kFailure : characters, ok);
 }
@@ -706,8 +708,9 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const char* source,
 
 }  // namespace
 
-// Texts of one block, and queries of up to four, take no loop and no stack: what they cost is the calls. What needs a
-// stack, aligned for its vectors, is a function of its own and jumped to, or all that calls it would set one up.
+// Texts of one block, and queries of up to four, take no stack: what they cost is the calls. The kernels of
+// longer text report themselves and are jumped to: where it calls one, g++ 12 has an entry align its stack
+// for vectors first, short text or not.
 
 QZSTRING_TARGET unsigned int decode(const char* source, std::size_t length, wchar_t* destination,
                                     std::size_t capacity, bool* ok) {

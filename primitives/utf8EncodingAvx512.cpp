@@ -5,8 +5,8 @@
 // compressed. Text below U+0800 goes 32 characters at a time in 16-bit lanes, ASCII 64. Ill-formed characters
 // are noticed at the end, in text of up to 16 before anything is stored.
 //
-// The last characters are loaded with the text's last 16, short text as avx512.h says. Stores: 64 bytes whole while
-// what is still to come is sure to fill them, else no more than the count.
+// The last characters are loaded with the text's last 16, short text as avx512.h says. Stores: 64 bytes whole
+// while what is still to come is sure to fill them, else no more than the count.
 //
 // Three things that cost more than they show: instructions that make or test masks share two ports, so the
 // bytes in use come from one comparison; processors may let a load wait until the places of all stores before
@@ -45,7 +45,7 @@ alignas(64) constexpr char kExtra[64] = {
     0, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 2, 2, 2, 2, 2, 1, 1, 1, 1,
 };
 
-// The number of each lane; 16 from one of them on take what stands there to a vector's beginning.
+// kPlaces in lanes of 32 bits, 16 of them: to widen those takes a cycle more than to load these.
 alignas(64) constexpr int kLanes[32] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 
 // Where the bytes of both characters of a 64-bit lane begin: at their bits 18, 12, 6 and 0.
@@ -162,7 +162,7 @@ struct Destination {
     }
 };
 
-// 64 characters, or the last of a text: lanes past its end are zero, and not `valid`.
+// 64 characters, or the last of a text: lanes that hold none of it are zero, and not `valid`.
 struct Characters {
     __m512i a, b, c, d;
 
@@ -176,9 +176,9 @@ QZSTRING_KERNEL Characters loadWhole(const wchar_t* source) {
             _mm512_loadu_si512(source + 48)};
 }
 
-// The last 1 to 64 of a text of at least 16: whole vectors, then what is left of the text's last 16 characters, at
-// the beginning of a vector or, where !kInOrder, at its end. No load goes where the text has nothing, as even a
-// masked one is slow there.
+// The last 1 to 64 of a text of at least 16: whole vectors, then what is left of the text's last 16
+// characters, at the beginning of a vector or, where !kInOrder, at its end. No load goes where the text has
+// nothing, as even a masked one is slow there.
 template <bool kInOrder>
 QZSTRING_KERNEL Characters loadPart(const wchar_t* source, std::size_t count) {
     const std::size_t left = (count - 1) % 16 + 1;
@@ -272,8 +272,8 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int encodeBlocks(const wchar_t* sourc
     return output::report(converted ? to.written : kFailure, ok);
 }
 
-// The same of a text that begins with a block of ASCII and has room for it: ASCII takes no constants, and the last
-// characters are taken with some of those before.
+// The same of a text that begins with a block of ASCII and has room for it: ASCII takes no constants, and the
+// last characters are taken with some of those before.
 QZSTRING_TARGET QZSTRING_NOINLINE unsigned int encodeAsciiBlocks(const wchar_t* source, std::size_t length,
                                                                  char* destination, std::size_t capacity,
                                                                  bool* ok) {
@@ -296,8 +296,14 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int encodeAsciiBlocks(const wchar_t* 
 QZSTRING_KERNEL std::size_t encodeShort(const wchar_t* source, std::size_t length, char* destination,
                                         std::size_t capacity) {
     Destination to{destination, capacity};
+    const Characters part = loadPart<true>(source, length);
+    if (!anyFrom(part.all(), 0x80)) {  // apart to the end: there are no faults to look for
+        const bool fits = to.putAscii(packAscii(part.a, part.b, part.c, part.d), length);
+        _mm256_zeroupper();
+        return fits ? length : kFailure;
+    }
     Faults faults;
-    const bool fits = encodeCharacters<false>(loadPart<true>(source, length), length, 0, to, faults, nullptr);
+    const bool fits = encodeCharacters<false>(part, length, 0, to, faults, nullptr);
     const bool converted = fits && !faults.any();
     _mm256_zeroupper();
     return converted ? to.written : kFailure;
@@ -455,8 +461,8 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureTwoBlocks(const wchar_t* s
 
 }  // namespace
 
-// Short ASCII takes no constants and no stack: what it costs is the calls. Longer text is jumped to, for the stack that
-// its vectors need would else be set up for all.
+// Short text takes no stack: what it costs is the calls. The kernels of longer text report themselves and are
+// jumped to: where it calls one, g++ 12 has an entry align its stack for vectors first, short text or not.
 
 QZSTRING_TARGET unsigned int encode(const wchar_t* source, std::size_t length, char* destination,
                                     std::size_t capacity, bool* ok) {

@@ -75,9 +75,9 @@ class QZSTRING_EXPORT IString {
 
     // ---- Multibyte text, through the cache ----
 
-    // Makes the cache hold the text, NULs included, in the encoding; converts only where it does not already: a
-    // form in the locale's encoding stays when the locale changes. `*ok` says whether the text could be encoded
-    // whole; a failure is not cached.
+    // Makes the cache hold the text, NULs included, in the encoding; converts only where it does not already:
+    // a form in the locale's encoding stays when the locale changes. `*ok` says whether the text could be
+    // encoded whole; a failure is not cached.
     void convertToMultibyte(Encoding encoding, bool* ok = nullptr) const;
     // The cached form, NUL-terminated and never null; after a failure usually empty. Valid until the string
     // changes or another encoding is asked for; asking again for the same one returns the same pointer.

@@ -17,11 +17,12 @@ namespace {
 constexpr std::size_t kWideOnStack = 262144;
 constexpr std::size_t kBytesOnStack = 1048576;
 
-// Text of up to that many bytes goes through a buffer, which UTF-8 is sure to fit: that saves measuring it, and
-// the zeroing of new storage. In other encodings what does not fit is measured after all.
+// Text of up to that many bytes goes through a buffer, which UTF-8 is sure to fit: that saves measuring it,
+// and the zeroing of new storage. In other encodings what does not fit is measured after all.
 constexpr std::size_t kShort = 1024;
 constexpr std::size_t kMostBytes = 4;  // of a character in UTF-8
-// Bytes of a cache line of the processor: where stores go across two, reading back what was just stored waits.
+// Bytes of a cache line of the processor: where stores go across two, reading back what was just stored
+// waits.
 constexpr std::size_t kCacheLine = 64;
 
 struct Free {
