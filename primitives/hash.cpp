@@ -49,11 +49,12 @@ std::uint64_t avalancheXxh64(std::uint64_t hash) {
 // 129 to 224 bytes; where in the secret is as XXH3 has it for 129 to 240. In one run of branches: told that
 // the first ones are not taken, g++ 12 computes all products first and keeps them on the stack.
 QZSTRING_NOINLINE std::uint64_t hashParts(const unsigned char* p, std::size_t length) {
+    const std::uint64_t first = mix(p, kSecret);
     std::uint64_t sum = length * kPrime64[0] + mix(p + length - 16, kSecret + 119);
-    sum = mixAll<0, 128>(p, length, kSecret, sum);
+    sum = mixAll<16, 128>(p, length, kSecret, sum);
     if (length > 144)
         sum = mixAll<0, 80>(p + 128, length - 128, kSecret + 3, sum);
-    return avalancheXxh64(sum);
+    return avalancheXxh64(sum + first);
 }
 
 // 225 to 384 bytes.

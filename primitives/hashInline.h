@@ -103,12 +103,14 @@ std::uint64_t mixAll(const unsigned char* p, std::size_t length, const unsigned 
     return sum;
 }
 
-// 17 to 128 bytes: the last 16 may overlap those before.
+// 17 to 128 bytes: the last 16 may overlap those before. The first are added last, as in XXH3: where they are
+// the last to be known, one addition waits for them instead of all.
 inline std::uint64_t hashShort(const unsigned char* p, std::size_t length) noexcept {
-    std::uint64_t sum = length * kPrime64[0] + mix(p, kSecret) + mix(p + length - 16, kSecret + 16);
+    const std::uint64_t first = mix(p, kSecret);
+    std::uint64_t sum = length * kPrime64[0] + mix(p + length - 16, kSecret + 16);
     if (length > 32)
         sum = mixAll<16, 112>(p, length, kSecret + 16, sum);
-    return avalanche(sum);
+    return avalanche(sum + first);
 }
 
 }  // namespace qz::detail
