@@ -51,10 +51,9 @@ std::uint64_t avalancheXxh64(std::uint64_t hash) {
 QZSTRING_NOINLINE std::uint64_t hashParts(const unsigned char* p, std::size_t length) {
     const std::uint64_t first = mix(p, kSecret);
     std::uint64_t sum = length * kPrime64[0] + mix(p + length - 16, kSecret + 119);
-    sum = mixAll<16, 128>(p, length, kSecret, sum);
-    if (length > 144)
-        sum = mixAll<0, 80>(p + 128, length - 128, kSecret + 3, sum);
-    return avalancheXxh64(sum + first);
+    sum = mixAll<16, 128>(p, length, kSecret, sum, 0);
+    return avalancheXxh64(length > 144 ? mixAll<0, 80>(p + 128, length - 128, kSecret + 3, sum, first)
+                                       : sum + first);
 }
 
 // 225 to 384 bytes.

@@ -91,26 +91,25 @@ inline std::uint64_t mix(const unsigned char* p, const unsigned char* secret) no
                 readWord<std::uint64_t>(p + 8) ^ readWord<std::uint64_t>(secret + 8));
 }
 
-// Adds the mixes of 16 bytes at kAt, kAt + 16 and so on, before kEnd, while more than 16 bytes are left.
+// Adds the mixes of 16 bytes at kAt, kAt + 16 and so on, before kEnd, while more than 16 bytes are left; then
+// `last`, which nothing waits for before that.
 template <std::size_t kAt, std::size_t kEnd>
 std::uint64_t mixAll(const unsigned char* p, std::size_t length, const unsigned char* secret,
-                     std::uint64_t sum) noexcept {
+                     std::uint64_t sum, std::uint64_t last) noexcept {
     sum += mix(p + kAt, secret + kAt);
     if constexpr (kAt + 16 < kEnd) {
         if (length > kAt + 32)
-            return mixAll<kAt + 16, kEnd>(p, length, secret, sum);
+            return mixAll<kAt + 16, kEnd>(p, length, secret, sum, last);
     }
-    return sum;
+    return sum + last;
 }
 
 // 17 to 128 bytes: the last 16 may overlap those before. The first are added last, as in XXH3: where they are
 // the last to be known, one addition waits for them instead of all.
 inline std::uint64_t hashShort(const unsigned char* p, std::size_t length) noexcept {
     const std::uint64_t first = mix(p, kSecret);
-    std::uint64_t sum = length * kPrime64[0] + mix(p + length - 16, kSecret + 16);
-    if (length > 32)
-        sum = mixAll<16, 112>(p, length, kSecret + 16, sum);
-    return avalanche(sum + first);
+    const std::uint64_t sum = length * kPrime64[0] + mix(p + length - 16, kSecret + 16);
+    return avalanche(length > 32 ? mixAll<16, 112>(p, length, kSecret + 16, sum, first) : sum + first);
 }
 
 }  // namespace qz::detail
