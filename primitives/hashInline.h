@@ -63,12 +63,13 @@ constexpr std::uint64_t finishRapid(std::uint64_t a, std::uint64_t b, std::uint6
 
 // Up to 16 bytes.
 inline std::uint64_t hashTiny(const unsigned char* p, std::size_t length) noexcept {
-    if (length >= 8)
-        return finishRapid(readWord<std::uint64_t>(p), readWord<std::uint64_t>(p + length - 8),
-                           kRapidSeed ^ length, length);
-    if (length >= 4)
-        return finishRapid(readWord<std::uint32_t>(p), readWord<std::uint32_t>(p + length - 4),
-                           kRapidSeed ^ length, length);
+    if (length >= 4) {
+        const bool isLong = length >= 8;
+        const std::uint64_t a = isLong ? readWord<std::uint64_t>(p) : readWord<std::uint32_t>(p);
+        const std::uint64_t b =
+            isLong ? readWord<std::uint64_t>(p + length - 8) : readWord<std::uint32_t>(p + length - 4);
+        return finishRapid(a, b, kRapidSeed ^ length, length);
+    }
     if (length > 0)
         return finishRapid(std::uint64_t{p[0]} << 45 | p[length - 1], p[length >> 1], kRapidSeed, length);
     return finishRapid(0, 0, kRapidSeed, 0);
