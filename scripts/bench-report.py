@@ -22,7 +22,12 @@ def medians(files):
             if run.get("aggregate_name") == "median":
                 name, _, who = run["run_name"].rpartition("/")
                 rates.setdefault(name, {})[who] = (run["bytes_per_second"] / 1e9, run["cpu_time"])
-    return rates
+    return {name: rates[name] for name in sorted(rates, key=by_name_and_size)}
+
+
+def by_name_and_size(name):
+    """Interleaved runs finish in any order."""
+    return [(int(part) if part.isdigit() else -1, part) for part in name.split("/")]
 
 
 def write_csv(path, rates):
