@@ -264,9 +264,14 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int encodeBlocks(const wchar_t* sourc
             next = loadWhole(source + at);
         fits = encodeCharacters<true>(now, kBlock, later, to, faults, &constant);
     } while (fits && length - at >= kBlock);
-    if (fits && at < length)
-        fits = encodeCharacters<false>(loadPart<true>(source + at, length - at), length - at, 0, to, faults,
-                                       nullptr);
+    const std::size_t rest = length - at;
+    if (fits && rest > 16) {
+        fits = encodeCharacters<false>(loadPart<true>(source + at, rest), rest, 0, to, faults, nullptr);
+    } else if (fits && rest > 0) {  // whatever it is, with the constants at hand
+        const __m512i last = loadPart<true>(source + at, rest).a;
+        faults.see(last, constant.surrogate);
+        fits = to.put(encodeAny(last, lowBits(4 * rest), constant), 0);
+    }
     const bool converted = fits && !faults.any();
     _mm256_zeroupper();
     return output::report(converted ? to.written : kFailure, ok);

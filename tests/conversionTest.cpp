@@ -361,7 +361,7 @@ TEST_P(EveryKernel, FindsEveryCorruption) {
             std::wstring text = decodeByTable(seed).text;
             while (text.size() < 100)
                 text += text;
-            for (const std::size_t length : {std::size_t{9}, std::size_t{40}, text.size()}) {
+            for (const std::size_t length : {std::size_t{9}, std::size_t{40}, std::size_t{70}, text.size()}) {
                 for (std::size_t at = 0; at < length; ++at) {
                     std::wstring corrupt = text.substr(0, length);
                     corrupt[at] = wrong;
