@@ -201,7 +201,11 @@ class QZSTRING_EXPORT IString {
         cacheEncoding = kNoEncoding;
         return *this;
     }
+    [[nodiscard]] bool isCachedIn(Encoding encoding) const noexcept {
+        return cacheEncoding == encoding && encoding != kNoEncoding;
+    }
     bool decode(const char* s, std::size_t length, Encoding encoding, bool* ok);
+    void encode(Encoding encoding, bool* ok) const;
     unsigned int formatText(const wchar_t* format, va_list arguments, unsigned int sizeHint);
     unsigned int formatText(const char* format, va_list arguments, unsigned int sizeHint)
         QZSTRING_PRINTF(2, 0);

@@ -162,17 +162,21 @@ IString::IString(unsigned int count, char c, Encoding encoding, bool* ok) {
 
 // ---- Encoding ----
 
+// Apart from the conversion, whose buffer costs three times what this does.
 void IString::convertToMultibyte(Encoding encoding, bool* ok) const {
-    if (cacheEncoding == encoding && encoding != kNoEncoding) {
+    if (isCachedIn(encoding)) {
         report(ok, true);
-        return;
-    }
-    if (wideText.empty()) {
+    } else if (wideText.empty()) {
         multibyteCache.clear();
         cacheEncoding = encoding;
         report(ok, true);
-        return;
+    } else {
+        encode(encoding, ok);
     }
+}
+
+// Makes the cache the encoded text, which is not empty.
+void IString::encode(Encoding encoding, bool* ok) const {
     report(ok, false);
     bool converted = false;
     const auto convert = [&](char* destination, unsigned int capacity) {
@@ -202,7 +206,10 @@ void IString::convertToMultibyte(Encoding encoding, bool* ok) const {
 }
 
 const char* IString::asMultibyte(Encoding encoding, bool* ok) const {
-    convertToMultibyte(encoding, ok);
+    if (isCachedIn(encoding))  // asked for over and over: not by way of another call
+        report(ok, true);
+    else
+        convertToMultibyte(encoding, ok);
     return multibyteCache.c_str();
 }
 
