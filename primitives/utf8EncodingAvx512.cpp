@@ -369,6 +369,13 @@ struct Measure {
         if (anyFrom(characters.all(), 0x80))
             addBeyondAscii(characters);
     }
+    // Without a look for faults.
+    QZSTRING_KERNEL void count(const Characters& block) {
+        count(block.a);
+        count(block.b);
+        count(block.c);
+        count(block.d);
+    }
     // Those behind the first `count` are zeros.
     QZSTRING_KERNEL void addBeyondAscii(const Characters& characters, std::size_t count = kBlock) {
         add(characters.a);
@@ -396,6 +403,9 @@ struct Measure {
   private:
     QZSTRING_KERNEL void add(__m512i characters) {
         faults.see(characters);
+        count(characters);
+    }
+    QZSTRING_KERNEL void count(__m512i characters) {
         sums = _mm512_add_epi32(sums, _mm512_permutexvar_epi8(_mm512_lzcnt_epi32(characters), table(kExtra)));
     }
 };
@@ -412,25 +422,53 @@ QZSTRING_KERNEL std::size_t toCacheLine(const wchar_t* source) {
 constexpr std::size_t kPiece = 1 << 16;
 static_assert(kPiece / kBlock * 4 <= 0xFFFF, "UnitMeasure's lanes hold a piece");
 
-// The same of characters below U+10000, in 16-bit lanes: that takes half the instructions.
+// Faults of whole blocks, with half the instructions: surrogates are looked for in 16-bit lanes, where what
+// is above U+FFFF becomes that (or zero), and the largest only where the block's bits say that one may be
+// above U+10FFFF. The conversion gains nothing by it.
+struct BlockFaults {
+    __m512i largest, nearestSurrogate, surrogate;
+
+    QZSTRING_KERNEL BlockFaults()
+        : largest(_mm512_setzero_si512()),
+          nearestSurrogate(_mm512_set1_epi32(-1)),
+          surrogate(everywhere<repeat16(0xD800)>()) {}
+    QZSTRING_KERNEL void seeSurrogates(const Characters& block) {
+        see(_mm512_packus_epi32(block.a, block.b));
+        see(_mm512_packus_epi32(block.c, block.d));
+    }
+    // `all` is what is set in any character.
+    QZSTRING_KERNEL void seeSizes(const Characters& block, __m512i all) {
+        if (anyFrom(all, 0x100000)) {
+            const __m512i first = _mm512_max_epu32(block.a, block.b);
+            const __m512i second = _mm512_max_epu32(block.c, block.d);
+            largest = _mm512_max_epu32(largest, _mm512_max_epu32(first, second));
+        }
+    }
+    [[nodiscard]] QZSTRING_KERNEL bool any() const {
+        return _mm512_cmpgt_epu32_mask(largest, _mm512_set1_epi32(0x10FFFF)) != 0 ||
+               _mm512_cmplt_epu16_mask(nearestSurrogate, _mm512_set1_epi16(0x800)) != 0;
+    }
+
+  private:
+    QZSTRING_KERNEL void see(__m512i units) {
+        nearestSurrogate = _mm512_min_epu16(nearestSurrogate, _mm512_xor_si512(units, surrogate));
+    }
+};
+
+// Measures characters below U+10000 in 16-bit lanes: that takes half the instructions.
 struct UnitMeasure {
-    __m512i nearestSurrogate, sums;  // a lane grows by at most four a block
-    __m512i one, beyondAscii, beyondTwo, surrogate;
+    __m512i sums;  // a lane grows by at most four a block
+    __m512i one, beyondAscii, beyondTwo;
 
     QZSTRING_KERNEL UnitMeasure()
-        : nearestSurrogate(_mm512_set1_epi32(-1)),
-          sums(_mm512_setzero_si512()),
+        : sums(_mm512_setzero_si512()),
           one(everywhere<repeat16(1)>()),
           beyondAscii(everywhere<repeat16(0x80)>()),
-          beyondTwo(everywhere<repeat16(0x800)>()),
-          surrogate(everywhere<repeat16(0xD800)>()) {}
+          beyondTwo(everywhere<repeat16(0x800)>()) {}
 
-    QZSTRING_KERNEL void add(const Characters& characters) {
-        add(_mm512_packus_epi32(characters.a, characters.b));
-        add(_mm512_packus_epi32(characters.c, characters.d));
-    }
-    [[nodiscard]] QZSTRING_KERNEL bool anySurrogate() const {
-        return _mm512_cmplt_epu16_mask(nearestSurrogate, _mm512_set1_epi16(0x800)) != 0;
+    QZSTRING_KERNEL void add(const Characters& block) {
+        add(_mm512_packus_epi32(block.a, block.b));
+        add(_mm512_packus_epi32(block.c, block.d));
     }
     // Gives the sums in 32-bit lanes, and begins anew.
     QZSTRING_KERNEL __m512i takeSums() {
@@ -442,7 +480,6 @@ struct UnitMeasure {
 
   private:
     QZSTRING_KERNEL void add(__m512i units) {
-        nearestSurrogate = _mm512_min_epu16(nearestSurrogate, _mm512_xor_si512(units, surrogate));
         count(_mm512_cmpge_epu16_mask(units, beyondAscii));
         count(_mm512_cmpge_epu16_mask(units, beyondTwo));
     }
@@ -461,6 +498,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const wchar_t* sour
         length -= part;
     }
     UnitMeasure units;
+    BlockFaults faults;
     std::size_t end = length;
     while (end > 0) {
         const std::size_t begin = (end - 1) & ~(kPiece - 1);
@@ -470,9 +508,12 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const wchar_t* sour
             const __m512i all = block.all();
             at += kBlock;
             if (anyFrom(all, 0x10000)) {
-                measure.addBeyondAscii(block);
+                measure.count(block);
+                faults.seeSurrogates(block);
+                faults.seeSizes(block, all);
             } else if (anyFrom(all, 0x80)) {
                 units.add(block);
+                faults.seeSurrogates(block);
             } else {
                 while (end - at >= kBlock && !anyFrom(loadWhole(source + at).all(), 0x80))
                     at += kBlock;
@@ -483,7 +524,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const wchar_t* sour
             measure.add(loadPart<false>(source + at, end - at));
         end = begin;
     }
-    const bool faulty = measure.faults.any() || units.anySurrogate();
+    const bool faulty = measure.faults.any() || faults.any();
     bytes = leaveWith(bytes + measure.total());
     return output::report(faulty ? kFailure : bytes, ok);
 }
