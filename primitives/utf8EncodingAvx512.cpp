@@ -376,7 +376,7 @@ struct Measure {
         count(block.c);
         count(block.d);
     }
-    // Those behind the first `count` are zeros.
+    // Of up to a block; no vector behind those of the first `count` holds any.
     QZSTRING_KERNEL void addBeyondAscii(const Characters& characters, std::size_t count = kBlock) {
         add(characters.a);
         add(characters.b);
