@@ -142,8 +142,9 @@ class QZSTRING_EXPORT IString {
     // ---- Replacement by content: where nothing is found, text and cache stay as they are ----
 
     // Every occurrence of `pattern`, from left to right and without overlap; inserted text is not searched
-    // again. In place and linear in the text. Should memory run out, what was replaced before stays. Either
-    // argument may be this string.
+    // again. Linear in the text; where that grows, in new storage if there is no room, or with memory for the
+    // places of the occurrences. Should memory run out, what was replaced before stays. Either argument may be
+    // this string.
     IString& replace(const IString& pattern, const IString& replacement);
     IString& replaceFirst(const IString& pattern, const IString& replacement);
     // Every occurrence of a character. Narrow ones are decoded in the locale first; where either is not a

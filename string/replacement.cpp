@@ -1,9 +1,8 @@
-#include <algorithm>
 #include <cwchar>
 #include <new>
-#include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "string/IString.h"
 #include "string/search.h"
@@ -16,21 +15,16 @@ constexpr std::size_t kSpareFraction = 8;
 
 // What replacing every occurrence takes. Pattern and replacement are not parts of the text.
 struct Substitution {
-    std::wstring_view pattern;
+    search::WideNeedle pattern;
     std::wstring_view replacement;
-
-    [[nodiscard]] std::size_t findIn(const wchar_t* text, std::size_t length, std::size_t from) const {
-        return search::findFirst(text, length, pattern.data(), pattern.size(), from);
-    }
 };
 
-// Copies the text from `read` on to `write`, which is at or before it, with every occurrence replaced;
-// `found` is the first. Returns where the result ends. What has not been read yet is never written over: the
-// caller has seen to it that the growth of all the occurrences to come fits between the two.
-std::size_t rewrite(std::wstring& text, const Substitution& what, std::size_t read, std::size_t write,
-                    std::size_t found) {
+// Replaces every occurrence from `found` on by as much or less: the text is copied forwards, over what has been
+// read.
+void replaceInPlace(std::wstring& text, const Substitution& what, std::size_t found) {
     wchar_t* const data = text.data();
-    const std::size_t end = text.size();
+    std::size_t read = 0;
+    std::size_t write = 0;
     while (found != search::kNotFound) {
         if (write != read)
             std::wmemmove(data + write, data + read, found - read);
@@ -38,31 +32,39 @@ std::size_t rewrite(std::wstring& text, const Substitution& what, std::size_t re
         read = found + what.pattern.size();
         std::wmemcpy(data + write, what.replacement.data(), what.replacement.size());
         write += what.replacement.size();
-        found = what.findIn(data, end, read);
+        found = what.pattern.findIn(data, text.size(), read);
     }
     if (write != read)
-        std::wmemmove(data + write, data + read, end - read);
-    return write + (end - read);
+        std::wmemmove(data + write, data + read, text.size() - read);
+    text.resize(write + (text.size() - read));
 }
 
-std::size_t countFrom(const std::wstring& text, const Substitution& what, std::size_t found) {
-    std::size_t count = 0;
-    for (; found != search::kNotFound; ++count)
-        found = what.findIn(text.data(), text.size(), found + what.pattern.size());
-    return count;
-}
-
-// Makes room at the end for the growth of every occurrence from `found` on. Returns false where that cannot
-// be had, the text as it was.
-bool growForAll(std::wstring& text, const Substitution& what, std::size_t found) {
+// Replaces every occurrence from `found` on by more, from the last to the first: what stands behind each moves
+// to where it will be, over what has moved already. Returns false where memory for that cannot be had, the
+// text as it was.
+bool replaceGrowing(std::wstring& text, const Substitution& what, std::size_t found) {
     const std::size_t growth = what.replacement.size() - what.pattern.size();
-    const std::size_t count = countFrom(text, what, found);
-    if (growth > (text.max_size() - text.size()) / count)
-        return false;
+    std::size_t end = text.size();
+    std::vector<std::size_t> occurrences;
     try {
-        text.resize(text.size() + count * growth);
+        for (; found != search::kNotFound;
+             found = what.pattern.findIn(text.data(), end, found + what.pattern.size()))
+            occurrences.push_back(found);
+        if (growth > (text.max_size() - end) / occurrences.size())
+            return false;
+        text.resize(end + occurrences.size() * growth);
     } catch (const std::bad_alloc&) {
         return false;
+    }
+    wchar_t* const data = text.data();
+    std::size_t write = text.size();
+    for (auto occurrence = occurrences.crbegin(); occurrence != occurrences.crend(); ++occurrence) {
+        const std::size_t behind = *occurrence + what.pattern.size();
+        write -= end - behind;
+        std::wmemmove(data + write, data + behind, end - behind);
+        write -= what.replacement.size();
+        std::wmemcpy(data + write, what.replacement.data(), what.replacement.size());
+        end = *occurrence;
     }
     return true;
 }
@@ -76,9 +78,10 @@ std::wstring rebuilt(const std::wstring& text, const Substitution& what, std::si
     while (found != search::kNotFound) {
         result.append(text, read, found - read).append(what.replacement);
         read = found + what.pattern.size();
-        found = what.findIn(text.data(), text.size(), read);
+        found = what.pattern.findIn(text.data(), text.size(), read);
     }
-    return result.append(text, read);
+    result.append(text, read);
+    return result;
 }
 
 // Replaces in new storage, in one pass over the text: for a text without room to spare, which would move to
@@ -88,8 +91,6 @@ bool replaceInNewStorage(std::wstring& text, const Substitution& what, std::size
         text = rebuilt(text, what, found);
         return true;
     } catch (const std::bad_alloc&) {
-        return false;
-    } catch (const std::length_error&) {
         return false;
     }
 }
@@ -110,32 +111,26 @@ IString& IString::replace(const IString& pattern, const IString& replacement) {
         return wideText.empty() ? *this : replaceFirst(pattern, replacement);
     if (pattern.wideText.empty())
         return *this;
-    const Substitution what{pattern.wideText, replacement.wideText};
+    const Substitution what{{pattern.wideText.data(), pattern.wideText.size()}, replacement.wideText};
     const std::size_t length = wideText.size();
-    const std::size_t found = what.findIn(wideText.data(), length, 0);
+    const std::size_t found = what.pattern.findIn(wideText.data(), length, 0);
     if (found == search::kNotFound)
         return *this;
 
     if (what.replacement.size() <= what.pattern.size()) {
-        wideText.resize(rewrite(wideText, what, 0, 0, found));
+        replaceInPlace(wideText, what, found);
         return changed();
     }
     const bool isNearlyFull = wideText.capacity() - length < length / kSpareFraction;
     if (isNearlyFull && replaceInNewStorage(wideText, what, found))
         return changed();
-    if (growForAll(wideText, what, found)) {
-        // The text from the first occurrence on moves to the end, and is rewritten from there.
-        const std::size_t growth = wideText.size() - length;
-        wchar_t* const data = wideText.data();
-        std::wmemmove(data + found + growth, data + found, length - found);
-        rewrite(wideText, what, found + growth, found, found + growth);
+    if (replaceGrowing(wideText, what, found))
         return changed();
-    }
     // One at a time: what has been replaced before memory runs out stays.
     for (std::size_t at = found; at != search::kNotFound;) {
         wideText.replace(at, what.pattern.size(), what.replacement);
         changed();
-        at = what.findIn(wideText.data(), wideText.size(), at + what.replacement.size());
+        at = what.pattern.findIn(wideText.data(), wideText.size(), at + what.replacement.size());
     }
     return *this;
 }

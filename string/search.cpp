@@ -111,11 +111,6 @@ unsigned rank(wchar_t c) {
     return value < 0x80 ? kRanks.of[value] : value < 0x100 ? kUncommon : kOtherCharacter;
 }
 
-struct Anchors {
-    std::size_t first;   // offset of the rarest
-    std::size_t second;  // of the next
-};
-
 // Of the first elements of the needle, which has at least two.
 template <class Char>
 Anchors chooseAnchors(const Char* needle, std::size_t length) {
@@ -241,16 +236,17 @@ bool standsAt(const Char* place, const Char* needle, std::size_t needleLength) {
     return std::char_traits<Char>::compare(place, needle, needleLength) == 0;
 }
 
-template <class Char, class Next>
+// `choose` gives the anchors of a needle of at least two elements.
+template <class Char, class Next, class Choose>
 std::size_t findForwards(const Char* text, std::size_t length, const Char* needle, std::size_t needleLength,
-                         std::size_t from, Next next) {
+                         std::size_t from, Next next, Choose choose) {
     if (from > length || length - from < needleLength)
         return kNotFound;
     if (needleLength == 1) {
         const Char* const found = std::char_traits<Char>::find(text + from, length - from, *needle);
         return found == nullptr ? kNotFound : static_cast<std::size_t>(found - text);
     }
-    const Anchors anchors = chooseAnchors(needle, needleLength);
+    const Anchors anchors = choose();
     const std::size_t end = length - needleLength + 1;
     Charges charges(needleLength);
     for (std::size_t at = from;; ++at) {
@@ -307,12 +303,24 @@ void useScanner(const Scanner* pinned) {
 
 std::size_t findFirst(const char* text, std::size_t length, const char* needle, std::size_t needleLength,
                       std::size_t from) {
-    return findForwards(text, length, needle, needleLength, from, active().nextNarrow);
+    return findForwards(text, length, needle, needleLength, from, active().nextNarrow,
+                        [=] { return chooseAnchors(needle, needleLength); });
 }
 
 std::size_t findFirst(const wchar_t* text, std::size_t length, const wchar_t* needle,
                       std::size_t needleLength, std::size_t from) {
-    return findForwards(text, length, needle, needleLength, from, active().nextWide);
+    return findForwards(text, length, needle, needleLength, from, active().nextWide,
+                        [=] { return chooseAnchors(needle, needleLength); });
+}
+
+WideNeedle::WideNeedle(const wchar_t* elements, std::size_t length)
+    : elements_(elements),
+      length_(length),
+      anchors_(length < 2 ? Anchors{0, 0} : chooseAnchors(elements, length)) {}
+
+std::size_t WideNeedle::findIn(const wchar_t* text, std::size_t length, std::size_t from) const {
+    return findForwards(text, length, elements_, length_, from, active().nextWide,
+                        [this] { return anchors_; });
 }
 
 std::size_t findLast(const char* text, std::size_t length, const char* needle, std::size_t needleLength,

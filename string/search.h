@@ -19,6 +19,26 @@ std::size_t findFirst(const char* text, std::size_t length, const char* needle, 
 std::size_t findFirst(const wchar_t* text, std::size_t length, const wchar_t* needle,
                       std::size_t needleLength, std::size_t from);
 
+// The two of a needle's elements that are scanned for: the rarest, and the next.
+struct Anchors {
+    std::size_t first, second;
+};
+
+// A needle made ready to be looked for forwards, as often as one likes. It borrows its elements.
+class WideNeedle {
+  public:
+    WideNeedle(const wchar_t* elements, std::size_t length);
+
+    [[nodiscard]] std::size_t size() const { return length_; }
+    // As findFirst.
+    [[nodiscard]] std::size_t findIn(const wchar_t* text, std::size_t length, std::size_t from) const;
+
+  private:
+    const wchar_t* elements_;
+    std::size_t length_;
+    Anchors anchors_;
+};
+
 // The highest position up to `from` at which the needle stands.
 std::size_t findLast(const char* text, std::size_t length, const char* needle, std::size_t needleLength,
                      std::size_t from);

@@ -130,6 +130,35 @@ TEST(Replacement, IsLinear) {
     }
 }
 
+// A text without room moves once, to storage with room to spare, and copies nothing more.
+TEST(Replacement, GrowsInOneAllocation) {
+    IString s(1000, L'a');
+    Allocations::failAt(0);
+    const long before = Allocations::count();
+    s.replace(L'a', L'b').replace(IString(L"b"), IString(L"cc"));
+    EXPECT_EQ(Allocations::count() - before, 1);
+    EXPECT_EQ(value(s), std::wstring(2000, L'c'));
+}
+
+TEST(Replacement, GoesOnWhereAnAllocationFails) {
+    for (const bool hasRoom : {false, true}) {
+        bool failed = true;
+        for (long nth = 1; failed; ++nth) {
+            IString s(100, L'a');
+            if (hasRoom)
+                s.reserve(300);
+            const IString pattern(L"a");
+            const IString replacement(L"xyz");
+            Allocations::failAt(nth);
+            s.replace(pattern, replacement);
+            failed = Allocations::failed();
+            Allocations::failAt(0);
+            EXPECT_EQ(s.length(), 300U);
+            EXPECT_EQ(s.find(pattern), IString::npos);
+        }
+    }
+}
+
 // Without memory for the whole, occurrences are replaced one at a time and what has been replaced stays.
 TEST(Replacement, KeepsWhatWasReplacedBeforeAFailure) {
     std::wstring text;
