@@ -1,5 +1,6 @@
 // Forced inlining, and its opposite, for loops that are compiled once per instruction set. A function inlined
-// into a kernel is compiled with the kernel's instructions, one that is not stays with the base set.
+// into a kernel is compiled with the kernel's instructions, one that is not stays with the base set. Before a
+// loop, QZSTRING_KEEP_LOOP keeps it one: unrolled by the compiler, some take more registers than there are.
 // Internal, not installed.
 #ifndef QZSTRING_PRIMITIVES_INLINE_H
 #define QZSTRING_PRIMITIVES_INLINE_H
@@ -10,6 +11,14 @@
 #else
 #define QZSTRING_INLINE inline
 #define QZSTRING_NOINLINE
+#endif
+
+#if defined(__clang__)
+#define QZSTRING_KEEP_LOOP _Pragma("clang loop unroll(disable)")
+#elif defined(__GNUC__)
+#define QZSTRING_KEEP_LOOP _Pragma("GCC unroll 1")
+#else
+#define QZSTRING_KEEP_LOOP
 #endif
 
 #endif

@@ -118,7 +118,7 @@ QZSTRING_KERNEL __m256i kept(__m256i constant) {
 
 struct DecodingConstants {
     __m256i firstHigh, firstLow, secondHigh;
-    __m256i lowHalf, highHalf, third, fourth, topBit, lastContinuation, lowSix, highTwo, lowTwo, middleThree;
+    __m256i lowHalf, highHalf, third, fourth, topBit, lastContinuation, highTwo, lowTwo, middleThree;
 
     QZSTRING_KERNEL DecodingConstants()
         : firstHigh(kept(nibbleTable(utf8::kFirstHigh))),
@@ -130,7 +130,6 @@ struct DecodingConstants {
           fourth(kept(bytesOf(0xF0 - 0x80))),
           topBit(kept(bytesOf(0x80))),
           lastContinuation(kept(bytesOf(0xBF))),
-          lowSix(kept(bytesOf(0x3F))),
           highTwo(kept(bytesOf(0xC0))),
           lowTwo(kept(bytesOf(0x03))),
           middleThree(kept(bytesOf(0x1C))) {}
@@ -166,34 +165,35 @@ struct CodePoints {
 
 QZSTRING_KERNEL CodePoints form(const Views& bytes, const DecodingConstants& constant) {
     const __m256i zero = _mm256_setzero_si256();
-    const __m256i joined =
-        _mm256_or_si256(_mm256_and_si256(bytes.at, constant.lowSix),
-                        _mm256_and_si256(_mm256_slli_epi16(bytes.before1, 6), constant.highTwo));
-    const __m256i low = _mm256_blendv_epi8(bytes.at, joined, bytes.at);
+    const __m256i isHigh = _mm256_cmpgt_epi8(zero, bytes.at);
+    // Six bits of the last byte and two of the one before; ASCII has seven.
+    const __m256i mark = _mm256_and_si256(isHigh, constant.highTwo);
+    const __m256i low = _mm256_or_si256(_mm256_andnot_si256(mark, bytes.at),
+                                        _mm256_and_si256(_mm256_slli_epi16(bytes.before1, 6), mark));
     const __m256i isThree = _mm256_cmpgt_epi8(constant.highTwo, bytes.before1);
     const __m256i upper =
         _mm256_and_si256(_mm256_and_si256(_mm256_slli_epi16(bytes.before2, 4), constant.highHalf), isThree);
     const __m256i lower = _mm256_and_si256(_mm256_srli_epi16(bytes.before1, 2), constant.lowHalf);
-    const __m256i middle = _mm256_and_si256(_mm256_or_si256(lower, upper), _mm256_cmpgt_epi8(zero, bytes.at));
-    const __m256i isFour =
-        _mm256_cmpeq_epi8(_mm256_max_epu8(bytes.before3, constant.highHalf), bytes.before3);
-    if (_mm256_testz_si256(isFour, isFour) != 0)
+    const __m256i middle = _mm256_and_si256(_mm256_or_si256(lower, upper), isHigh);
+    // The top bit where the byte would be the last of four, as in the check.
+    const __m256i fourth = _mm256_subs_epu8(bytes.before3, constant.fourth);
+    if (__builtin_expect(topBits(fourth) == 0, 1))
         return {low, middle, zero, false};
     const __m256i high =
         _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(bytes.before2, 4), constant.lowTwo),
                         _mm256_and_si256(_mm256_slli_epi16(bytes.before3, 2), constant.middleThree));
-    return {low, middle, _mm256_and_si256(high, isFour), true};
+    return {low, middle, _mm256_and_si256(high, _mm256_cmpgt_epi8(zero, fourth)), true};
 }
 
 // Stores those of eight characters that the mask names; eight elements are written, or where kExactly those
 // up to `end`.
-template <bool kExactly>
-QZSTRING_KERNEL wchar_t* storeEight(__m128i values, __m128i high, bool hasHigh, std::uint32_t mask,
-                                    wchar_t* destination, const wchar_t* end) {
+template <bool kExactly, bool kHigh>
+QZSTRING_KERNEL wchar_t* storeEight(__m128i values, __m128i high, std::uint32_t mask, wchar_t* destination,
+                                    const wchar_t* end) {
     const __m128i selection =
         _mm_loadu_si128(reinterpret_cast<const __m128i*>(blocks::kSelections[mask & 0xFF].data()));
     __m256i characters = _mm256_cvtepu16_epi32(_mm_shuffle_epi8(values, selection));
-    if (hasHigh) {
+    if (kHigh) {
         const __m256i upper = _mm256_cvtepu16_epi32(_mm_shuffle_epi8(high, selection));
         characters = _mm256_or_si256(characters, _mm256_slli_epi32(upper, 16));
     }
@@ -206,17 +206,25 @@ QZSTRING_KERNEL wchar_t* storeEight(__m128i values, __m128i high, bool hasHigh, 
 
 // Stores the characters that end at `ends`; up to eight elements more are written, or where kExactly those up
 // to `end`.
-template <bool kExactly>
-QZSTRING_KERNEL void store(const CodePoints& points, std::uint32_t ends, wchar_t* destination,
-                           const wchar_t* end) {
+template <bool kExactly, bool kHigh>
+QZSTRING_KERNEL void storeAll(const CodePoints& points, std::uint32_t ends, wchar_t* destination,
+                              const wchar_t* end) {
     const __m256i zero = _mm256_setzero_si256();
     const __m256i values[] = {_mm256_unpacklo_epi8(points.low, points.middle),
                               _mm256_unpackhi_epi8(points.low, points.middle)};
     const __m256i high[] = {_mm256_unpacklo_epi8(points.high, zero), _mm256_unpackhi_epi8(points.high, zero)};
     for (int i = 0; i < 4; ++i) {
-        destination = storeEight<kExactly>(half(values[i % 2], i / 2), half(high[i % 2], i / 2),
-                                           points.hasHigh, ends >> 8 * i, destination, end);
+        destination = storeEight<kExactly, kHigh>(half(values[i % 2], i / 2), half(high[i % 2], i / 2),
+                                                  ends >> 8 * i, destination, end);
     }
+}
+template <bool kExactly>
+QZSTRING_KERNEL void store(const CodePoints& points, std::uint32_t ends, wchar_t* destination,
+                           const wchar_t* end) {
+    if (__builtin_expect(points.hasHigh, 0))
+        storeAll<kExactly, true>(points, ends, destination, end);
+    else
+        storeAll<kExactly, false>(points, ends, destination, end);
 }
 
 // Eight characters of three or of four bytes, one in each lane. Returns false where they cannot be that.

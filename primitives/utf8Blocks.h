@@ -11,10 +11,10 @@
 //
 // Block edges: a character is formed in the block in which it ends; the loads reach back to its first bytes.
 // The first block has zeros before it; the last one is the text's last bytes, some of which the block before
-// had, too. A block with an error or without room is left to the portable code, from the last whole character
-// on. Stores are whole vectors while what is still to come is sure to fill them; near the end they are of the
-// characters that count. A text of up to a block has zeros on both sides, a very short one is the portable
-// code's.
+// had, too. Too little room ends a conversion at once, a fault is noticed at its end: it succeeds as a whole or
+// not at all. The size query stops at a fault, which the portable code finds the place of. Stores are whole
+// vectors while what is still to come is sure to fill them; near the end they are of the characters that
+// count. A text of up to a block has zeros on both sides, a very short one is the portable code's.
 //
 // Vector has the block's size kBlock (16 or 32) and the types Constants (of a loop), Block (in a register),
 // Bytes (a block and its three views) and Faults, and as static functions, masks having a bit for every byte
@@ -45,6 +45,7 @@
 
 #include "primitives/inline.h"
 #include "primitives/kernels.h"
+#include "primitives/output.h"
 #include "primitives/utf8Check.h"
 #include "primitives/utf8Portable.h"
 
@@ -96,22 +97,19 @@ inline constexpr std::array<unsigned char, 256> kPackedLengths = makePackedLengt
 
 // ---- Decoding ----
 
-constexpr std::size_t kRefused = static_cast<std::size_t>(-1);
-
-// Decodes one block where it is well-formed and fits. Returns the number of characters that end in it, or
-// kRefused.
+// Stores the `count` characters that end in a block. Returns false where there is no room. Where enough follows,
+// what is stored too much will be written over.
 template <class Vector>
-QZSTRING_KERNEL std::size_t decodeBlock(const typename Vector::Bytes& bytes, std::uint32_t ends,
-                                        wchar_t* destination, std::size_t room, bool muchFollows,
-                                        const typename Vector::Constants& constant) {
-    const std::size_t count = Vector::count(ends);
-    if (Vector::any(Vector::faultsOf(bytes, constant)) || count > room)
-        return kRefused;
+QZSTRING_KERNEL bool store(const typename Vector::Bytes& bytes, std::uint32_t ends, std::size_t count,
+                           wchar_t* destination, std::size_t room, bool muchFollows,
+                           const typename Vector::Constants& constant) {
     if (muchFollows && room >= count + 8)
         Vector::store(bytes, ends, destination, constant);
-    else
+    else if (room >= count)
         Vector::storeExactly(bytes, ends, destination, count, constant);
-    return count;
+    else
+        return false;
+    return true;
 }
 
 // The last block: the last kBlock bytes of the text, of which only the `rest` that no block has had yet are
@@ -218,6 +216,8 @@ struct Decoding {
     std::size_t at = 0;
     std::size_t written = 0;
     bool afterWhole = true;  // whole characters, all of them written, up to `at`
+    bool looksForRuns = true;
+    bool failed = false;
 
     QZSTRING_KERNEL void advance(std::size_t bytes, std::size_t characters, bool whole) {
         at += bytes;
@@ -226,8 +226,9 @@ struct Decoding {
     }
 };
 
-// Decodes as long as blocks are well-formed and fit, up to a run of characters of one width: goes back to
-// where it begins, and returns that width; else 0.
+// Decodes up to a run of characters of one width: goes back to where it begins, and returns that width; else
+// 0, at the end of the text or without success. Faults are noticed when it returns: each block would wait for
+// the answer.
 template <class Vector>
 QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size_t length,
                                                    wchar_t* destination, std::size_t capacity,
@@ -235,6 +236,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size
     constexpr std::size_t kBlock = Vector::kBlock;
     const typename Vector::Constants constant;
     Decoding now = decoding;
+    auto faults = Vector::noFaults();
     int width = 0;
     while (now.at < length) {
         const char* const block = source + now.at;
@@ -243,49 +245,57 @@ QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size
         if (rest >= kBlock && Vector::isAscii(block) &&
             (now.afterWhole || !utf8::endsInside(source, block))) {
             const std::size_t run = storeAsciiRun<Vector>(block, rest, destination + now.written, room);
-            if (run == 0)
+            now.failed = run == 0;
+            if (now.failed)
                 break;
             now.advance(run, run, true);
             continue;
         }
-        // At least a character of every four bytes: 32 more hold the eight that a block may store too much.
-        const bool muchFollows = rest >= kBlock + 32;
-        std::size_t count = kRefused;
+        typename Vector::Bytes bytes;
+        std::uint32_t ends = 0;
         if (now.at >= 3 && rest > kBlock) {
-            const std::uint32_t ends = Vector::starts(block + 1, constant);
+            ends = Vector::starts(block + 1, constant);
             // Of such a run few characters end in a block: the count, needed anyway, spares looking for one.
-            const Run run = Vector::count(ends) <= kBlock / 3 + 1 ? findRun<kBlock>(ends) : Run{0, 0};
-            if (run.width != 0 && beginsAt(run, source, block)) {
-                now.at += static_cast<std::size_t>(run.start);
-                now.afterWhole = true;
-                width = run.width;
-                break;
+            if (Vector::count(ends) <= kBlock / 3 + 1 && now.looksForRuns) {
+                const Run run = findRun<kBlock>(ends);
+                if (run.width != 0 && !Vector::any(faults) && beginsAt(run, source, block)) {
+                    now.at += static_cast<std::size_t>(run.start);
+                    now.afterWhole = true;
+                    width = run.width;
+                    break;
+                }
             }
-            count = decodeBlock<Vector>(Vector::loadAround(block), ends, destination + now.written, room,
-                                        muchFollows, constant);
-        } else if (rest > kBlock) {
-            // The first block.
-            count = decodeBlock<Vector>(Vector::loadFirst(block), Vector::starts(block + 1, constant),
-                                        destination, room, muchFollows, constant);
-        } else if (!utf8::endsInside(source, source + length)) {
+            bytes = Vector::loadAround(block);
+        } else if (rest > kBlock) {  // the first block
+            ends = Vector::starts(block + 1, constant);
+            bytes = Vector::loadFirst(block);
+        } else {
             const Last<Vector> last(source, rest, length, constant);
-            const std::uint32_t ends = (last.starts >> 1 | std::uint32_t{1} << (kBlock - 1)) & last.valid;
-            count = decodeBlock<Vector>(last.bytes, ends, destination + now.written, room, false, constant);
+            ends = (last.starts >> 1 | std::uint32_t{1} << (kBlock - 1)) & last.valid;
+            bytes = last.bytes;
+            now.failed = utf8::endsInside(source, source + length);
         }
-        if (count == kRefused)
+        faults = Vector::either(faults, Vector::faultsOf(bytes, constant));
+        // At least a character of every four bytes: 32 more hold the eight that a block may store too much.
+        const std::size_t count = Vector::count(ends);
+        if (!store<Vector>(bytes, ends, count, destination + now.written, room, rest >= kBlock + 32,
+                           constant)) {
+            now.failed = true;
             break;
+        }
         now.advance(rest < kBlock ? rest : kBlock, count, false);
     }
+    now.failed = now.failed || Vector::any(faults);
     decoding = now;
     Vector::leave();
     return width;
 }
 
-// Decodes blocks, and runs of characters of one width between them, as far as that goes. Where a run decodes
-// nothing, the text is ill-formed there, or does not fit, or there is too little of it for the run's loads.
+// Decodes blocks, and runs of characters of one width between them. Returns the number of characters, or
+// kFailure.
 template <class Vector>
-QZSTRING_TARGET Progress decodeVectors(const char* source, std::size_t length, wchar_t* destination,
-                                       std::size_t capacity) {
+QZSTRING_TARGET std::size_t decodeVectors(const char* source, std::size_t length, wchar_t* destination,
+                                          std::size_t capacity) {
     // What is ASCII at the beginning, and all of a text of ASCII, without constants.
     Decoding decoding;
     const std::size_t ascii = storeAsciiRun<Vector>(source, length, destination, capacity);
@@ -295,7 +305,7 @@ QZSTRING_TARGET Progress decodeVectors(const char* source, std::size_t length, w
         if (Vector::isAscii(source + last)) {
             Vector::widen(source + last, destination + last);
             Vector::leave();
-            return {length, length};
+            return length;
         }
     }
     while (const int width = decodeBlocks<Vector>(source, length, destination, capacity, decoding)) {
@@ -305,14 +315,30 @@ QZSTRING_TARGET Progress decodeVectors(const char* source, std::size_t length, w
         const std::size_t room = capacity - decoding.written;
         const std::size_t run = width == 3 ? storeRun<Vector, 3>(from, rest, to, room)
                                            : storeRun<Vector, 4>(from, rest, to, room);
-        if (run == 0)
-            break;
+        // None where the text is ill-formed, or for the loads or stores of a run too near to the end.
+        decoding.looksForRuns = run != 0;
         decoding.advance(run * static_cast<std::size_t>(width), run, true);
     }
     Vector::leave();
-    const Progress reached{decoding.at, decoding.written};
-    return decoding.at == length ? reached : utf8::wholeCharacters(source, reached, decoding.afterWhole);
+    return decoding.failed ? output::kFailure : decoding.written;
 }
+
+// What has been seen of a text that is measured.
+template <class Vector>
+struct Measure {
+    typename Vector::Constants constant;
+    typename Vector::Faults faults;
+    std::size_t begun;  // characters
+
+    QZSTRING_KERNEL explicit Measure(std::size_t ascii) : faults(Vector::noFaults()), begun(ascii) {}
+    QZSTRING_KERNEL void add(const typename Vector::Bytes& bytes, std::uint32_t starts) {
+        faults = Vector::either(faults, Vector::faultsOf(bytes, constant));
+        begun += Vector::count(starts);
+    }
+    QZSTRING_KERNEL void add(const char* block) {
+        add(Vector::loadAround(block), Vector::starts(block, constant));
+    }
+};
 
 // The same without the stores. Four blocks in a row are checked at once.
 template <class Vector>
@@ -323,42 +349,37 @@ QZSTRING_TARGET Progress measureVectors(const char* source, std::size_t length) 
         Vector::leave();
         return {length, length};
     }
-    const typename Vector::Constants constant;
-    std::size_t characters = at;
+    Measure<Vector> measure(at);
+    Progress checked{at, at};
     while (at < length) {
         const std::size_t rest = length - at;
-        auto faults = Vector::noFaults();
-        std::size_t count = rest < kBlock ? rest : kBlock;
-        std::size_t begun = 0;
-        if (at >= 3 && rest >= kBlock) {
-            count = rest >= 4 * kBlock ? 4 * kBlock : kBlock;
-            if (count > kBlock && Vector::isAsciiFour(source + at) &&
-                !utf8::endsInside(source, source + at)) {
+        if (at >= 3 && rest >= 4 * kBlock) {
+            if (Vector::isAsciiFour(source + at) && !utf8::endsInside(source, source + at)) {
                 const std::size_t run = asciiSteps<Vector>(source + at, rest);
                 at += run;
-                characters += run;
-                continue;
+                measure.begun += run;
+            } else {
+                QZSTRING_KEEP_LOOP
+                for (std::size_t n = 0; n < 4; ++n, at += kBlock)
+                    measure.add(source + at);
             }
-            for (std::size_t i = at; i < at + count; i += kBlock) {
-                faults = Vector::either(faults, Vector::faultsOf(Vector::loadAround(source + i), constant));
-                begun += Vector::count(Vector::starts(source + i, constant));
-            }
-        } else if (rest >= kBlock) {
-            // The first block.
-            faults = Vector::faultsOf(Vector::loadFirst(source), constant);
-            begun = Vector::count(Vector::starts(source, constant));
+        } else if (at >= 3 && rest >= kBlock) {
+            measure.add(source + at);
+            at += kBlock;
+        } else if (rest >= kBlock) {  // the first block
+            measure.add(Vector::loadFirst(source), Vector::starts(source, measure.constant));
+            at += kBlock;
         } else {
-            const Last<Vector> last(source, rest, length, constant);
-            faults = Vector::faultsOf(last.bytes, constant);
-            begun = Vector::count(last.starts & last.valid);
+            const Last<Vector> last(source, rest, length, measure.constant);
+            measure.add(last.bytes, last.starts & last.valid);
+            at = length;
         }
-        if (Vector::any(faults))
+        if (Vector::any(measure.faults))
             break;
-        at += count;
-        characters += begun;
+        checked = {at, measure.begun};
     }
     Vector::leave();
-    return utf8::withoutCutCharacter(source, {at, characters});
+    return utf8::withoutCutCharacter(source, checked);
 }
 
 // ---- The kernels ----
@@ -394,30 +415,33 @@ struct Short {
 };
 
 template <class Vector>
-QZSTRING_TARGET Progress decodeShort(const char* source, std::size_t length, wchar_t* destination,
-                                     std::size_t capacity) {
+QZSTRING_TARGET std::size_t decodeShort(const char* source, std::size_t length, wchar_t* destination,
+                                        std::size_t capacity) {
     const Short<Vector> text(source, length);
-    std::size_t count = kRefused;
+    std::size_t written = output::kFailure;
     if (Vector::isAscii(text.block)) {
         if (length <= capacity) {
             Vector::widenShort(source, length, destination);
-            count = length;
+            written = length;
         }
     } else if (!utf8::endsInside(source, source + length)) {
         const typename Vector::Constants constant;
+        const typename Vector::Bytes bytes = Vector::fromZeros(text.block);
         const std::uint32_t starts = Vector::starts(text.block, constant);
         const std::uint32_t ends = (starts >> 1 | std::uint32_t{1} << (length - 1)) & text.valid;
-        count =
-            decodeBlock<Vector>(Vector::fromZeros(text.block), ends, destination, capacity, false, constant);
+        const std::size_t count = Vector::count(ends);
+        if (!Vector::any(Vector::faultsOf(bytes, constant)) &&
+            store<Vector>(bytes, ends, count, destination, capacity, false, constant))
+            written = count;
     }
     Vector::leave();
-    return count == kRefused ? Progress{0, 0} : Progress{length, count};
+    return written;
 }
 
 template <class Vector>
 QZSTRING_TARGET Progress measureShort(const char* source, std::size_t length) {
     const Short<Vector> text(source, length);
-    std::size_t count = kRefused;
+    std::size_t count = output::kFailure;
     if (Vector::isAscii(text.block)) {
         count = length;
     } else if (!utf8::endsInside(source, source + length)) {
@@ -426,20 +450,17 @@ QZSTRING_TARGET Progress measureShort(const char* source, std::size_t length) {
             count = Vector::count(Vector::starts(text.block, constant) & text.valid);
     }
     Vector::leave();
-    return count == kRefused ? Progress{0, 0} : Progress{length, count};
+    return count == output::kFailure ? Progress{0, 0} : Progress{length, count};
 }
 
 template <class Vector>
-Progress decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity) {
-    Progress blocks{0, 0};
+std::size_t decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity) {
     if (length > Vector::kBlock)
-        blocks = decodeVectors<Vector>(source, length, destination, capacity);
-    else if (length > kPortable)
-        blocks = decodeShort<Vector>(source, length, destination, capacity);
-    if (blocks.read == length)
-        return blocks;
-    return blocks + utf8::decode(source + blocks.read, length - blocks.read, destination + blocks.written,
-                                 capacity - blocks.written);
+        return decodeVectors<Vector>(source, length, destination, capacity);
+    if (length > kPortable)
+        return decodeShort<Vector>(source, length, destination, capacity);
+    const Progress reached = utf8::decode(source, length, destination, capacity);
+    return reached.read == length ? reached.written : output::kFailure;
 }
 
 template <class Vector>
@@ -477,7 +498,7 @@ Progress encodedLength(const wchar_t* source, std::size_t length) {
 #define QZSTRING_DEFINE_UTF8_KERNELS(Vector)                                                                \
     unsigned int decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity, \
                         bool* ok) {                                                                         \
-        return utf8::Whole<blocks::decode<Vector>>::convert(source, length, destination, capacity, ok);     \
+        return output::report(blocks::decode<Vector>(source, length, destination, capacity), ok);           \
     }                                                                                                       \
     unsigned int decodedLength(const char* source, std::size_t length, bool* ok) {                          \
         return utf8::Whole<blocks::decodedLength<Vector>>::convert(source, length, ok);                     \

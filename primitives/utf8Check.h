@@ -113,22 +113,6 @@ inline kernels::Progress withoutCutCharacter(const char* source, kernels::Progre
     return {static_cast<std::size_t>(lastCharacter(at) - source), reached.written - 1};
 }
 
-// How far a decoder came that writes a character in the block in which it ends, seen from before a block that
-// it refuses. The last character before that block has been written where no continuation follows, complete
-// or not; the place goes back to its beginning where it is still to be written, or is not whole. After ASCII
-// there is nothing to set right.
-inline kernels::Progress wholeCharacters(const char* source, kernels::Progress reached, bool afterAscii) {
-    const char* const at = source + reached.read;
-    if (reached.read == 0 || afterAscii)
-        return reached;
-    const auto last = static_cast<std::size_t>(lastCharacter(at) - source);
-    if (isContinuation(*at))
-        return {last, reached.written};
-    if (endsInside(source, at))
-        return {last, reached.written - 1};
-    return reached;
-}
-
 }  // namespace qzString::utf8
 
 #endif

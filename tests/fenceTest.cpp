@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <random>
 
 #include "everyKernel.h"
 #include "primitives/hash.h"
+#include "primitives/utf8Portable.h"
 #include "string/search.h"
 #include "support.h"
 
@@ -128,6 +130,27 @@ TEST_P(Fence, HoldsConversion) {
             }
         }
     });
+}
+
+// Ill-formed text may be stored before it is found to be that: continuation bytes in a row end no character, and
+// lead bytes in a row one each.
+TEST_P(Fence, HoldsIllFormedText) {
+    const Kernels& kernels = *GetParam();
+    std::mt19937 random(9);
+    for (int round = 0; round < 200; ++round) {
+        std::string text;
+        for (const std::size_t length = random() % 200; text.size() < length;)
+            text.append(1 + random() % 12, "a\x80\xBF\xC3\xE2\xF0\xFF"[random() % 7]);
+        const qzString::kernels::Progress valid =
+            qzString::utf8::decodedLength<wchar_t>(text.data(), text.size());
+        const char* const source = bytes.put(round % 2 == 0, text, 'Q');
+        ASSERT_EQ(kernels.wellFormed(source, text.size()).read, valid.read);
+        for (std::size_t room = 0; room <= text.size(); ++room) {
+            bool ok = false;
+            kernels.decode(source, text.size(), characters.place(true, room, L'#'), room, &ok);
+            ASSERT_EQ(ok, valid.read == text.size() && valid.written <= room);
+        }
+    }
 }
 
 TEST_P(Fence, HoldsCharacterRunsAndHash) {
