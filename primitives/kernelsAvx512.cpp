@@ -11,8 +11,6 @@
 
 #if QZSTRING_KERNELS_X86
 
-#include <array>
-
 #include "primitives/avx512.h"
 #include "primitives/characterLoops.h"
 #include "primitives/hashLoops.h"
@@ -85,22 +83,6 @@ class Mapping<Case, char> {
 
 constexpr int kPairBits = tables::kBlockBits + 1;
 
-// A bit for each two neighbouring blocks of a table, whether any character in them has another case.
-template <class Case>
-constexpr std::array<std::uint32_t, 32> makeCased() {
-    static_assert(Case::kLimit <= 32 * 32 << kPairBits);
-    std::array<std::uint32_t, 32> cased{};
-    for (std::size_t block = 0; block < Case::kLimit >> tables::kBlockBits; ++block) {
-        for (std::size_t i = 0; i < std::size_t{1} << tables::kBlockBits; ++i) {
-            if (Case::kDeltas[Case::kOffsets[block] + i] != 0)
-                cased[block / 64] |= std::uint32_t{1} << block / 2 % 32;
-        }
-    }
-    return cased;
-}
-template <class Case>
-alignas(64) constexpr std::array<std::uint32_t, 32> kCased = makeCased<Case>();
-
 // Keeps two neighbouring blocks of the table, those of 128 characters. Gathers are slower.
 template <class Case>
 class Mapping<Case, wchar_t> {
@@ -166,8 +148,8 @@ class Mapping<Case, wchar_t> {
     // blocks.
     QZSTRING_KERNEL static __mmask16 cased(__m512i pairs, __mmask16 lanes) {
         const __m512i words =
-            _mm512_permutex2var_epi32(_mm512_load_si512(kCased<Case>.data()), _mm512_srli_epi32(pairs, 5),
-                                      _mm512_load_si512(kCased<Case>.data() + 16));
+            _mm512_permutex2var_epi32(_mm512_load_si512(Case::kCased), _mm512_srli_epi32(pairs, 5),
+                                      _mm512_load_si512(Case::kCased + 16));
         // Rotations, unlike shifts, go by the number modulo 32.
         const __m512i bits = _mm512_rolv_epi32(_mm512_set1_epi32(1), pairs);
         return _mm512_mask_test_epi32_mask(lanes, words, bits);
