@@ -104,7 +104,6 @@ struct Constants {
     __m512i topBit = kFilled<repeat8(0x80)>;
     __m512i third = kFilled<repeat8(0xE0 - 0x80)>;
     __m512i fourth = kFilled<repeat8(0xF0 - 0x80)>;
-    __m512i fourLead = kFilled<repeat8(0xF0)>;
     __m512i firstHigh = kNibbles<utf8::kFirstHigh>;
     __m512i firstLow = kNibbles<utf8::kFirstLow>;
     __m512i secondHigh = kNibbles<utf8::kSecondHigh>;
@@ -138,7 +137,6 @@ QZSTRING_KERNEL Constants inRegisters() {
     constants.topBit = kept(memory.topBit);
     constants.third = kept(memory.third);
     constants.fourth = kept(memory.fourth);
-    constants.fourLead = kept(memory.fourLead);
     constants.firstHigh = kept(memory.firstHigh);
     constants.firstLow = kept(memory.firstLow);
     constants.secondHigh = kept(memory.secondHigh);
@@ -416,7 +414,8 @@ QZSTRING_KERNEL std::size_t decodeBlock(const Bytes& bytes, __mmask64 high, __mm
     const auto count = static_cast<std::size_t>(_mm_popcnt_u64(ends));
     if (count > room)
         return kFailure;
-    const __mmask64 four = _mm512_cmpge_epu8_mask(bytes.before3, constant.fourLead);
+    // As in the check: the top bit where the byte would be the last of four.
+    const __mmask64 four = _mm512_movepi8_mask(_mm512_subs_epu8(bytes.before3, constant.fourth));
     CodePoints points = form(bytes, high, four, constant);
     points.low = _mm512_maskz_compress_epi8(ends, points.low);
     points.middle = _mm512_maskz_compress_epi8(ends, points.middle);
