@@ -1,4 +1,4 @@
-// The AVX2 kernels of the character runs and the hash, and the row of the table. utf8Avx2.cpp has the
+// The AVX2 kernels of the character runs and the hash, and the row of the table. utf8*Avx2.cpp have the
 // conversions. The character runs are the plain loops of characterLoops.h, compiled for the instruction set.
 #include "primitives/kernels.h"
 

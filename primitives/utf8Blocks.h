@@ -32,8 +32,6 @@
 //   std::size_t count(mask)
 //   bool storeEight<width>(source, destination)      8 characters of that width, or false and nothing; reads
 //                                                    32 bytes at most
-//   Progress encode(source, length, destination, capacity), measureEncoded(source, length)
-//                                                    as far as that goes in vectors
 //   void leave()                                     before the kernel returns
 #ifndef QZSTRING_PRIMITIVES_UTF8BLOCKS_H
 #define QZSTRING_PRIMITIVES_UTF8BLOCKS_H
@@ -70,30 +68,6 @@ constexpr std::array<Shuffle, 256> makeSelections() {
 }
 // Moves the 16-bit elements of a mask to the front.
 inline constexpr std::array<Shuffle, 256> kSelections = makeSelections();
-
-constexpr std::array<Shuffle, 256> makePackings() {
-    std::array<Shuffle, 256> packings{};
-    for (std::size_t lengths = 0; lengths < 256; ++lengths) {
-        std::size_t to = 0;
-        for (std::size_t lane = 0; lane < 4; ++lane) {
-            const std::size_t more = lengths >> 2 * lane & 3;
-            for (std::size_t byte = 3 - more; byte < 4; ++byte)
-                packings[lengths][to++] = static_cast<unsigned char>(4 * lane + byte);
-        }
-    }
-    return packings;
-}
-// For encoding: by the number of bytes beyond the first of four lanes, two bits each: moves the bytes in use
-// to the front.
-inline constexpr std::array<Shuffle, 256> kPackings = makePackings();
-
-constexpr std::array<unsigned char, 256> makePackedLengths() {
-    std::array<unsigned char, 256> lengths{};
-    for (std::size_t i = 0; i < 256; ++i)
-        lengths[i] = static_cast<unsigned char>(4 + (i & 3) + (i >> 2 & 3) + (i >> 4 & 3) + (i >> 6));
-    return lengths;
-}
-inline constexpr std::array<unsigned char, 256> kPackedLengths = makePackedLengths();
 
 // ---- Decoding ----
 
@@ -475,40 +449,16 @@ Progress decodedLength(const char* source, std::size_t length) {
     return blocks + utf8::decodedLength<wchar_t>(source + blocks.read, length - blocks.read);
 }
 
-template <class Vector>
-Progress encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity) {
-    const Progress blocks = Vector::encode(source, length, destination, capacity);
-    if (blocks.read == length)
-        return blocks;
-    return blocks + utf8::encode(source + blocks.read, length - blocks.read, destination + blocks.written,
-                                 capacity - blocks.written);
-}
-
-template <class Vector>
-Progress encodedLength(const wchar_t* source, std::size_t length) {
-    const Progress blocks = Vector::measureEncoded(source, length);
-    if (blocks.read == length)
-        return blocks;
-    return blocks + utf8::encodedLength(source + blocks.read, length - blocks.read);
-}
-
 }  // namespace qzString::kernels::blocks
 
-// The functions that utf8Kernels.h declares for an instruction set.
-#define QZSTRING_DEFINE_UTF8_KERNELS(Vector)                                                                \
+// The functions that utf8Kernels.h declares for an instruction set, but for the encoders.
+#define QZSTRING_DEFINE_UTF8_DECODERS(Vector)                                                               \
     unsigned int decode(const char* source, std::size_t length, wchar_t* destination, std::size_t capacity, \
                         bool* ok) {                                                                         \
         return output::report(blocks::decode<Vector>(source, length, destination, capacity), ok);           \
     }                                                                                                       \
     unsigned int decodedLength(const char* source, std::size_t length, bool* ok) {                          \
         return utf8::Whole<blocks::decodedLength<Vector>>::convert(source, length, ok);                     \
-    }                                                                                                       \
-    unsigned int encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity, \
-                        bool* ok) {                                                                         \
-        return utf8::Whole<blocks::encode<Vector>>::convert(source, length, destination, capacity, ok);     \
-    }                                                                                                       \
-    unsigned int encodedLength(const wchar_t* source, std::size_t length, bool* ok) {                       \
-        return utf8::Whole<blocks::encodedLength<Vector>>::convert(source, length, ok);                     \
     }                                                                                                       \
     Progress wellFormed(const char* source, std::size_t length) {                                           \
         return blocks::decodedLength<Vector>(source, length);                                               \

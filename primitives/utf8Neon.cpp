@@ -12,6 +12,8 @@
 #include "primitives/utf8Blocks.h"
 #include "primitives/utf8Check.h"
 #include "primitives/utf8Kernels.h"
+#include "primitives/utf8Packings.h"
+#include "primitives/utf8Portable.h"
 
 namespace qzString::kernels::neon {
 namespace {
@@ -114,6 +116,7 @@ QZSTRING_KERNEL uint8x16_t spread(uint32x4_t c) {
 
 constexpr std::uint32_t kLengthPlaces[4] = {1, 4, 16, 64};
 
+// As far as vectors go, and the rest in portable code.
 Progress encodeBlocks(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity) {
     const uint32x4_t places = vld1q_u32(kLengthPlaces);
     std::size_t at = 0;
@@ -138,11 +141,24 @@ Progress encodeBlocks(const wchar_t* source, std::size_t length, char* destinati
         if (anyIllFormed(a))
             break;
         const std::uint32_t lengths = vaddvq_u32(vmulq_u32(extraBytes(a), places));
-        vst1q_u8(to, vqtbl1q_u8(spread(a), load128(blocks::kPackings[lengths].data())));
+        vst1q_u8(to, vqtbl1q_u8(spread(a), load128(packings::kPackings[lengths].data())));
         at += 4;
-        written += blocks::kPackedLengths[lengths];
+        written += packings::kPackedLengths[lengths];
     }
-    return {at, written};
+    return Progress{at, written} +
+           utf8::encode(source + at, length - at, destination + written, capacity - written);
+}
+
+Progress measureBlocks(const wchar_t* source, std::size_t length) {
+    std::size_t at = 0;
+    std::size_t bytes = 0;
+    for (; length - at >= 4; at += 4) {
+        const uint32x4_t characters = loadCharacters(source + at);
+        if (anyIllFormed(characters))
+            break;
+        bytes += 4 + vaddvq_u32(extraBytes(characters));
+    }
+    return Progress{at, bytes} + utf8::encodedLength(source + at, length - at);
 }
 
 // What the block loops work on.
@@ -234,21 +250,6 @@ struct Vector {
         return true;
     }
 
-    static Progress encode(const wchar_t* source, std::size_t length, char* destination,
-                           std::size_t capacity) {
-        return encodeBlocks(source, length, destination, capacity);
-    }
-    static Progress measureEncoded(const wchar_t* source, std::size_t length) {
-        std::size_t at = 0;
-        std::size_t bytes = 0;
-        for (; length - at >= 4; at += 4) {
-            const uint32x4_t characters = loadCharacters(source + at);
-            if (anyIllFormed(characters))
-                break;
-            bytes += 4 + vaddvq_u32(extraBytes(characters));
-        }
-        return {at, bytes};
-    }
     QZSTRING_KERNEL static void leave() {}
 
   private:
@@ -283,7 +284,16 @@ struct Vector {
 
 }  // namespace
 
-QZSTRING_DEFINE_UTF8_KERNELS(Vector)
+QZSTRING_DEFINE_UTF8_DECODERS(Vector)
+
+unsigned int encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity,
+                    bool* ok) {
+    return utf8::Whole<encodeBlocks>::convert(source, length, destination, capacity, ok);
+}
+
+unsigned int encodedLength(const wchar_t* source, std::size_t length, bool* ok) {
+    return utf8::Whole<measureBlocks>::convert(source, length, ok);
+}
 
 }  // namespace qzString::kernels::neon
 
