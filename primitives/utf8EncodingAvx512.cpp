@@ -5,27 +5,23 @@
 // compressed. Text below U+0800 goes 32 characters at a time in 16-bit lanes, ASCII 64. Ill-formed characters
 // are noticed at the end, in text of up to 16 before anything is stored.
 //
-// The last characters are loaded with the text's last 16, short text as avx512.h says. Stores: 64 bytes whole
-// while what is still to come is sure to fill them, else no more than the count.
+// Stores: 64 bytes whole while what is still to come is sure to fill them, else no more than the count.
 //
-// Three things that cost more than they show: instructions that make or test masks share two ports, so the
-// bytes in use come from one comparison; processors may let a load wait until the places of all stores before
-// it are known, and these depend on the lengths, so the loop loads a block ahead; and long text that has been
-// measured from its beginning to its end has left the cache when the conversion comes back to its beginning,
-// so it is measured from its last piece to its first.
+// Two things that cost more than they show: instructions that make or test masks share two ports, so the
+// bytes in use come from one comparison; and processors may let a load wait until the places of all stores
+// before it are known, and these depend on the lengths, so the loop loads a block ahead.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_X86
 
-#include "primitives/avx512.h"
 #include "primitives/inline.h"
 #include "primitives/output.h"
+#include "primitives/utf8CharactersAvx512.h"
 #include "primitives/utf8Kernels.h"
 
 namespace qzString::kernels::avx512 {
 namespace {
 
-constexpr std::size_t kBlock = 64;
 constexpr __mmask64 kAll = ~__mmask64{0};
 using output::kFailure;
 
@@ -40,14 +36,6 @@ alignas(64) constexpr int kTags[32] = {
     0,     kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4, kTag4,
     kTag4, kTag4, kTag4, kTag3, kTag3, kTag3, kTag3, kTag3, kTag2, kTag2, kTag2, kTag2, kSeventhBit,
 };
-// The bytes beyond the first, by the number of leading zeros.
-alignas(64) constexpr char kExtra[64] = {
-    0, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 2, 2, 2, 2, 2, 1, 1, 1, 1,
-};
-
-// kPlaces in lanes of 32 bits, 16 of them: to widen those takes a cycle more than to load these.
-alignas(64) constexpr int kLanes[32] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-
 // Where the bytes of both characters of a 64-bit lane begin: at their bits 18, 12, 6 and 0.
 constexpr std::uint64_t kFields = 0x20262C3200060C12;
 
@@ -68,22 +56,6 @@ struct Constants {
           twoUnit(everywhere<repeat16(0x80)>()),
           sixBits(everywhere<repeat16(0x3F00)>()),
           pairTag(everywhere<repeat16(0x80C0)>()) {}
-};
-
-// Remembers whether any character was a surrogate or above U+10FFFF.
-struct Faults {
-    __m512i largest;
-    __m512i nearestSurrogate;
-
-    QZSTRING_KERNEL Faults() : largest(_mm512_setzero_si512()), nearestSurrogate(_mm512_set1_epi32(-1)) {}
-    QZSTRING_KERNEL void see(__m512i characters, __m512i surrogate = _mm512_set1_epi32(0xD800)) {
-        largest = _mm512_max_epu32(largest, characters);
-        nearestSurrogate = _mm512_min_epu32(nearestSurrogate, _mm512_xor_si512(characters, surrogate));
-    }
-    [[nodiscard]] QZSTRING_KERNEL bool any() const {
-        return (_mm512_cmpgt_epu32_mask(largest, _mm512_set1_epi32(0x10FFFF)) |
-                _mm512_cmplt_epu32_mask(nearestSurrogate, _mm512_set1_epi32(0x800))) != 0;
-    }
 };
 
 // The bytes of a block, those in use marked.
@@ -118,10 +90,6 @@ QZSTRING_KERNEL __m512i packAscii(__m512i a, __m512i b, __m512i c, __m512i d) {
     const __m512i order = _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
     return _mm512_permutexvar_epi32(
         order, _mm512_packus_epi16(_mm512_packus_epi32(a, b), _mm512_packus_epi32(c, d)));
-}
-
-QZSTRING_KERNEL bool anyFrom(__m512i characters, int limit) {
-    return _mm512_test_epi32_mask(characters, _mm512_set1_epi32(-limit)) != 0;
 }
 
 struct Destination {
@@ -161,48 +129,6 @@ struct Destination {
         return true;
     }
 };
-
-// 64 characters, or the last of a text: lanes that hold none of it are zero, and not `valid`.
-struct Characters {
-    __m512i a, b, c, d;
-
-    [[nodiscard]] QZSTRING_KERNEL __m512i all() const {
-        return _mm512_or_si512(_mm512_ternarylogic_epi32(a, b, c, 0xFE), d);
-    }
-};
-
-QZSTRING_KERNEL Characters loadWhole(const wchar_t* source) {
-    return {_mm512_loadu_si512(source), _mm512_loadu_si512(source + 16), _mm512_loadu_si512(source + 32),
-            _mm512_loadu_si512(source + 48)};
-}
-
-// The last 1 to 64 of a text of at least 16: whole vectors, then what is left of the text's last 16
-// characters, at the beginning of a vector or, where !kInOrder, at its end. No load goes where the text has
-// nothing, as even a masked one is slow there.
-template <bool kInOrder>
-QZSTRING_KERNEL Characters loadPart(const wchar_t* source, std::size_t count) {
-    const std::size_t left = (count - 1) % 16 + 1;
-    const wchar_t* const last16 = source + count - 16;
-    const __m512i none = _mm512_setzero_si512();
-    const __m512i last =
-        kInOrder ? _mm512_maskz_permutexvar_epi32(lowLanes(left), _mm512_loadu_si512(kLanes + 16 - left),
-                                                  _mm512_loadu_si512(last16))
-                 : _mm512_maskz_loadu_epi32(static_cast<__mmask16>(0xFFFF0000 >> left), last16);
-    Characters part{last, none, none, none};
-    if (count > 16) {
-        part.a = _mm512_loadu_si512(source);
-        part.b = last;
-    }
-    if (count > 32) {
-        part.b = _mm512_loadu_si512(source + 16);
-        part.c = last;
-    }
-    if (count > 48) {
-        part.c = _mm512_loadu_si512(source + 32);
-        part.d = last;
-    }
-    return part;
-}
 
 // Encodes up to 64 characters, of which `count` are valid; `later` more follow. Returns false where there is
 // no room. Where kWhole, of 64, with a loop's constants; else with those that it needs, made anew.
@@ -314,13 +240,7 @@ QZSTRING_KERNEL std::size_t encodeShort(const wchar_t* source, std::size_t lengt
     return converted ? to.written : kFailure;
 }
 
-// ---- Encoding up to 16 characters ----
-
-QZSTRING_KERNEL bool anyIllFormed(__m512i characters) {
-    const __m512i fromSurrogates = _mm512_xor_si512(characters, _mm512_set1_epi32(0xD800));
-    return (_mm512_cmpgt_epu32_mask(characters, _mm512_set1_epi32(0x10FFFF)) |
-            _mm512_cmplt_epu32_mask(fromSurrogates, _mm512_set1_epi32(0x800))) != 0;
-}
+// ---- Up to 16 characters ----
 
 QZSTRING_KERNEL std::size_t encodeVector(const wchar_t* source, std::size_t length, char* destination,
                                          std::size_t capacity) {
@@ -343,224 +263,10 @@ QZSTRING_KERNEL std::size_t encodeVector(const wchar_t* source, std::size_t leng
     return written;
 }
 
-QZSTRING_KERNEL std::size_t lanesFrom(__m512i characters, int limit) {
-    return static_cast<std::size_t>(
-        _mm_popcnt_u32(_mm512_cmpge_epu32_mask(characters, _mm512_set1_epi32(limit))));
-}
-
-QZSTRING_KERNEL std::size_t measureVector(const wchar_t* source, std::size_t length) {
-    const __m512i characters = loadShort(source, sizeof(wchar_t) * length);
-    const bool faulty = anyIllFormed(characters);
-    const std::size_t bytes = leaveWith(length + lanesFrom(characters, 0x80) + lanesFrom(characters, 0x800) +
-                                        lanesFrom(characters, 0x10000));
-    return faulty ? kFailure : bytes;
-}
-
-// ---- The length of encoded text ----
-
-// Adds up the bytes that characters need beyond one each.
-struct Measure {
-    Faults faults;
-    __m512i sums;  // a lane grows by at most 12 a step: far from 2^32 in 2^26 steps
-
-    QZSTRING_KERNEL Measure() : sums(_mm512_setzero_si512()) {}
-
-    QZSTRING_KERNEL void add(const Characters& characters) {
-        if (anyFrom(characters.all(), 0x80))
-            addBeyondAscii(characters);
-    }
-    // Without a look for faults.
-    QZSTRING_KERNEL void count(const Characters& block) {
-        count(block.a);
-        count(block.b);
-        count(block.c);
-        count(block.d);
-    }
-    // Of up to a block; no vector behind those of the first `count` holds any.
-    QZSTRING_KERNEL void addBeyondAscii(const Characters& characters, std::size_t count = kBlock) {
-        add(characters.a);
-        add(characters.b);
-        if (count > 32) {
-            add(characters.c);
-            add(characters.d);
-        }
-    }
-
-    [[nodiscard]] QZSTRING_KERNEL std::size_t total() const {
-        const __m512i wide = _mm512_add_epi64(_mm512_and_si512(sums, _mm512_set1_epi64(0xFFFFFFFF)),
-                                              _mm512_srli_epi64(sums, 32));
-        return static_cast<std::size_t>(_mm512_reduce_add_epi64(wide));
-    }
-    // What encodedLength gives of a text of one or two blocks, all of it added; their sums fit bytes.
-    [[nodiscard]] QZSTRING_KERNEL std::size_t leaveWithLength(std::size_t length) const {
-        const bool faulty = faults.any();
-        const __m128i halves = _mm_sad_epu8(_mm512_cvtepi32_epi8(sums), _mm_setzero_si128());
-        const std::size_t bytes = leaveWith(
-            length + static_cast<std::size_t>(_mm_cvtsi128_si64(halves) + _mm_extract_epi64(halves, 1)));
-        return faulty ? kFailure : bytes;
-    }
-
-  private:
-    QZSTRING_KERNEL void add(__m512i characters) {
-        faults.see(characters);
-        count(characters);
-    }
-    QZSTRING_KERNEL void count(__m512i characters) {
-        sums = _mm512_add_epi32(sums, _mm512_permutexvar_epi8(_mm512_lzcnt_epi32(characters), table(kExtra)));
-    }
-};
-
-// The characters from which on it pays, as measured on Zen 5, to take blocks along cache lines.
-constexpr std::size_t kWorthAligning = 4 * kBlock;
-
-// How many characters to take first, so that those after them begin with a cache line.
-QZSTRING_KERNEL std::size_t toCacheLine(const wchar_t* source) {
-    return (0 - reinterpret_cast<std::uintptr_t>(source) / sizeof(wchar_t)) % 16;
-}
-
-// Characters: small beside the second cache, long beside what a hardware prefetcher takes to begin.
-constexpr std::size_t kPiece = 1 << 16;
-static_assert(kPiece / kBlock * 4 <= 0xFFFF, "UnitMeasure's lanes hold a piece");
-
-// Faults of whole blocks, with half the instructions: surrogates are looked for in 16-bit lanes, where what
-// is above U+FFFF becomes that (or zero), and the largest only where the block's bits say that one may be
-// above U+10FFFF. The conversion gains nothing by it.
-struct BlockFaults {
-    __m512i largest, nearestSurrogate, surrogate;
-
-    QZSTRING_KERNEL BlockFaults()
-        : largest(_mm512_setzero_si512()),
-          nearestSurrogate(_mm512_set1_epi32(-1)),
-          surrogate(everywhere<repeat16(0xD800)>()) {}
-    QZSTRING_KERNEL void seeSurrogates(const Characters& block) {
-        see(_mm512_packus_epi32(block.a, block.b));
-        see(_mm512_packus_epi32(block.c, block.d));
-    }
-    // `all` is what is set in any character.
-    QZSTRING_KERNEL void seeSizes(const Characters& block, __m512i all) {
-        if (anyFrom(all, 0x100000)) {
-            const __m512i first = _mm512_max_epu32(block.a, block.b);
-            const __m512i second = _mm512_max_epu32(block.c, block.d);
-            largest = _mm512_max_epu32(largest, _mm512_max_epu32(first, second));
-        }
-    }
-    [[nodiscard]] QZSTRING_KERNEL bool any() const {
-        return _mm512_cmpgt_epu32_mask(largest, _mm512_set1_epi32(0x10FFFF)) != 0 ||
-               _mm512_cmplt_epu16_mask(nearestSurrogate, _mm512_set1_epi16(0x800)) != 0;
-    }
-
-  private:
-    QZSTRING_KERNEL void see(__m512i units) {
-        nearestSurrogate = _mm512_min_epu16(nearestSurrogate, _mm512_xor_si512(units, surrogate));
-    }
-};
-
-// Measures characters below U+10000 in 16-bit lanes: that takes half the instructions.
-struct UnitMeasure {
-    __m512i sums;  // a lane grows by at most four a block
-    __m512i one, beyondAscii, beyondTwo;
-
-    QZSTRING_KERNEL UnitMeasure()
-        : sums(_mm512_setzero_si512()),
-          one(everywhere<repeat16(1)>()),
-          beyondAscii(everywhere<repeat16(0x80)>()),
-          beyondTwo(everywhere<repeat16(0x800)>()) {}
-
-    QZSTRING_KERNEL void add(const Characters& block) {
-        add(_mm512_packus_epi32(block.a, block.b));
-        add(_mm512_packus_epi32(block.c, block.d));
-    }
-    // Gives the sums in 32-bit lanes, and begins anew.
-    QZSTRING_KERNEL __m512i takeSums() {
-        const __m512i taken = sums;
-        sums = _mm512_setzero_si512();
-        return _mm512_add_epi32(_mm512_and_si512(taken, _mm512_set1_epi32(0xFFFF)),
-                                _mm512_srli_epi32(taken, 16));
-    }
-
-  private:
-    QZSTRING_KERNEL void add(__m512i units) {
-        count(_mm512_cmpge_epu16_mask(units, beyondAscii));
-        count(_mm512_cmpge_epu16_mask(units, beyondTwo));
-    }
-    QZSTRING_KERNEL void count(__mmask32 lanes) { sums = _mm512_mask_add_epi16(sums, lanes, sums, one); }
-};
-
-QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const wchar_t* source, std::size_t length,
-                                                             bool* ok) {
-    Measure measure;
-    std::size_t bytes = length;
-    if (length >= kWorthAligning) {
-        const __m512i none = _mm512_setzero_si512();
-        const std::size_t part = toCacheLine(source);
-        measure.add({_mm512_maskz_loadu_epi32(lowLanes(part), source), none, none, none});
-        source += part;
-        length -= part;
-    }
-    UnitMeasure units;
-    BlockFaults faults;
-    std::size_t end = length;
-    while (end > 0) {
-        const std::size_t begin = (end - 1) & ~(kPiece - 1);
-        std::size_t at = begin;
-        while (end - at >= kBlock) {
-            const Characters block = loadWhole(source + at);
-            const __m512i all = block.all();
-            at += kBlock;
-            if (anyFrom(all, 0x10000)) {
-                measure.count(block);
-                faults.seeSurrogates(block);
-                faults.seeSizes(block, all);
-            } else if (anyFrom(all, 0x80)) {
-                units.add(block);
-                faults.seeSurrogates(block);
-            } else {
-                while (end - at >= kBlock && !anyFrom(loadWhole(source + at).all(), 0x80))
-                    at += kBlock;
-            }
-        }
-        measure.sums = _mm512_add_epi32(measure.sums, units.takeSums());
-        if (at < end)
-            measure.add(loadPart<false>(source + at, end - at));
-        end = begin;
-    }
-    const bool faulty = measure.faults.any() || faults.any();
-    bytes = leaveWith(bytes + measure.total());
-    return output::report(faulty ? kFailure : bytes, ok);
-}
-
-// Of up to one block.
-QZSTRING_KERNEL std::size_t measurePart(const wchar_t* source, std::size_t length) {
-    const Characters part = loadPart<false>(source, length);
-    if (!anyFrom(part.all(), 0x80)) {
-        _mm256_zeroupper();
-        return length;
-    }
-    Measure measure;
-    measure.addBeyondAscii(part, length);
-    return measure.leaveWithLength(length);
-}
-
-// Of one to two blocks.
-QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureTwoBlocks(const wchar_t* source, std::size_t length,
-                                                                bool* ok) {
-    const Characters first = loadWhole(source);
-    const Characters last = loadPart<false>(source + kBlock, length - kBlock);
-    if (!anyFrom(_mm512_or_si512(first.all(), last.all()), 0x80)) {
-        _mm256_zeroupper();
-        return output::report(length, ok);
-    }
-    Measure measure;
-    measure.addBeyondAscii(first);
-    measure.addBeyondAscii(last, length - kBlock);
-    return output::report(measure.leaveWithLength(length), ok);
-}
-
 }  // namespace
 
-// Short text takes no stack: what it costs is the calls. The kernels of longer text report themselves and are
+// Short text takes no stack: what it costs is the call. The kernels of longer text report themselves and are
 // jumped to: where it calls one, g++ 12 has an entry align its stack for vectors first, short text or not.
-
 QZSTRING_TARGET unsigned int encode(const wchar_t* source, std::size_t length, char* destination,
                                     std::size_t capacity, bool* ok) {
     if (length <= 16)
@@ -568,14 +274,6 @@ QZSTRING_TARGET unsigned int encode(const wchar_t* source, std::size_t length, c
     if (length <= kBlock)
         return output::report(encodeShort(source, length, destination, capacity), ok);
     return encodeBlocks(source, length, destination, capacity, 0, ok);
-}
-
-QZSTRING_TARGET unsigned int encodedLength(const wchar_t* source, std::size_t length, bool* ok) {
-    if (length <= 16)
-        return output::report(measureVector(source, length), ok);
-    if (length <= kBlock)
-        return output::report(measurePart(source, length), ok);
-    return length <= 2 * kBlock ? measureTwoBlocks(source, length, ok) : measureBlocks(source, length, ok);
 }
 
 }  // namespace qzString::kernels::avx512
