@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cwchar>
 #include <new>
+#include <string>
 
 namespace {
 
@@ -49,6 +50,36 @@ std::size_t usableSize(unsigned int size) {
     return size > INT_MAX ? INT_MAX : size;
 }
 
+// Where output goes that may not fit. What does not is formatted ten times slower, as the C library goes on
+// counting, or a stream has to: a small buffer is therefore tried in one that most output fits.
+template <class Char>
+class Room {
+  public:
+    Room(Char* buffer, unsigned int size) : buffer_(buffer), size_(usableSize(size)) {}
+
+    [[nodiscard]] Char* begin() { return isSmall() ? ample_ : buffer_; }
+    [[nodiscard]] std::size_t size() const { return isSmall() ? kAmple : size_; }
+
+    // The result for output of that length, which is in the room where it fits there.
+    [[nodiscard]] int take(int length) {
+        const auto count = static_cast<std::size_t>(length);
+        if (count >= size_)
+            return doesNotFit(length);
+        if (isSmall())
+            std::char_traits<Char>::copy(buffer_, ample_, count + 1);
+        return length;
+    }
+
+  private:
+    static constexpr std::size_t kAmple = 4096 / sizeof(Char);
+
+    [[nodiscard]] bool isSmall() const { return size_ < kAmple; }
+
+    Char* buffer_;
+    std::size_t size_;
+    Char ample_[kAmple];
+};
+
 }  // namespace
 
 // Output that is formatted, or does not fit, leaves errno as it was.
@@ -57,34 +88,32 @@ int KT_vsnprintf(char* buffer, unsigned int size, const char* format, va_list ar
     if (format == nullptr)
         return kNever;
     const int entry = errno;
-    const std::size_t usable = usableSize(size);
-    const int length = std::vsnprintf(buffer, usable, format, arguments);
+    Room<char> room(buffer, size);
+    const int length = std::vsnprintf(room.begin(), room.size(), format, arguments);
     if (length < 0)
         return failed(errno);
     errno = entry;
-    return static_cast<std::size_t>(length) < usable ? length : doesNotFit(length);
+    return room.take(length);
 }
 
 int KT_vswprintf(wchar_t* buffer, unsigned int size, const wchar_t* format, va_list arguments) {
     if (format == nullptr)
         return kNever;
     const int entry = errno;
-    const std::size_t usable = usableSize(size);
-    int error = 0;
-    if (usable > 0) {
-        va_list first;
-        va_copy(first, arguments);
-        const int length = std::vswprintf(buffer, usable, format, first);
-        error = errno;
-        errno = entry;
-        va_end(first);
-        if (length >= 0 && static_cast<std::size_t>(length) < usable)
+    Room<wchar_t> room(buffer, size);
+    va_list first;
+    va_copy(first, arguments);
+    int length = std::vswprintf(room.begin(), room.size(), format, first);
+    const int error = errno;
+    va_end(first);
+    if (length < 0) {
+        length = wideLength(format, arguments, entry);
+        if (length < 0)
             return length;
+        // Output that would have fitted failed for another reason.
+        if (static_cast<std::size_t>(length) < room.size())
+            return failed(error);
     }
-    const int length = wideLength(format, arguments, entry);
-    if (length < 0)
-        return length;
     errno = entry;
-    // Output that would have fitted failed for another reason.
-    return static_cast<std::size_t>(length) < usable ? failed(error) : doesNotFit(length);
+    return room.take(length);
 }

@@ -45,6 +45,22 @@ TYPED_TEST(Format, SaysHowMuchRoomIsNeeded) {
     EXPECT_EQ(formatInto(static_cast<TypeParam*>(nullptr), 0, five, 7), -5);
 }
 
+// Small buffers and large ones are filled in different ways.
+TYPED_TEST(Format, FillsTheBufferToItsEnd) {
+    const TypeParam padded[] = {'%', '*', 'd', 0};
+    for (const int length : {1022, 1023, 1024, 1025, 4094, 4095, 4096, 4097, 9000}) {
+        const auto size = static_cast<unsigned int>(length);
+        const support::Exact<TypeParam> small(size);
+        ASSERT_EQ(formatInto(small.data(), size, padded, length, 7), -length);
+        const support::Exact<TypeParam> enough(std::basic_string<TypeParam>(size + 1, '#'));
+        ASSERT_EQ(formatInto(enough.data(), size + 1, padded, length, 7), length);
+        std::basic_string<TypeParam> expected(size + 1, ' ');
+        expected[size - 1] = '7';
+        expected[size] = 0;
+        ASSERT_EQ(enough.view(size + 1), expected);
+    }
+}
+
 TYPED_TEST(Format, TellsWhatCanNeverSucceed) {
     TypeParam buffer[100];
     const TypeParam unfinished[] = {'x', '%', 0};
