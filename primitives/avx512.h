@@ -66,17 +66,21 @@ alignas(64) constexpr unsigned char kPlaces[64] = {
 // short text reach as little beyond it as its length allows without more branches: lengths are often random,
 // and a branch missed costs as much.
 
-// Up to 64 bytes, and zeros behind them. The range of its loads is 32 bytes, that of longer text ends at most
-// 15 behind it; what is behind the text is masked.
-QZSTRING_KERNEL __m512i loadShort(const void* text, std::size_t bytes) {
+// Up to 48 bytes, or up to 64, and zeros behind them. The range of the loads is 32 bytes, that of longer text
+// ends at most 15 behind it; what is behind the text is masked.
+QZSTRING_KERNEL __m512i loadUpTo48(const void* text, std::size_t bytes) {
     const auto* const first = static_cast<const __m256i*>(text);
     const std::uint64_t valid = lowBits(bytes);
     if (bytes <= 32)
         return _mm512_zextsi256_si512(_mm256_maskz_loadu_epi8(static_cast<__mmask32>(valid), text));
-    if (bytes <= 48)
-        return _mm512_inserti32x4(_mm512_zextsi256_si512(_mm256_loadu_si256(first)),
-                                  _mm_maskz_loadu_epi8(static_cast<__mmask16>(valid >> 32), first + 1), 2);
-    return _mm512_maskz_loadu_epi8(valid, text);
+    return _mm512_inserti32x4(_mm512_zextsi256_si512(_mm256_loadu_si256(first)),
+                              _mm_maskz_loadu_epi8(static_cast<__mmask16>(valid >> 32), first + 1), 2);
+}
+QZSTRING_KERNEL __m512i loadUpTo64(const void* text, std::size_t bytes) {
+    return _mm512_maskz_loadu_epi8(lowBits(bytes), text);
+}
+QZSTRING_KERNEL __m512i loadShort(const void* text, std::size_t bytes) {
+    return bytes <= 48 ? loadUpTo48(text, bytes) : loadUpTo64(text, bytes);
 }
 
 // Stores 33 to 64 bytes: the halves, the second over some of the first.

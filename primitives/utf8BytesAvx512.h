@@ -181,12 +181,8 @@ QZSTRING_KERNEL bool isAsciiFour(const char* source, std::size_t length) {
                                                          _mm512_loadu_si512(last), 0xFE)) == 0;
 }
 
-// Whether a text is ASCII: by one vector, which is faster for 49 to 64 bytes, or by its first and its last
-// 32, fewer of them twice.
-QZSTRING_KERNEL bool isAsciiVector(const char* source, std::size_t length) {
-    return _mm512_movepi8_mask(_mm512_maskz_loadu_epi8(lowBits(length), source)) == 0;
-}
-QZSTRING_KERNEL bool isAsciiHalves(const char* source, std::size_t length) {
+// Whether a text of up to a block is ASCII: by its first and its last 32 bytes, fewer of them twice.
+QZSTRING_KERNEL bool isAsciiShort(const char* source, std::size_t length) {
     const auto valid = static_cast<__mmask32>(lowBits(length));
     const char* const last = source + (length > 32 ? length - 32 : 0);
     return _mm256_movemask_epi8(_mm256_or_si256(_mm256_maskz_loadu_epi8(valid, source),

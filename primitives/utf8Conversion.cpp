@@ -56,11 +56,12 @@ QZSTRING_NOINLINE unsigned int convertSubstituting(const char* source, std::size
 
 unsigned int UTF8toWCS(const char* source, unsigned int sourceLength, wchar_t* destination,
                        unsigned int capacity, bool substitute, bool* ok) {
-    if (substitute)
-        return convertSubstituting(source, sourceLength, destination, capacity, ok);
-    const kernels::Kernels& kernel = kernels::active();
-    return destination == nullptr ? kernel.decodedLength(source, sourceLength, ok)
-                                  : kernel.decode(source, sourceLength, destination, capacity, ok);
+    if (QZSTRING_LIKELY(!substitute)) {
+        const kernels::Kernels& kernel = kernels::active();
+        return destination == nullptr ? kernel.decodedLength(source, sourceLength, ok)
+                                      : kernel.decode(source, sourceLength, destination, capacity, ok);
+    }
+    return convertSubstituting(source, sourceLength, destination, capacity, ok);
 }
 
 unsigned int WCStoUTF8(const wchar_t* source, unsigned int sourceLength, char* destination,

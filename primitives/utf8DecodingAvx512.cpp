@@ -320,21 +320,10 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int decodeLong(const char* source, st
 
 // ---- Up to one block ----
 
-QZSTRING_KERNEL std::size_t decodeShort(const char* source, std::size_t length, wchar_t* destination,
-                                        std::size_t capacity) {
-    // Apart to the end: a jump more, or a longer loop, costs a tenth of the call.
-    if (length > 48) {
-        if (isAsciiVector(source, length) && length <= capacity) {
-            storeAscii(source, length, destination);
-            _mm256_zeroupper();
-            return length;
-        }
-    } else if (length <= capacity && isAsciiHalves(source, length)) {
-        storeAscii(source, length, destination);
-        _mm256_zeroupper();
-        return length;
-    }
-    const Bytes bytes = loadFirst(loadShort(source, length));
+// A text of up to a block, of which the first and only one is at hand.
+QZSTRING_KERNEL std::size_t decodeOnly(__m512i block, std::size_t length, wchar_t* destination,
+                                       std::size_t capacity) {
+    const Bytes bytes = loadFirst(block);
     const Constants& constant = inMemory(kConstants);
     const __m512i faults = _mm512_or_si512(faultsOf(bytes, constant), incompleteAtEnd(bytes.at));
     std::size_t count = kFailure;
@@ -344,6 +333,19 @@ QZSTRING_KERNEL std::size_t decodeShort(const char* source, std::size_t length, 
                             false, constant);
     _mm256_zeroupper();
     return count;
+}
+
+// Each way of loading has the code behind it to itself: a jump more costs a tenth of the call.
+QZSTRING_KERNEL std::size_t decodeShort(const char* source, std::size_t length, wchar_t* destination,
+                                        std::size_t capacity) {
+    if (QZSTRING_LIKELY(length <= capacity && isAsciiShort(source, length))) {
+        storeAscii(source, length, destination);
+        _mm256_zeroupper();
+        return length;
+    }
+    if (QZSTRING_LIKELY(length > 48))
+        return decodeOnly(loadUpTo64(source, length), length, destination, capacity);
+    return decodeOnly(loadUpTo48(source, length), length, destination, capacity);
 }
 
 // ---- More than a block, beginning with what is ASCII: that takes no constants ----
@@ -395,8 +397,9 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int decodeBlocks(const char* source, 
 // not.
 QZSTRING_TARGET unsigned int decode(const char* source, std::size_t length, wchar_t* destination,
                                     std::size_t capacity, bool* ok) {
-    return length <= kBlock ? output::report(decodeShort(source, length, destination, capacity), ok)
-                            : decodeBlocks(source, length, destination, capacity, ok);
+    return QZSTRING_LIKELY(length <= kBlock)
+               ? output::report(decodeShort(source, length, destination, capacity), ok)
+               : decodeBlocks(source, length, destination, capacity, ok);
 }
 
 }  // namespace qzString::kernels::avx512
