@@ -142,8 +142,8 @@ class QZSTRING_EXPORT IString {
     // ---- Replacement by content: where nothing is found, text and cache stay as they are ----
 
     // Every occurrence of `pattern`, from left to right and without overlap; inserted text is not searched
-    // again. Linear in the text; where that grows, in new storage if there is no room, or with memory for the
-    // places of the occurrences. Should memory run out, what was replaced before stays. Either argument may be
+    // again. Linear in the text. Where that grows, in place if it has room, and with memory for the places of the
+    // occurrences, four bytes each. Should memory run out, what was replaced before stays. Either argument may be
     // this string.
     IString& replace(const IString& pattern, const IString& replacement);
     IString& replaceFirst(const IString& pattern, const IString& replacement);

@@ -1,5 +1,5 @@
 #include <cwchar>
-#include <new>
+#include <exception>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,9 +9,6 @@
 
 namespace qzString {
 namespace {
-
-// Spare room of less than this part of a text hardly takes what a growing replacement adds to it.
-constexpr std::size_t kSpareFraction = 8;
 
 // What replacing every occurrence takes. Pattern and replacement are not parts of the text.
 struct Substitution {
@@ -40,31 +37,31 @@ void replaceInPlace(std::wstring& text, const Substitution& what, std::size_t fo
 }
 
 // Replaces every occurrence from `found` on by more, from the last to the first: what stands behind each moves
-// to where it will be, over what has moved already. Returns false where memory for that cannot be had, the
-// text as it was.
+// to where it will be, over what has moved already. Returns false, the text as it was, where memory for that
+// cannot be had or the text is beyond what 32 bits count.
 bool replaceGrowing(std::wstring& text, const Substitution& what, std::size_t found) {
     const std::size_t growth = what.replacement.size() - what.pattern.size();
     std::size_t end = text.size();
-    std::vector<std::size_t> occurrences;
+    if (end > IString::npos)
+        return false;
+    std::vector<unsigned int> places;
     try {
         for (; found != search::kNotFound;
              found = what.pattern.findIn(text.data(), end, found + what.pattern.size()))
-            occurrences.push_back(found);
-        if (growth > (text.max_size() - end) / occurrences.size())
-            return false;
-        text.resize(end + occurrences.size() * growth);
-    } catch (const std::bad_alloc&) {
+            places.push_back(static_cast<unsigned int>(found));
+        text.resize(end + places.size() * growth);
+    } catch (const std::exception&) {
         return false;
     }
     wchar_t* const data = text.data();
     std::size_t write = text.size();
-    for (auto occurrence = occurrences.crbegin(); occurrence != occurrences.crend(); ++occurrence) {
-        const std::size_t behind = *occurrence + what.pattern.size();
+    for (auto place = places.crbegin(); place != places.crend(); ++place) {
+        const std::size_t behind = *place + what.pattern.size();
         write -= end - behind;
         std::wmemmove(data + write, data + behind, end - behind);
         write -= what.replacement.size();
         std::wmemcpy(data + write, what.replacement.data(), what.replacement.size());
-        end = *occurrence;
+        end = *place;
     }
     return true;
 }
@@ -84,13 +81,13 @@ std::wstring rebuilt(const std::wstring& text, const Substitution& what, std::si
     return result;
 }
 
-// Replaces in new storage, in one pass over the text: for a text without room to spare, which would move to
-// new storage anyway. Returns false where that cannot be had, the text as it was.
+// Replaces in new storage, in one pass over the text: for a text that has to move there anyway. Returns false
+// where that cannot be had, the text as it was.
 bool replaceInNewStorage(std::wstring& text, const Substitution& what, std::size_t found) {
     try {
         text = rebuilt(text, what, found);
         return true;
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {
         return false;
     }
 }
@@ -105,27 +102,29 @@ bool decodeByte(char byte, wchar_t& c) {
 }  // namespace
 
 IString& IString::replace(const IString& pattern, const IString& replacement) {
-    if (&replacement == this)
-        return replace(pattern, IString(*this));
-    if (&pattern == this)
-        return wideText.empty() ? *this : replaceFirst(pattern, replacement);
     if (pattern.wideText.empty())
         return *this;
-    const Substitution what{{pattern.wideText.data(), pattern.wideText.size()}, replacement.wideText};
-    const std::size_t length = wideText.size();
-    const std::size_t found = what.pattern.findIn(wideText.data(), length, 0);
+    Substitution what{{pattern.wideText.data(), pattern.wideText.size()}, replacement.wideText};
+    const std::size_t found = what.pattern.findIn(wideText.data(), wideText.size(), 0);
     if (found == search::kNotFound)
         return *this;
 
+    std::wstring before;
+    if (&replacement == this) {
+        before = wideText;
+        what.replacement = before;
+    }
     if (what.replacement.size() <= what.pattern.size()) {
         replaceInPlace(wideText, what, found);
         return changed();
     }
-    const bool isNearlyFull = wideText.capacity() - length < length / kSpareFraction;
-    if (isNearlyFull && replaceInNewStorage(wideText, what, found))
+    const std::size_t spare = wideText.capacity() - wideText.size();
+    if (spare < what.replacement.size() - what.pattern.size()) {  // room for none
+        if (replaceInNewStorage(wideText, what, found))
+            return changed();
+    } else if (replaceGrowing(wideText, what, found)) {
         return changed();
-    if (replaceGrowing(wideText, what, found))
-        return changed();
+    }
     // One at a time: what has been replaced before memory runs out stays.
     for (std::size_t at = found; at != search::kNotFound;) {
         wideText.replace(at, what.pattern.size(), what.replacement);

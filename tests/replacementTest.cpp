@@ -65,17 +65,29 @@ TEST(Replacement, AgreesWithReplacingOneByOne) {
 }
 
 TEST(Replacement, TakesItselfAsArgument) {
-    IString s(L"aba");
-    EXPECT_EQ(value(s.replace(s, IString(L"xyzzy"))), L"xyzzy");
-    s = IString(L"aba");
-    EXPECT_EQ(value(s.replace(IString(L"b"), s)), L"aabaa");
-    s = IString(L"ab");
-    EXPECT_EQ(value(s.replace(IString(L"a"), s)), L"abb");
-    EXPECT_EQ(value(s.replace(s, s)), L"abb");
-    EXPECT_EQ(value(s.replaceFirst(s, s)), L"abb");
-    EXPECT_EQ(value(s.replaceFirst(IString(L"b"), s)), L"aabbb");
+    IString s;
+    for (const bool hasRoom : {false, true}) {
+        s = IString(L"aba");
+        if (hasRoom)
+            s.reserve(100);
+        EXPECT_EQ(value(s.replace(s, IString(L"xyzzy"))), L"xyzzy");
+        s.assign(L"aba");
+        EXPECT_EQ(value(s.replace(IString(L"b"), s)), L"aabaa");
+        s.assign(L"ab");
+        EXPECT_EQ(value(s.replace(IString(L"a"), s)), L"abb");
+        EXPECT_EQ(value(s.replace(s, s)), L"abb");
+        EXPECT_EQ(value(s.replaceFirst(s, s)), L"abb");
+        EXPECT_EQ(value(s.replaceFirst(IString(L"b"), s)), L"aabbb");
+    }
+    s = IString(40, L'b');
+    s.reserve(100);  // room for one of them
+    EXPECT_EQ(value(s.replace(IString(L"b"), s)), std::wstring(1600, L'b'));
     IString empty;
     EXPECT_EQ(value(empty.replace(empty, IString(L"x"))), L"");
+    // Where nothing is found, nothing is copied either.
+    Allocations::failAlways(true);
+    EXPECT_EQ(&s.replace(IString(L'x'), s), &s);
+    Allocations::failAlways(false);
 }
 
 TEST(Replacement, ReplacesTheFirstOccurrence) {
@@ -147,14 +159,15 @@ TEST(Replacement, GoesOnWhereAnAllocationFails) {
             IString s(100, L'a');
             if (hasRoom)
                 s.reserve(300);
+            const wchar_t* const storage = s.asWChar();
             const IString pattern(L"a");
-            const IString replacement(L"xyz");
+            const IString replacement(L"aba");
             Allocations::failAt(nth);
             s.replace(pattern, replacement);
             failed = Allocations::failed();
             Allocations::failAt(0);
-            EXPECT_EQ(s.length(), 300U);
-            EXPECT_EQ(s.find(pattern), IString::npos);
+            EXPECT_EQ(value(s), replaceOneByOne(std::wstring(100, L'a'), L"a", L"aba"));
+            EXPECT_EQ(s.asWChar() == storage, hasRoom);
         }
     }
 }
