@@ -1,4 +1,5 @@
 // Searching of both classes, set search and the ASCII test.
+#include <chrono>
 #include <random>
 
 #include "string/search.h"
@@ -159,6 +160,52 @@ TYPED_TEST(Searching, FindsBehindManyNearMisses) {
             EXPECT_EQ(first.rfind(make<TypeParam>(needle)), after.size());
         }
     });
+}
+
+// The same for needles of every structure, in texts that are made of their parts.
+TYPED_TEST(Searching, AgreesWithTheStandardStringOnNearMisses) {
+    this->forEveryScanner([] {
+        std::mt19937 random(11);
+        for (unsigned round = 0; round < 300; ++round) {
+            std::string unit;
+            for (std::size_t length = 1 + random() % 12; length > 0; --length)
+                unit += static_cast<char>('a' + random() % 2);
+            std::string needle;
+            while (needle.size() < 30 + round % 40)
+                needle += unit;
+            if (round % 2 == 0)
+                needle[random() % needle.size()] ^= 3;  // 'a' and 'b' for each other
+            std::string text;
+            while (text.size() < 6000) {
+                std::string part = needle.substr(random() % needle.size());
+                if (random() % 4 == 0)
+                    part.resize(random() % (part.size() + 1));
+                text += part;
+            }
+            const TypeParam s = make<TypeParam>(text);
+            const TypeParam n = make<TypeParam>(needle);
+            for (std::size_t at = text.find(needle, 0), from = 0;; at = text.find(needle, from)) {
+                ASSERT_EQ(s.find(n, static_cast<unsigned int>(from)), static_cast<unsigned int>(at));
+                if (at == std::string::npos)
+                    break;
+                from = at + 1 + random() % 3000;
+                ASSERT_EQ(s.rfind(n, static_cast<unsigned int>(from)),
+                          static_cast<unsigned int>(text.rfind(needle, from)));
+            }
+        }
+    });
+}
+
+// Where every place is a near miss to the end of a long needle, trial takes a minute, and linear search some
+// milliseconds.
+TYPED_TEST(Searching, StaysLinearOnNearMisses) {
+    using C = Char<TypeParam>;
+    const TypeParam text(4'000'000, C{'a'});
+    const TypeParam needle = plus(TypeParam(1'000'000, C{'a'}), TypeParam(C{'b'}));
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(text.find(needle), kNone);
+    EXPECT_EQ(text.rfind(needle), kNone);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
 }
 
 namespace {
