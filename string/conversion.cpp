@@ -157,6 +157,7 @@ IString::IString(char c, Encoding encoding, bool* ok) {
 }
 
 IString::IString(unsigned int count, char c, Encoding encoding, bool* ok) {
+    report(ok, false);  // should there be no memory for the text
     assign(std::string(count, c).c_str(), encoding, ok);
 }
 
@@ -180,6 +181,7 @@ void IString::encode(Encoding encoding, bool* ok) const {
     report(ok, false);
     bool converted = false;
     const auto convert = [&](char* destination, unsigned int capacity) {
+        converted = false;
         return fromWide(encoding, wideText.data(), length(), destination, capacity, &converted);
     };
     unsigned int written = 0;

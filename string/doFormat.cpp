@@ -14,14 +14,10 @@ namespace {
 constexpr std::uint64_t kGrowth = 1024;
 constexpr std::uint64_t kGrowthLimit = 0xFFFFFBFF;  // a size from here up is the last
 
-// The next size after `size` in the series that is not known to be too small for `needed` characters; at most
-// the last.
+// The next size after `size` in the series that is not known to be too small for `needed` characters.
 std::uint64_t nextSize(std::uint64_t size, std::uint64_t needed) {
-    const std::uint64_t last = size + (kGrowthLimit - size + kGrowth - 1) / kGrowth * kGrowth;
-    std::uint64_t next = size + kGrowth;
-    if (needed > next)
-        next += (needed - next + kGrowth - 1) / kGrowth * kGrowth;
-    return next < last ? next : last;
+    const std::uint64_t next = size + kGrowth;
+    return needed <= next ? next : next + (needed - next + kGrowth - 1) / kGrowth * kGrowth;
 }
 
 template <class Char, class Formatter>

@@ -36,6 +36,7 @@ struct Converters {
     bool conversionSucceeds = true;  // what the flag reports
     bool conversionWrites = true;    // whether anything comes out
     unsigned int announced = 0;      // a size to announce instead of the true one
+    int growth = 0;                  // of that, after every conversion
     bool touchesFlag = true;
 
     static Converters& now() {
@@ -59,6 +60,7 @@ unsigned int convert(const char* name, const From* source, unsigned int length, 
     EXPECT_GT(capacity, written);
     for (unsigned int i = 0; i < written; ++i)
         destination[i] = i < length ? static_cast<To>(source[i]) : static_cast<To>(kOutsideMark);
+    now.announced += static_cast<unsigned int>(now.growth);
     return written;
 }
 
@@ -211,7 +213,11 @@ TEST_F(Cache, DecodesCharactersAndNarrowStrings) {
     EXPECT_EQ(converters().calls.front().converter, "UTF8toWCS");
     EXPECT_EQ(converters().calls.back().converter, "MBStoWCS");
     EXPECT_EQ(value(IString('x', kUTF8, &ok)), L"x");
+    EXPECT_EQ(converters().calls.back().converter, "UTF8toWCS");
     EXPECT_EQ(value(IString(3, 'x', kMultibyte, &ok)), L"xxx");
+    EXPECT_EQ(converters().calls.back().converter, "MBStoWCS");
+    EXPECT_EQ(value(IString(3, 'x', kUTF8, &ok)), L"xxx");
+    EXPECT_EQ(converters().calls.back().converter, "UTF8toWCS");
     takeCalls();
     for (const IString& empty : {IString('\0', kUTF8, &(ok = false)), IString(0, 'x', kUTF8, &(ok = false)),
                                  IString(4, '\0', kMultibyte, &(ok = false))}) {
@@ -254,6 +260,8 @@ TEST_F(Cache, DecodesInPlace) {
         SetUp();
         if (s.length() > 0) {
             EXPECT_EQ(isValid(s, kUTF8), c.keepsCache);
+        } else {
+            EXPECT_STREQ(s.asUTF8(), "");
         }
     }
 }
@@ -275,6 +283,10 @@ TEST_F(Cache, DecodesItsOwnCachedText) {
     EXPECT_EQ(value(nul), L"a");
     EXPECT_FALSE(isValid(nul, kUTF8));
     EXPECT_STREQ(nul.asUTF8(), "a");
+
+    s = cached(kUTF8);
+    s.convertFromMultibyte("xyz", kUTF8);  // as long, and not its own
+    EXPECT_STREQ(s.asUTF8(), "xyz");
 
     s = cached(kUTF8);
     s.assign(s.asUTF8(), kUTF8);
@@ -383,13 +395,17 @@ TEST_F(Cache, CopiesTheForm) {
 
     // A failed conversion runs again; the copy holds what fits the buffer measured first.
     converters().conversionSucceeds = false;
-    takeCalls();
     IString failing(kWide.c_str());
-    copy = failing.copyAsMultibyte(kUTF8, &ok);
-    EXPECT_FALSE(ok);
-    EXPECT_EQ(copy, kText);
-    EXPECT_EQ(takeCalls(), 4U);
-    std::free(copy);
+    for (const int growth : {0, 50, -50}) {
+        takeCalls();
+        converters().announced = static_cast<unsigned int>(kText.size());
+        converters().growth = growth;
+        copy = failing.copyAsMultibyte(kUTF8, &ok);
+        EXPECT_FALSE(ok);
+        EXPECT_EQ(copy, kText.substr(growth < 0 ? 50 : 0));
+        EXPECT_EQ(takeCalls(), 4U);
+        std::free(copy);
+    }
 
     converters().querySucceeds = false;
     copy = failing.copyAsMultibyte(kMultibyte, &(ok = true));
@@ -487,6 +503,10 @@ TEST_F(Cache, SurvivesFailingAllocations) {
             });
     }
     converters().announced = 0;
+    Allocations::failAt(1);
+    EXPECT_THROW(IString(100, 'x', kUTF8, &(ok = true)), std::bad_alloc);
+    Allocations::failAt(0);
+    EXPECT_FALSE(ok);
     // Copies take text and cache, or nothing.
     IString source(L"a text that is too long to be kept inside the string object");
     source.asUTF8();
@@ -496,6 +516,26 @@ TEST_F(Cache, SurvivesFailingAllocations) {
                             EXPECT_TRUE(isValid(s, kMultibyte));
                         });
     failEveryAllocation([] { return 0; }, [&](int) { const IString copy(source); }, [](int) {});
+
+    void (*const changes[])(IString&, const IString&) = {
+        [](IString& s, const IString& x) { s.append(x); },
+        [](IString& s, const IString& x) { s.append(x.asWChar()); },
+        [](IString& s, const IString& x) { s.prepend(x); },
+        [](IString& s, const IString& x) { s.insert(1, x.asWChar()); },
+        [](IString& s, const IString& x) { s.replace(1, 1, x); },
+        [](IString& s, const IString& x) { s.assign(x.asWChar()); },
+        [](IString& s, const IString& x) { s.replaceFirst(L"b", x); },
+        [](IString& s, const IString& x) { x.substr(s, 1); },
+        [](IString& s, const IString& x) { plusEqual(s, x); },
+        [](IString& s, const IString& x) { s.format(L"%ls", x.asWChar()); },
+    };
+    for (const auto& change : changes) {
+        failEveryAllocation([] { return cached(kUTF8); }, [&](IString& s) { change(s, source); },
+                            [](IString& s) {
+                                EXPECT_EQ(value(s), L"abc");
+                                EXPECT_TRUE(isValid(s, kUTF8));
+                            });
+    }
 }
 
 bool acceptsNone(wchar_t) {
@@ -565,6 +605,7 @@ TEST_F(Cache, FollowsEveryOperation) {
         {"format", [](IString& s) { s.format(L"%ls", L"abc"); }, false},
         {"format narrow", [](IString& s) { s.format("%s", "abc"); }, false},
         {"format nothing", [](IString& s) { s.format(L"%ls", L""); }, true},
+        {"format nothing narrow", [](IString& s) { s.format("%s", ""); }, true},
         {"vformat", [](IString& s) { vformatInto(s, L"%d", 1); }, false},
         {"const members",
          [](IString& s) {

@@ -91,6 +91,31 @@ TYPED_TEST(Formatting, FormatsAnyLength) {
     EXPECT_LT(Allocations::count() - before, 100);
 }
 
+// What fits the hint, 256 characters unless given, takes one attempt and so one allocation.
+TYPED_TEST(Formatting, BeginsWithTheHint) {
+    using C = Char<TypeParam>;
+    const Literal<C> format("%*d");
+    const TypeParam object(format);
+    TypeParam s;
+    s.reserve(2000);
+    const auto attempts = [&](auto run) {
+        const long before = Allocations::count();
+        run();
+        return Allocations::count() - before;
+    };
+    EXPECT_EQ(attempts([&] { s.format(format, 255, 7); }), 1);
+    EXPECT_EQ(attempts([&] { s.format(format, 256, 7); }), 2);
+    EXPECT_EQ(attempts([&] { s.format(&object, 255, 7); }), 1);
+    EXPECT_EQ(attempts([&] { s.format(500, format, 499, 7); }), 1);
+    EXPECT_EQ(attempts([&] { s.format(500, format, 500, 7); }), 2);
+    EXPECT_EQ(attempts([&] { s.format(500, &object, 499, 7); }), 1);
+    if constexpr (std::is_same_v<TypeParam, IString>) {  // narrow output is decoded from a string of its own
+        EXPECT_EQ(attempts([&] { s.format("%*d", 255, 7); }), 2);
+        EXPECT_EQ(attempts([&] { s.format("%*d", 256, 7); }), 3);
+        EXPECT_EQ(attempts([&] { s.format(500, "%*d", 499, 7); }), 2);
+    }
+}
+
 TYPED_TEST(Formatting, LeavesTheStringWhereNothingIsFormatted) {
     using C = Char<TypeParam>;
     TypeParam s = make<TypeParam>("old");
@@ -153,6 +178,9 @@ TEST(Formatting, DecodesNarrowOutputIntoWideText) {
     EXPECT_EQ(value(s), L"42");
     EXPECT_EQ(s.format("%s", "\xFF"), 0U);
     EXPECT_EQ(s.length(), 0U);
+    ASSERT_NE(std::setlocale(LC_ALL, "en_US.ISO-8859-1"), nullptr);
+    EXPECT_EQ(s.format("%s", "\xFF"), 1U);
+    EXPECT_EQ(value(s), L"\xFF");
     std::setlocale(LC_ALL, "C");
 }
 
