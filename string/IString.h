@@ -30,7 +30,7 @@
 namespace qzString {
 
 // The encodings of multibyte text. Any value but kUTF8 asks for that of the current locale. kNoEncoding marks
-// a cache that holds nothing valid: what is asked for by it is not kept.
+// a cache that holds nothing valid, and is not to be asked for: the form would be made anew every time.
 enum Encoding : std::uint32_t { kMultibyte = 0, kUTF8 = 1, kNoEncoding = 3 };
 
 class QZSTRING_EXPORT IString {
@@ -79,8 +79,8 @@ class QZSTRING_EXPORT IString {
     // a form in the locale's encoding stays when the locale changes. `*ok` says whether the text could be
     // encoded whole; a failure is not cached.
     void convertToMultibyte(Encoding encoding, bool* ok = nullptr) const;
-    // The cached form, NUL-terminated and never null; after a failure usually empty. Valid until the string
-    // changes or another encoding is asked for; asking again for the same one returns the same pointer.
+    // The cached form, NUL-terminated and never null; empty where the text could not be encoded. Valid until the
+    // string changes or another encoding is asked for; asking again for the same one returns the same pointer.
     const char* asMultibyte(Encoding encoding, bool* ok = nullptr) const QZSTRING_LIFETIMEBOUND;
     const char* asUTF8(bool* ok = nullptr) const QZSTRING_LIFETIMEBOUND;
     // Bytes needed to store that form with its terminator; 1 after a failure.
@@ -147,8 +147,8 @@ class QZSTRING_EXPORT IString {
     // this string.
     IString& replace(const IString& pattern, const IString& replacement);
     IString& replaceFirst(const IString& pattern, const IString& replacement);
-    // Every occurrence of a character. Narrow ones are decoded in the locale first; where either is not a
-    // whole character there, nothing changes.
+    // Every occurrence of a character, which is a change even by the same one. Narrow ones are decoded in the
+    // locale first; where either is not a whole character there, nothing changes.
     IString& replace(wchar_t from, wchar_t to) noexcept;
     IString& replace(char from, char to);
 
@@ -192,7 +192,7 @@ class QZSTRING_EXPORT IString {
     unsigned int vformat(const wchar_t* format, va_list arguments);
     unsigned int format(const IString* format, ...);  // not null
     unsigned int format(unsigned int sizeHint, const wchar_t* format, ...);
-    unsigned int format(unsigned int sizeHint, const IString* format, ...);
+    unsigned int format(unsigned int sizeHint, const IString* format, ...);  // not null
     unsigned int format(const char* format, ...) QZSTRING_PRINTF(2, 3);
     unsigned int vformat(const char* format, va_list arguments) QZSTRING_PRINTF(2, 0);
     unsigned int format(unsigned int sizeHint, const char* format, ...) QZSTRING_PRINTF(3, 4);
