@@ -1,5 +1,5 @@
-// Formatting into a string: output of several lengths, narrow and wide. The peers give a fresh standard string;
-// the C library's needs two calls for that, one to measure.
+// Formatting into a string: output of several lengths, narrow and wide. The peers give a fresh standard
+// string; the C library's needs two calls for that, one to measure.
 #include <cstdio>
 #include <cwchar>
 #include <memory>

@@ -11,10 +11,11 @@
 //
 // Block edges: a character is formed in the block in which it ends; the loads reach back to its first bytes.
 // The first block has zeros before it; the last one is the text's last bytes, some of which the block before
-// had, too. Too little room ends a conversion at once, a fault is noticed at its end: it succeeds as a whole or
-// not at all. The size query stops at a fault, which the portable code finds the place of. Stores are whole
-// vectors while what is still to come is sure to fill them; near the end they are of the characters that
-// count. A text of up to a block has zeros on both sides, a very short one is the portable code's.
+// had, too. Too little room ends a conversion at once, a fault is noticed at its end: it succeeds as a
+// whole or not at all. The size query stops at a fault, which the portable code finds the place of. Stores
+// are whole vectors while what is still to come is sure to fill them; near the end they are of the
+// characters that count. A text of up to a block has zeros on both sides, a very short one is the portable
+// code's.
 //
 // Vector has the block's size kBlock (16 or 32) and the types Constants (of a loop), Block (in a register),
 // Bytes (a block and its three views) and Faults, and as static functions, masks having a bit for every byte
@@ -71,8 +72,8 @@ inline constexpr std::array<Shuffle, 256> kSelections = makeSelections();
 
 // ---- Decoding ----
 
-// Stores the `count` characters that end in a block. Returns false where there is no room. Where enough follows,
-// what is stored too much will be written over.
+// Stores the `count` characters that end in a block. Returns false where there is no room. Where enough
+// follows, what is stored too much will be written over.
 template <class Vector>
 QZSTRING_KERNEL bool store(const typename Vector::Bytes& bytes, std::uint32_t ends, std::size_t count,
                            wchar_t* destination, std::size_t room, bool muchFollows,

@@ -1,10 +1,12 @@
-// Blocks of UTF-8 in AVX-512, and their check: what decoding and its size query share. Internal, not installed.
+// Blocks of UTF-8 in AVX-512, and their check: what decoding and its size query share. Internal, not
+// installed.
 //
-// A block of 64 bytes is loaded as it is and as seen from 1, 2 and 3 positions on, so that at every byte stand
-// those before it. The check of pairs (utf8Check.h) is three look-ups.
+// A block of 64 bytes is loaded as it is and as seen from 1, 2 and 3 positions on, so that at every byte
+// stand those before it. The check of pairs (utf8Check.h) is three look-ups.
 //
-// The first block has zeros before it; the last one is the text's last 64 bytes, some of which the block before
-// had, too. A text of up to one block has zeros on both sides, and what it lacks at its end shows there.
+// The first block has zeros before it; the last one is the text's last 64 bytes, some of which the block
+// before had, too. A text of up to one block has zeros on both sides, and what it lacks at its end shows
+// there.
 #ifndef QZSTRING_PRIMITIVES_UTF8BYTESAVX512_H
 #define QZSTRING_PRIMITIVES_UTF8BYTESAVX512_H
 

@@ -1,7 +1,8 @@
-// Blocks of wide characters in AVX-512: what encoding UTF-8 and its size query share. Internal, not installed.
+// Blocks of wide characters in AVX-512: what encoding UTF-8 and its size query share. Internal, not
+// installed.
 //
-// A block is 64 characters in four vectors. The last characters are loaded with the text's last 16, short text
-// as avx512.h says.
+// A block is 64 characters in four vectors. The last characters are loaded with the text's last 16, short
+// text as avx512.h says.
 #ifndef QZSTRING_PRIMITIVES_UTF8CHARACTERSAVX512_H
 #define QZSTRING_PRIMITIVES_UTF8CHARACTERSAVX512_H
 

@@ -1,6 +1,7 @@
-// The length of decoded UTF-8 in AVX-512: the check of every block (utf8BytesAvx512.h), and a count of the bytes
-// that begin a character. Of longer text four blocks are checked at once, and ASCII is passed over four blocks
-// at a time. The portable code finds the place of a fault, for the query for the well-formed beginning.
+// The length of decoded UTF-8 in AVX-512: the check of every block (utf8BytesAvx512.h), and a count of the
+// bytes that begin a character. Of longer text four blocks are checked at once, and ASCII is passed over
+// four blocks at a time. The portable code finds the place of a fault, for the query for the well-formed
+// beginning.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_X86

@@ -60,8 +60,8 @@ struct Places {
     __mmask64 high = 0x4444444444444444;
 };
 
-// The constants of decoding. What only few blocks need comes from memory always, as there are not registers for
-// all.
+// The constants of decoding. What only few blocks need comes from memory always, as there are not registers
+// for all.
 struct Constants : CheckConstants {
     __m512i twoBitsUp = kFilled<moveBits(0, 6, 2)>;
     __m512i fourBitsDown = kFilled<moveBits(2, 0, 4)>;

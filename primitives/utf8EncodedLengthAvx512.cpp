@@ -1,8 +1,8 @@
 // The length of encoded UTF-8 in AVX-512: a sum of the bytes that characters need beyond one each.
 //
-// Text below U+10000 is counted in 16-bit lanes by two comparisons, other text by the number of leading zeros.
-// Long text that has been measured from its beginning to its end has left the cache when the conversion comes
-// back to its beginning, so it is measured from its last piece to its first.
+// Text below U+10000 is counted in 16-bit lanes by two comparisons, other text by the number of leading
+// zeros. Long text that has been measured from its beginning to its end has left the cache when the
+// conversion comes back to its beginning, so it is measured from its last piece to its first.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_X86

@@ -1,11 +1,11 @@
 // Encoding UTF-8 in AVX2, 16 characters a block.
 //
-// Each is spread over the four bytes of a lane, lead byte first and right-aligned; for each combination of four
-// lengths a table has the shuffle that moves the bytes in use to the front (utf8Packings.h). Characters below
-// U+10000 are spread in 16-bit lanes, those below U+0800 stay in them, eight a shuffle. Ill-formed characters
-// are noticed at the end. Stores are 16 bytes whole while what is still to come is sure to fill them, else of
-// the bytes in use, in two words that may overlap. The last characters are loaded under a mask, so that nothing
-// behind the text is read.
+// Each is spread over the four bytes of a lane, lead byte first and right-aligned; for each combination of
+// four lengths a table has the shuffle that moves the bytes in use to the front (utf8Packings.h).
+// Characters below U+10000 are spread in 16-bit lanes, those below U+0800 stay in them, eight a shuffle.
+// Ill-formed characters are noticed at the end. Stores are 16 bytes whole while what is still to come is
+// sure to fill them, else of the bytes in use, in two words that may overlap. The last characters are
+// loaded under a mask, so that nothing behind the text is read.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_X86

@@ -1,7 +1,7 @@
 // The byte shuffles of encoding UTF-8: what AVX2 and NEON share. Internal, not installed.
 //
-// Four characters stand in lanes of 32 bits, their bytes at the end of each, lead byte first. Their lengths are
-// the index: the number of bytes beyond the first, two bits each, from the first lane on.
+// Four characters stand in lanes of 32 bits, their bytes at the end of each, lead byte first. Their lengths
+// are the index: the number of bytes beyond the first, two bits each, from the first lane on.
 #ifndef QZSTRING_PRIMITIVES_UTF8PACKINGS_H
 #define QZSTRING_PRIMITIVES_UTF8PACKINGS_H
 

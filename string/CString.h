@@ -147,8 +147,8 @@ class QZSTRING_EXPORT CString {
     // first.
     [[nodiscard]] int compare(const CString& other) const noexcept;
     [[nodiscard]] int compare(const char* other) const noexcept;
-    // As compare() on lower-cased copies, without making any. (Where the C library's memcmp lets the size of its
-    // value depend on more than the difference, as on AArch64, the sign is the same.)
+    // As compare() on lower-cased copies, without making any. (Where the C library's memcmp lets the size
+    // of its value depend on more than the difference, as on AArch64, the sign is the same.)
     [[nodiscard]] int compareNoCase(const CString& other) const noexcept;
     // In the order of the current locale, up to the first NUL of either text. collateNoCase ranks lower-cased
     // copies and may raise std::bad_alloc.
@@ -159,9 +159,10 @@ class QZSTRING_EXPORT CString {
 
     // Replaces the text by printf-style output and returns the new length. Output of any length is formatted
     // whole; it ends at its first NUL. Where nothing can be formatted (no format or one that the
-    // C library refuses, a character that cannot be converted, empty output) the string is unchanged and the result is npos. The
-    // format may be this string's own text; vformat leaves the caller's list where it was. `sizeHint`:
-    // characters to make room for at first, the terminator included; 256 where none is given.
+    // C library refuses, a character that cannot be converted, empty output) the string is unchanged and
+    // the result is npos. The format may be this string's own text; vformat leaves the caller's list where
+    // it was. `sizeHint`: characters to make room for at first, the terminator included; 256 where none is
+    // given.
     unsigned int format(const char* format, ...) QZSTRING_PRINTF(2, 3);
     unsigned int vformat(const char* format, va_list arguments) QZSTRING_PRINTF(2, 0);
     unsigned int format(const CString* format, ...);  // not null

@@ -79,8 +79,9 @@ class QZSTRING_EXPORT IString {
     // a form in the locale's encoding stays when the locale changes. `*ok` says whether the text could be
     // encoded whole; a failure is not cached.
     void convertToMultibyte(Encoding encoding, bool* ok = nullptr) const;
-    // The cached form, NUL-terminated and never null; empty where the text could not be encoded. Valid until the
-    // string changes or another encoding is asked for; asking again for the same one returns the same pointer.
+    // The cached form, NUL-terminated and never null; empty where the text could not be encoded. Valid
+    // until the string changes or another encoding is asked for; asking again for the same one returns the
+    // same pointer.
     const char* asMultibyte(Encoding encoding, bool* ok = nullptr) const QZSTRING_LIFETIMEBOUND;
     const char* asUTF8(bool* ok = nullptr) const QZSTRING_LIFETIMEBOUND;
     // Bytes needed to store that form with its terminator; 1 after a failure.
@@ -142,9 +143,9 @@ class QZSTRING_EXPORT IString {
     // ---- Replacement by content: where nothing is found, text and cache stay as they are ----
 
     // Every occurrence of `pattern`, from left to right and without overlap; inserted text is not searched
-    // again. Linear in the text. Where that grows, in place if it has room, and with memory for the places of the
-    // occurrences, four bytes each. Should memory run out, what was replaced before stays. Either argument may be
-    // this string.
+    // again. Linear in the text. Where that grows, in place if it has room, and with memory for the places
+    // of the occurrences, four bytes each. Should memory run out, what was replaced before stays. Either
+    // argument may be this string.
     IString& replace(const IString& pattern, const IString& replacement);
     IString& replaceFirst(const IString& pattern, const IString& replacement);
     // Every occurrence of a character, which is a change even by the same one. Narrow ones are decoded in the

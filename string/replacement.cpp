@@ -16,8 +16,8 @@ struct Substitution {
     std::wstring_view replacement;
 };
 
-// Replaces every occurrence from `found` on by as much or less: the text is copied forwards, over what has been
-// read.
+// Replaces every occurrence from `found` on by as much or less: the text is copied forwards, over what has
+// been read.
 void replaceInPlace(std::wstring& text, const Substitution& what, std::size_t found) {
     wchar_t* const data = text.data();
     std::size_t read = 0;
@@ -36,9 +36,9 @@ void replaceInPlace(std::wstring& text, const Substitution& what, std::size_t fo
     text.resize(write + (text.size() - read));
 }
 
-// Replaces every occurrence from `found` on by more, from the last to the first: what stands behind each moves
-// to where it will be, over what has moved already. Returns false, the text as it was, where memory for that
-// cannot be had or the text is beyond what 32 bits count.
+// Replaces every occurrence from `found` on by more, from the last to the first: what stands behind each
+// moves to where it will be, over what has moved already. Returns false, the text as it was, where memory
+// for that cannot be had or the text is beyond what 32 bits count.
 bool replaceGrowing(std::wstring& text, const Substitution& what, std::size_t found) {
     const std::size_t growth = what.replacement.size() - what.pattern.size();
     std::size_t end = text.size();

@@ -132,8 +132,8 @@ TEST_P(Fence, HoldsConversion) {
     });
 }
 
-// Ill-formed text may be stored before it is found to be that: continuation bytes in a row end no character, and
-// lead bytes in a row one each.
+// Ill-formed text may be stored before it is found to be that: continuation bytes in a row end no
+// character, and lead bytes in a row one each.
 TEST_P(Fence, HoldsIllFormedText) {
     const Kernels& kernels = *GetParam();
     std::mt19937 random(9);
