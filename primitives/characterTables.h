@@ -5,8 +5,8 @@
 // (Lowercase, Uppercase) and White_Space.
 //
 // For c below the limit, Deltas[Offsets[c >> 6] + (c & 63)] is what to add, modulo 2^16, to the
-// low 16 bits of c; from the limit up nothing changes. Each array has one element more than that needs, so that
-// the offsets of two neighbouring blocks can always be read. Cased has a bit for each two of them, c >> 7:
+// low 16 bits of c; from the limit up nothing changes. The offsets have one element more than that needs, so
+// that those of two neighbouring blocks can always be read. Cased has a bit for each two of them, c >> 7:
 // whether any character there changes.
 #ifndef QZSTRING_PRIMITIVES_CHARACTERTABLES_H
 #define QZSTRING_PRIMITIVES_CHARACTERTABLES_H
@@ -19,13 +19,13 @@ namespace qzString::tables {
 
 inline constexpr int kBlockBits = 6;
 
-// 1508 mappings in 57 blocks, 11342 bytes.
+// 1508 mappings in 57 blocks, 11340 bytes.
 inline constexpr char32_t kLowerLimit = 0x1E940;
 QZSTRING_HIDDEN extern const std::uint16_t kLowerOffsets[];
 QZSTRING_HIDDEN extern const std::uint16_t kLowerDeltas[];
 alignas(64) QZSTRING_HIDDEN extern const std::uint32_t kLowerCased[32];
 
-// 1525 mappings in 61 blocks, 11856 bytes.
+// 1525 mappings in 61 blocks, 11854 bytes.
 inline constexpr char32_t kUpperLimit = 0x1E980;
 QZSTRING_HIDDEN extern const std::uint16_t kUpperOffsets[];
 QZSTRING_HIDDEN extern const std::uint16_t kUpperDeltas[];

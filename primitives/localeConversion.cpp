@@ -35,7 +35,7 @@ bool localeIsUtf8() {
     return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
 }
 
-// Whether text this long is worth finding out if each ASCII byte stands for itself, and does.
+// Whether each ASCII byte stands for itself in the locale; asked of long text only, as it takes 128 calls.
 bool copiesAscii(std::size_t length) {
     constexpr std::size_t kWorthwhile = 256;
     if (length < kWorthwhile)

@@ -24,8 +24,8 @@
 //   Bytes loadAround(block)                          reads from 3 bytes before the block on
 //   Bytes loadFirst(block), fromZeros(Block)         takes what is before the block for zeros
 //   Faults noFaults(), faultsOf(bytes, constants), either(faults, faults); bool any(faults)
-//   std::uint32_t starts(block, constants)           the bytes that are no continuation
-//   bool isAscii(block), isAsciiFour(block)          of one block, of four in a row
+//   std::uint32_t starts(block, constants)           the bytes that are no continuation; of a Block as well
+//   bool isAscii(block), isAsciiFour(block)          of one block, or a Block; of four in a row
 //   void widen(block, destination)                   a block of ASCII
 //   void widenShort(source, length, destination)     of 9 bytes up to that
 //   void store(bytes, ends, destination, constants)  the characters that end there, up to 8 elements more
@@ -179,7 +179,8 @@ QZSTRING_KERNEL Run findRun(std::uint32_t ends) {
 }
 
 // Whether what stands before the run is whole and written, and nothing of the run is: it begins with the
-// block, or with the one character that has begun before the block and goes on in it.
+// block, or with the one character that has begun before the block and goes on in it. The text before the
+// block has no fault: the last character would else be looked for beyond it.
 QZSTRING_KERNEL bool beginsAt(const Run& run, const char* source, const char* block) {
     if (run.start == 0)
         return !utf8::isContinuation(*block) && !utf8::endsInside(source, block);
@@ -191,7 +192,6 @@ struct Decoding {
     std::size_t at = 0;
     std::size_t written = 0;
     bool afterWhole = true;  // whole characters, all of them written, up to `at`
-    bool looksForRuns = true;
     bool failed = false;
 
     QZSTRING_KERNEL void advance(std::size_t bytes, std::size_t characters, bool whole) {
@@ -201,13 +201,13 @@ struct Decoding {
     }
 };
 
-// Decodes up to a run of characters of one width: goes back to where it begins, and returns that width; else
-// 0, at the end of the text or without success. Faults are noticed when it returns: each block would wait for
-// the answer.
+// Decodes up to a run of characters of one width, which is looked for from `runsFrom` on: goes back to where
+// it begins, and returns that width; else 0, at the end of the text or without success. Faults are noticed
+// when it returns: each block would wait for the answer.
 template <class Vector>
 QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size_t length,
                                                    wchar_t* destination, std::size_t capacity,
-                                                   Decoding& decoding) {
+                                                   std::size_t runsFrom, Decoding& decoding) {
     constexpr std::size_t kBlock = Vector::kBlock;
     const typename Vector::Constants constant;
     Decoding now = decoding;
@@ -231,7 +231,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size
         if (now.at >= 3 && rest > kBlock) {
             ends = Vector::starts(block + 1, constant);
             // Of such a run few characters end in a block: the count, needed anyway, spares looking for one.
-            if (Vector::count(ends) <= kBlock / 3 + 1 && now.looksForRuns) {
+            if (Vector::count(ends) <= kBlock / 3 + 1 && now.at >= runsFrom) {
                 const Run run = findRun<kBlock>(ends);
                 if (run.width != 0 && !Vector::any(faults) && beginsAt(run, source, block)) {
                     now.at += static_cast<std::size_t>(run.start);
@@ -283,15 +283,19 @@ QZSTRING_TARGET std::size_t decodeVectors(const char* source, std::size_t length
             return length;
         }
     }
-    while (const int width = decodeBlocks<Vector>(source, length, destination, capacity, decoding)) {
+    std::size_t runsFrom = 0;  // not in Decoding, which would then be loaded as it had not been stored
+    while (const int width =
+               decodeBlocks<Vector>(source, length, destination, capacity, runsFrom, decoding)) {
         const char* const from = source + decoding.at;
         const std::size_t rest = length - decoding.at;
         wchar_t* const to = destination + decoding.written;
         const std::size_t room = capacity - decoding.written;
         const std::size_t run = width == 3 ? storeRun<Vector, 3>(from, rest, to, room)
                                            : storeRun<Vector, 4>(from, rest, to, room);
-        // None where the text is ill-formed, or for the loads or stores of a run too near to the end.
-        decoding.looksForRuns = run != 0;
+        // None of fewer than eight, or where the text is ill-formed, or too near to the end for the loads and
+        // stores of eight: the block that looked like one is decoded as any, with what goes on behind it.
+        if (run == 0)
+            runsFrom = decoding.at + 2 * Vector::kBlock;
         decoding.advance(run * static_cast<std::size_t>(width), run, true);
     }
     Vector::leave();
@@ -359,7 +363,7 @@ QZSTRING_TARGET Progress measureVectors(const char* source, std::size_t length) 
 
 // ---- The kernels ----
 
-// Each goes on in portable code where the blocks end: at the end of the text, of the room, or before a fault.
+// The query goes on in portable code before a fault; that has very short texts, too.
 
 // Up to that many bytes, constants in vectors cost more than they save.
 constexpr std::size_t kPortable = 8;

@@ -118,7 +118,7 @@ QZSTRING_KERNEL Bytes loadLast(const char* source, std::size_t length) {
 }
 
 // How many bytes to take first, so that the blocks after them begin with a cache line: loads across two cost
-// twice. At least four: that far look those blocks back, and a character ends in four.
+// twice. At least four: that far look those blocks back, and incompleteBefore, and a character ends in four.
 QZSTRING_KERNEL std::size_t toCacheLine(const char* source) {
     const std::size_t part = kBlock - reinterpret_cast<std::uintptr_t>(source) % kBlock;
     return part < 4 ? kBlock : part;

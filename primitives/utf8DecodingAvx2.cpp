@@ -157,9 +157,9 @@ QZSTRING_KERNEL void store(const CodePoints& points, std::uint32_t ends, wchar_t
 template <std::size_t kWidth>
 QZSTRING_KERNEL bool decodeEight(const char* source, wchar_t* destination) {
     static_assert(kWidth == 3 || kWidth == 4);
-    const auto half = [](const char* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); };
+    const auto load128 = [](const char* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); };
     const __m256i bytes =
-        _mm256_inserti128_si256(_mm256_castsi128_si256(half(source)), half(source + 4 * kWidth), 1);
+        _mm256_inserti128_si256(_mm256_castsi128_si256(load128(source)), load128(source + 4 * kWidth), 1);
     // The last byte first in every lane.
     const __m256i order =
         kWidth == 3

@@ -277,6 +277,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int decodeLong(const char* source, st
                             length - at >= kBlock, constant);
         written = count;
     }
+    // Not used where that is the last block.
     __m512i next = length - at > kBlock ? kept(_mm512_loadu_si512(source + at + 1)) : faults;
     while (count != kFailure && length - at > kBlock) {
         const std::size_t room = capacity - written;

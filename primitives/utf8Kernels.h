@@ -1,5 +1,4 @@
-// The UTF-8 conversions of the vector kernels, each in the file of its name; kernels.h has the contract.
-// Internal.
+// The UTF-8 conversions of the vector kernels, in utf8*.cpp; kernels.h has the contract. Internal.
 #ifndef QZSTRING_PRIMITIVES_UTF8KERNELS_H
 #define QZSTRING_PRIMITIVES_UTF8KERNELS_H
 

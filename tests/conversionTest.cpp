@@ -271,11 +271,16 @@ TEST_P(EveryKernel, CrossesBlockEdges) {
 }
 
 // What a character lacks shows behind ASCII of any length, at the end and before more.
-TEST_P(EveryKernel, FindsCharactersCutAmongAscii) {
+TEST_P(EveryKernel, FindsCharactersCutAmongOthers) {
+    std::string tails[] = {"", std::string(400, 'b'), "", ""};  // and runs of one width
+    for (int i = 0; i < 60; ++i) {
+        tails[2] += "\xE6\xBC\xA2";
+        tails[3] += "\xF0\x9F\x98\x80";
+    }
     for (const std::string cut : {"\xC3", "\xE2", "\xE2\x82", "\xF0", "\xF0\x9F", "\xF0\x9F\x98"}) {
         for (std::size_t padding = 0; padding <= 132; ++padding) {
-            for (const std::size_t more : {0U, 400U}) {
-                const std::string text = std::string(padding, 'a') + cut + std::string(more, 'b');
+            for (const std::string& tail : tails) {
+                const std::string text = std::string(padding, 'a') + cut + tail;
                 ASSERT_NO_FATAL_FAILURE(expectDecodes(text, decodeByTable(text))) << padding;
             }
         }

@@ -178,9 +178,14 @@ TEST(Formatting, DecodesNarrowOutputIntoWideText) {
     EXPECT_EQ(value(s), L"42");
     EXPECT_EQ(s.format("%s", "\xFF"), 0U);
     EXPECT_EQ(s.length(), 0U);
+    std::setlocale(LC_ALL, "C");
+}
+
+TEST(Formatting, DecodesNarrowOutputInTheLocale) {
     ASSERT_NE(std::setlocale(LC_ALL, "en_US.ISO-8859-1"), nullptr);
-    EXPECT_EQ(s.format("%s", "\xFF"), 1U);
-    EXPECT_EQ(value(s), L"\xFF");
+    IString s;
+    EXPECT_EQ(s.format("%s", "\xC3\xA9"), 2U);
+    EXPECT_EQ(value(s), L"\xC3\xA9");
     std::setlocale(LC_ALL, "C");
 }
 

@@ -54,7 +54,7 @@ function caseTables(name, mapping) {
         cased[pair >> 5] |= 1 << (pair & 31);
     }
     const words = cased.map((word) => hex(word >>> 0));
-    const count = offsets.length + stored.length + 2;
+    const count = offsets.length + stored.length + 1;
     return {
         declarations: `
 // ${mapping.size} mappings in ${blocks.size} blocks, ${2 * count + 4 * kCasedWords} bytes.
@@ -67,7 +67,7 @@ const std::uint16_t k${name}Offsets[] = {
 ${numberRows([...offsets, 0], 20)}
 };
 const std::uint16_t k${name}Deltas[] = {
-${numberRows([...stored, 0], 20)}
+${numberRows(stored, 20)}
 };
 alignas(64) const std::uint32_t k${name}Cased[${kCasedWords}] = {
 ${numberRows(words, 8)}
@@ -103,8 +103,8 @@ writeFileSync(
 // (Lowercase, Uppercase) and White_Space.
 //
 // For c below the limit, Deltas[Offsets[c >> ${kBlockBits}] + (c & ${kBlockSize - 1})] is what to add, modulo 2^16, to the
-// low 16 bits of c; from the limit up nothing changes. Each array has one element more than that needs, so that
-// the offsets of two neighbouring blocks can always be read. Cased has a bit for each two of them, c >> ${kBlockBits + 1}:
+// low 16 bits of c; from the limit up nothing changes. The offsets have one element more than that needs, so
+// that those of two neighbouring blocks can always be read. Cased has a bit for each two of them, c >> ${kBlockBits + 1}:
 // whether any character there changes.
 #ifndef QZSTRING_PRIMITIVES_CHARACTERTABLES_H
 #define QZSTRING_PRIMITIVES_CHARACTERTABLES_H
