@@ -35,7 +35,8 @@ bool localeIsUtf8() {
     return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
 }
 
-// Whether each ASCII byte stands for itself in the locale; asked of long text only, as it takes 128 calls.
+// Whether each ASCII byte stands for itself in the locale; asked of long text only, as it takes 128 calls. So
+// it does in every locale of glibc's, but the standard does not promise it.
 bool copiesAscii(std::size_t length) {
     constexpr std::size_t kWorthwhile = 256;
     if (length < kWorthwhile)
