@@ -273,7 +273,7 @@ QZSTRING_TARGET unsigned int encode(const wchar_t* source, std::size_t length, c
     std::size_t at = 0;
     // Two blocks at a time: where some are ASCII and some not, one question is answered alike more often.
     // What is left after a block fills at least the 16 bytes that its last store may write too much.
-    for (; length - at >= 32 + 16 && capacity - encoding.written >= 32 * 4; at += 32) {
+    for (; length - at >= 32 + 16 && capacity - encoding.written >= 128; at += 32) {
         const __m256i a = load256(source + at);
         const __m256i b = load256(source + at + 8);
         const __m256i c = load256(source + at + 16);
