@@ -94,17 +94,35 @@ class Mapping<Case, wchar_t> {
     }
 
     QZSTRING_KERNEL __m512i operator()(__m512i characters) {
-        const __m512i fromFirst = _mm512_sub_epi32(characters, _mm512_set1_epi32(Case::kFirstLetter));
-        const __mmask16 letters = _mm512_cmplt_epu32_mask(fromFirst, _mm512_set1_epi32(26));
-        const __m512i mapped = _mm512_mask_add_epi32(characters, letters, characters,
-                                                     _mm512_set1_epi32(Case::kFirstLetter == 'A' ? 32 : -32));
+        const __m512i mapped = mapAscii(characters);
         const __mmask16 others = mayHaveCase(characters);
-        if (others == 0)
-            return mapped;
-        return _mm512_mask_add_epi16(mapped, 0x55555555, mapped, deltas(characters, others));  // low halves
+        return others == 0 ? mapped : addLow(mapped, deltas(characters, others));
+    }
+
+    // The same where the characters beyond ASCII are likely in the blocks at hand, as they are where two texts
+    // in one script differ: whether they have case is asked only where they are not.
+    QZSTRING_KERNEL __m512i mapAtHand(__m512i characters) {
+        const __mmask16 beyondAscii = _mm512_test_epi32_mask(characters, _mm512_set1_epi32(-0x80));
+        const __mmask16 found =
+            _mm512_mask_cmpeq_epi32_mask(beyondAscii, _mm512_srli_epi32(characters, kPairBits), pair);
+        if (found != beyondAscii)
+            return (*this)(characters);
+        return addLow(mapAscii(characters), _mm512_maskz_mov_epi32(found, lookUp(characters)));
     }
 
   private:
+    QZSTRING_KERNEL static __m512i mapAscii(__m512i characters) {
+        const __m512i fromFirst = _mm512_sub_epi32(characters, _mm512_set1_epi32(Case::kFirstLetter));
+        const __mmask16 letters = _mm512_cmplt_epu32_mask(fromFirst, _mm512_set1_epi32(26));
+        return _mm512_mask_add_epi32(characters, letters, characters,
+                                     _mm512_set1_epi32(Case::kFirstLetter == 'A' ? 32 : -32));
+    }
+
+    // Adds to the low halves of the lanes.
+    QZSTRING_KERNEL static __m512i addLow(__m512i characters, __m512i deltas) {
+        return _mm512_mask_add_epi16(characters, 0x55555555, characters, deltas);
+    }
+
     // The lanes whose characters are beyond ASCII, below the table's limit, and not among those in its middle
     // that have no case.
     QZSTRING_KERNEL static __mmask16 mayHaveCase(__m512i characters) {
@@ -219,7 +237,7 @@ QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const wchar_t* t
         return 0;
     // The first character is at hand sooner than the first that differs.
     Mapping<loops::Lower, wchar_t> map(isAscii(*text) ? text[_tzcnt_u32(differ)] : *text);
-    return _mm512_mask_cmpneq_epi32_mask(differ, map(a), map(b));
+    return _mm512_mask_cmpneq_epi32_mask(differ, map.mapAtHand(a), map.mapAtHand(b));
 }
 
 // The same for up to 16 bytes, in small registers: they leave nothing to clean, which pays in a call of 2 ns.

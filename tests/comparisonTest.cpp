@@ -132,7 +132,9 @@ TEST(Comparison, FoldsWideTextBeyondAscii) {
     EXPECT_EQ(IString(L"\x41F\x420\x418 \xC9\x10400").compareNoCase(L"\x43F\x440\x438 \xE9\x10428"), 0);
     EXPECT_NE(IString(L"\x41F\x420\x418\x412").compareNoCase(L"\x43F\x440\x438\x433"), 0);
     EXPECT_EQ(CString("\xC9").compareNoCase("\xE9"), CString("\xC9").compare("\xE9"));
-    EXPECT_EQ(IString(L"\x212A").compareNoCase(L"k"), 0);  // the Kelvin sign
+    EXPECT_EQ(IString(L"\x212A").compareNoCase(L"k"), 0);               // the Kelvin sign
+    EXPECT_LT(IString(L"\xC9Ka").compareNoCase(L"\xE9\x212A\x62"), 0);  // it is equal, and a comes before b
+    EXPECT_LT(IString(L"\xE9\x212A\x61").compareNoCase(L"\xC9Kb"), 0);
 }
 
 TEST(Comparison, ComparesNarrowWithPointers) {
