@@ -251,6 +251,8 @@ QZSTRING_KERNEL std::uint64_t shortDifferences(const char* a, const char* b, std
                               _mm_mask_mov_epi8(_mm_set1_epi8(-1), letters, _mm_set1_epi8(~0x20)));
 }
 
+constexpr std::size_t kBeyondFirstCache = 16384;  // bytes of each of two texts
+
 template <class Char>
 QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char* b,
                                   std::size_t bCount) noexcept {
@@ -260,15 +262,23 @@ QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char*
     if (sizeof(Char) == 1 && count <= 16) {
         found = shortDifferences(reinterpret_cast<const char*>(a), reinterpret_cast<const char*>(b), count);
     } else {
-        for (; found == 0 && count - at > kElements<Char>; at += kElements<Char>)
+        // Text of more than the first cache holds goes along the cache lines of the first of the two.
+        if (count * sizeof(Char) >= kBeyondFirstCache &&
+            (found = differences(_mm512_loadu_si512(a), _mm512_loadu_si512(b), a)) == 0)
+            at = kElements<Char> - reinterpret_cast<std::uintptr_t>(a) / sizeof(Char) % kElements<Char>;
+        while (found == 0 && count - at > kElements<Char>) {
             found = differences(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at), a + at);
-        if (found != 0) {
-            at -= kElements<Char>;
-        } else if (count > kElements<Char>) {
-            at = count - kElements<Char>;
-            found = differences(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at), a + at);
-        } else {
-            found = differences(loadShort(a, count * sizeof(Char)), loadShort(b, count * sizeof(Char)), a);
+            if (found == 0)
+                at += kElements<Char>;
+        }
+        if (found == 0) {
+            if (count > kElements<Char>) {
+                at = count - kElements<Char>;
+                found = differences(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at), a + at);
+            } else {
+                found =
+                    differences(loadShort(a, count * sizeof(Char)), loadShort(b, count * sizeof(Char)), a);
+            }
         }
         _mm256_zeroupper();
     }

@@ -158,6 +158,32 @@ TEST(Character, RunsMapAsCharactersDo) {
     });
 }
 
+// Texts longer than the first cache, at every place in a cache line, that differ at one place.
+template <class Char>
+void expectDifferencesFound() {
+    constexpr std::size_t kLength = 16400;
+    std::basic_string<Char> text(kLength + 64, 'Q');
+    const std::basic_string<Char> other(kLength, 'q');
+    for (std::size_t place = 0; place < 64; ++place) {
+        const Char* const a = text.data() + place;
+        ASSERT_EQ(qzString::compareNoCase(a, kLength, other.data(), kLength), 0);
+        for (std::size_t at : {std::size_t{0}, 63 - place, 64 - place, std::size_t{64}, kLength - 1}) {
+            text[place + at] = 'R';
+            ASSERT_GT(qzString::compareNoCase(a, kLength, other.data(), kLength), 0) << place << ' ' << at;
+            text[place + kLength - 1] = 'A';  // which is behind, or the same
+            ASSERT_EQ(qzString::compareNoCase(a, kLength, other.data(), kLength) > 0, at < kLength - 1);
+            text[place + kLength - 1] = text[place + at] = 'Q';
+        }
+    }
+}
+
+TEST(Character, ComparesLongTextAtEveryPlace) {
+    forEveryKernel([](const Kernels&) {
+        expectDifferencesFound<char>();
+        expectDifferencesFound<wchar_t>();
+    });
+}
+
 // The row that the process begins with has every function choose a version and do its own work.
 TEST(Character, TheFirstCallChooses) {
     const auto first = [](auto operation) {
