@@ -99,8 +99,8 @@ class Mapping<Case, wchar_t> {
         return others == 0 ? mapped : addLow(mapped, deltas(characters, others));
     }
 
-    // The same where the characters beyond ASCII are likely in the blocks at hand, as they are where two texts
-    // in one script differ: whether they have case is asked only where they are not.
+    // The same where the characters beyond ASCII are likely in the blocks at hand, as they are where two
+    // texts in one script differ: whether they have case is asked only where they are not.
     QZSTRING_KERNEL __m512i mapAtHand(__m512i characters) {
         const __mmask16 beyondAscii = _mm512_test_epi32_mask(characters, _mm512_set1_epi32(-0x80));
         const __mmask16 found =

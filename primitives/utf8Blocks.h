@@ -191,13 +191,11 @@ QZSTRING_KERNEL bool beginsAt(const Run& run, const char* source, const char* bl
 struct Decoding {
     std::size_t at = 0;
     std::size_t written = 0;
-    bool afterWhole = true;  // whole characters, all of them written, up to `at`
     bool failed = false;
 
-    QZSTRING_KERNEL void advance(std::size_t bytes, std::size_t characters, bool whole) {
+    QZSTRING_KERNEL void advance(std::size_t bytes, std::size_t characters) {
         at += bytes;
         written += characters;
-        afterWhole = whole;
     }
 };
 
@@ -217,13 +215,12 @@ QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size
         const char* const block = source + now.at;
         const std::size_t rest = length - now.at;
         const std::size_t room = capacity - now.written;
-        if (rest >= kBlock && Vector::isAscii(block) &&
-            (now.afterWhole || !utf8::endsInside(source, block))) {
+        if (rest >= kBlock && Vector::isAscii(block) && !utf8::endsInside(source, block)) {
             const std::size_t run = storeAsciiRun<Vector>(block, rest, destination + now.written, room);
             now.failed = run == 0;
             if (now.failed)
                 break;
-            now.advance(run, run, true);
+            now.advance(run, run);
             continue;
         }
         typename Vector::Bytes bytes;
@@ -235,7 +232,6 @@ QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size
                 const Run run = findRun<kBlock>(ends);
                 if (run.width != 0 && !Vector::any(faults) && beginsAt(run, source, block)) {
                     now.at += static_cast<std::size_t>(run.start);
-                    now.afterWhole = true;
                     width = run.width;
                     break;
                 }
@@ -258,7 +254,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE int decodeBlocks(const char* source, std::size
             now.failed = true;
             break;
         }
-        now.advance(rest < kBlock ? rest : kBlock, count, false);
+        now.advance(rest < kBlock ? rest : kBlock, count);
     }
     now.failed = now.failed || Vector::any(faults);
     decoding = now;
@@ -274,7 +270,7 @@ QZSTRING_TARGET std::size_t decodeVectors(const char* source, std::size_t length
     // What is ASCII at the beginning, and all of a text of ASCII, without constants.
     Decoding decoding;
     const std::size_t ascii = storeAsciiRun<Vector>(source, length, destination, capacity);
-    decoding.advance(ascii, ascii, true);
+    decoding.advance(ascii, ascii);
     if (ascii != 0 && length - ascii < Vector::kBlock && length <= capacity) {
         const std::size_t last = length - Vector::kBlock;
         if (Vector::isAscii(source + last)) {
@@ -283,7 +279,8 @@ QZSTRING_TARGET std::size_t decodeVectors(const char* source, std::size_t length
             return length;
         }
     }
-    std::size_t runsFrom = 0;  // not in Decoding, which would then be loaded as it had not been stored
+    // Not in Decoding, of which what is stored here in parts would be loaded as a whole, and wait.
+    std::size_t runsFrom = 0;
     while (const int width =
                decodeBlocks<Vector>(source, length, destination, capacity, runsFrom, decoding)) {
         const char* const from = source + decoding.at;
@@ -296,7 +293,7 @@ QZSTRING_TARGET std::size_t decodeVectors(const char* source, std::size_t length
         // stores of eight: the block that looked like one is decoded as any, with what goes on behind it.
         if (run == 0)
             runsFrom = decoding.at + 2 * Vector::kBlock;
-        decoding.advance(run * static_cast<std::size_t>(width), run, true);
+        decoding.advance(run * static_cast<std::size_t>(width), run);
     }
     Vector::leave();
     return decoding.failed ? output::kFailure : decoding.written;

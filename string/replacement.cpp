@@ -10,7 +10,8 @@
 namespace qzString {
 namespace {
 
-// What replacing every occurrence takes. Pattern and replacement are not parts of the text.
+// What replacing every occurrence takes. The replacement is no part of the text; the pattern may be all of
+// it, as it is not read any more once it has been replaced.
 struct Substitution {
     search::WideNeedle pattern;
     std::wstring_view replacement;
