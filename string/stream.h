@@ -24,7 +24,8 @@ inline std::wostream& operator<<(std::wostream& out, const IString& s) {
 }
 
 inline std::ostream& operator<<(std::ostream& out, const IString& s) {
-    const IString copy(s);
+    // A copy, so that printing leaves the cached form and the pointers into it as they are.
+    const IString copy(s);  // NOLINT(performance-unnecessary-copy-initialization)
     bool ok = false;
     const char* const bytes = copy.asUTF8(&ok);
     if (ok)
