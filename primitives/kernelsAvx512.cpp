@@ -240,6 +240,11 @@ QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const wchar_t* t
     return _mm512_mask_cmpneq_epi32_mask(differ, map.mapAtHand(a), map.mapAtHand(b));
 }
 
+template <class Char>
+QZSTRING_KERNEL std::uint64_t differencesAt(const Char* a, const Char* b) {
+    return differences(_mm512_loadu_si512(a), _mm512_loadu_si512(b), a);
+}
+
 // The same for up to 16 bytes, in small registers: they leave nothing to clean, which pays in a call of 2 ns.
 QZSTRING_KERNEL std::uint64_t shortDifferences(const char* a, const char* b, std::size_t count) {
     const __mmask16 lanes = lowLanes(count);
@@ -251,41 +256,68 @@ QZSTRING_KERNEL std::uint64_t shortDifferences(const char* a, const char* b, std
                               _mm_mask_mov_epi8(_mm_set1_epi8(-1), letters, _mm_set1_epi8(~0x20)));
 }
 
-constexpr std::size_t kBeyondFirstCache = 16384;  // bytes of each of two texts
+// Texts equal up to `at`. Their lengths are beyond 16 bytes or those of wide text.
+template <class Char>
+QZSTRING_KERNEL int compareFrom(std::size_t at, const Char* a, std::size_t aCount, const Char* b,
+                                std::size_t bCount) {
+    const std::size_t count = aCount < bCount ? aCount : bCount;
+    std::uint64_t found = 0;
+    while (found == 0 && count - at > kElements<Char>) {
+        found = differencesAt(a + at, b + at);
+        if (found == 0)
+            at += kElements<Char>;
+    }
+    if (found == 0) {
+        if (count > kElements<Char>) {
+            at = count - kElements<Char>;
+            found = differencesAt(a + at, b + at);
+        } else {
+            found = differences(loadShort(a, count * sizeof(Char)), loadShort(b, count * sizeof(Char)), a);
+        }
+    }
+    _mm256_zeroupper();
+    if (found == 0)
+        return loops::compareLengths(aCount, bCount);
+    at += static_cast<std::size_t>(_tzcnt_u64(found));
+    return loops::compareFolded(a + at, b + at);
+}
+
+constexpr std::size_t kBeyondFirstCache = 24576;  // bytes of each of two texts
+constexpr std::size_t kPrefetched = 1024;         // bytes
+
+// Text of more than the first cache holds goes along the cache lines of the first of the two, and is fetched
+// ahead: left to the processor, that takes a third longer.
+template <class Char>
+QZSTRING_TARGET QZSTRING_NOINLINE int compareLong(const Char* a, std::size_t aCount, const Char* b,
+                                                  std::size_t bCount) {
+    constexpr std::size_t kAhead = kPrefetched / sizeof(Char);
+    const std::size_t count = aCount < bCount ? aCount : bCount;
+    std::size_t at = 0;
+    if (differencesAt(a, b) == 0) {
+        at = kElements<Char> - reinterpret_cast<std::uintptr_t>(a) / sizeof(Char) % kElements<Char>;
+        for (; count - at > kAhead && differencesAt(a + at, b + at) == 0; at += kElements<Char>) {
+            _mm_prefetch(reinterpret_cast<const char*>(a + at + kAhead), _MM_HINT_T0);
+            _mm_prefetch(reinterpret_cast<const char*>(b + at + kAhead), _MM_HINT_T0);
+        }
+    }
+    return compareFrom(at, a, aCount, b, bCount);
+}
 
 template <class Char>
 QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char* b,
                                   std::size_t bCount) noexcept {
     const std::size_t count = aCount < bCount ? aCount : bCount;
-    std::size_t at = 0;
-    std::uint64_t found = 0;
     if (sizeof(Char) == 1 && count <= 16) {
-        found = shortDifferences(reinterpret_cast<const char*>(a), reinterpret_cast<const char*>(b), count);
-    } else {
-        // Text of more than the first cache holds goes along the cache lines of the first of the two.
-        if (count * sizeof(Char) >= kBeyondFirstCache &&
-            (found = differences(_mm512_loadu_si512(a), _mm512_loadu_si512(b), a)) == 0)
-            at = kElements<Char> - reinterpret_cast<std::uintptr_t>(a) / sizeof(Char) % kElements<Char>;
-        while (found == 0 && count - at > kElements<Char>) {
-            found = differences(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at), a + at);
-            if (found == 0)
-                at += kElements<Char>;
-        }
-        if (found == 0) {
-            if (count > kElements<Char>) {
-                at = count - kElements<Char>;
-                found = differences(_mm512_loadu_si512(a + at), _mm512_loadu_si512(b + at), a + at);
-            } else {
-                found =
-                    differences(loadShort(a, count * sizeof(Char)), loadShort(b, count * sizeof(Char)), a);
-            }
-        }
-        _mm256_zeroupper();
+        const std::uint64_t found =
+            shortDifferences(reinterpret_cast<const char*>(a), reinterpret_cast<const char*>(b), count);
+        if (found == 0)
+            return loops::compareLengths(aCount, bCount);
+        const auto at = static_cast<std::size_t>(_tzcnt_u64(found));
+        return loops::compareFolded(a + at, b + at);
     }
-    if (found == 0)
-        return loops::compareLengths(aCount, bCount);
-    at += static_cast<std::size_t>(_tzcnt_u64(found));
-    return loops::compareFolded(a + at, b + at);
+    if (count * sizeof(Char) >= kBeyondFirstCache)
+        return compareLong(a, aCount, b, bCount);
+    return compareFrom(0, a, aCount, b, bCount);
 }
 
 // ---- Hash ----
