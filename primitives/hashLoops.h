@@ -23,9 +23,10 @@
 
 namespace qzString::hashing {
 
-using qz::detail::kPrime64;
 using qz::detail::kSecret;
 
+inline constexpr std::uint64_t kPrime64[] = {0x9E3779B185EBCA87, 0xC2B2AE3D27D4EB4F, 0x165667B19E3779F9,
+                                             0x85EBCA77C2B2AE63, 0x27D4EB2F165667C5};
 inline constexpr std::uint32_t kPrime32[] = {0x9E3779B1, 0x85EBCA77, 0xC2B2AE3D};
 
 alignas(64) inline constexpr std::uint64_t kFirstLanes[8] = {
