@@ -1,5 +1,5 @@
-// The run forms of the character primitives as plain loops, for every kernel without a better one: each is
-// compiled once per instruction set and left to the compiler to vectorise. Internal, not installed.
+// The run forms of the character primitives as plain loops: the portable kernel's, and what the others do with
+// text for which they have nothing better. They are left to the compiler to vectorise. Internal, not installed.
 //
 // The loops work a block at a time, with one decision per block, so that the inner loops have a fixed length
 // and no exit: that is what vectorises. What is left after the last whole block goes character by character.
@@ -99,8 +99,21 @@ QZSTRING_INLINE void mapRun(char* text, std::size_t count) noexcept {
         text[i] = mapAscii<Case>(text[i]);
 }
 
+// One by one: the vectors of look-ups (gathers) that compilers would make of this take longer.
 template <class Case>
-QZSTRING_INLINE void mapRun(wchar_t* text, std::size_t count) noexcept {
+QZSTRING_INLINE void mapEach(wchar_t* text, std::size_t count) noexcept {
+    for (std::size_t i = 0; i < count; ++i) {
+        text[i] = mapWide<Case>(text[i]);
+        QZSTRING_ONE_BY_ONE;
+    }
+}
+
+// So many at a time take half as long as a loop for all.
+inline constexpr std::size_t kUnrolled = 8;
+
+// Of whole blocks; returns how many characters those are.
+template <class Case>
+QZSTRING_INLINE std::size_t mapBlocks(wchar_t* text, std::size_t count) noexcept {
     constexpr std::size_t kLength = kBlock<wchar_t>;
     std::size_t at = 0;
     for (; count - at >= kLength; at += kLength) {
@@ -112,12 +125,17 @@ QZSTRING_INLINE void mapRun(wchar_t* text, std::size_t count) noexcept {
             for (std::size_t i = 0; i < kLength; ++i)
                 text[at + i] = mapAscii<Case>(text[at + i]);
         } else {
-            for (std::size_t i = 0; i < kLength; ++i)
-                text[at + i] = mapWide<Case>(text[at + i]);
+            for (std::size_t i = 0; i < kLength; i += kUnrolled)
+                mapEach<Case>(text + at + i, kUnrolled);
         }
     }
-    for (; at < count; ++at)
-        text[at] = mapWide<Case>(text[at]);
+    return at;
+}
+
+template <class Case>
+QZSTRING_INLINE void mapRun(wchar_t* text, std::size_t count) noexcept {
+    const std::size_t at = mapBlocks<Case>(text, count);
+    mapEach<Case>(text + at, count - at);
 }
 
 QZSTRING_INLINE char foldCharacter(char c) {
@@ -135,6 +153,11 @@ int compareFolded(const wchar_t* a, const wchar_t* b) noexcept;
 QZSTRING_INLINE int compareLengths(std::size_t a, std::size_t b) {
     return static_cast<int>(a > b) - static_cast<int>(a < b);
 }
+
+// Two texts of more bytes each than the first cache holds are fetched so many bytes ahead where they are
+// compared: left to the processor, that takes a quarter to a half longer.
+inline constexpr std::size_t kBeyondFirstCache = 24576;
+inline constexpr std::size_t kPrefetched = 1024;
 
 // The first of `count` positions at which the lower-case forms differ; `count` where none does.
 template <class Char>
@@ -168,12 +191,6 @@ QZSTRING_INLINE int compareNoCaseRun(const Char* a, std::size_t aCount, const Ch
     const std::size_t at = findCaseDifference(a, b, common);
     return at == common ? compareLengths(aCount, bCount) : compareFolded(a + at, b + at);
 }
-
-// These loops as the entries of a row of kernels.h.
-#define QZSTRING_PLAIN_RUNS                                                                    \
-    loops::isAsciiRun<char>, loops::isAsciiRun<wchar_t>, loops::mapRun<loops::Lower>,          \
-        loops::mapRun<loops::Upper>, loops::mapRun<loops::Lower>, loops::mapRun<loops::Upper>, \
-        loops::compareNoCaseRun<char>, loops::compareNoCaseRun<wchar_t>
 
 }  // namespace qzString::loops
 

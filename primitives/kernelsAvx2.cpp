@@ -1,11 +1,11 @@
-// The AVX2 kernels of the character runs and the hash, and the row of the table. utf8*Avx2.cpp have the
-// conversions. The character runs are the plain loops of characterLoops.h, compiled for the instruction set.
+// The AVX2 kernels of the character runs, by characterBlocks.h, and of the hash, and the row of the table.
+// utf8*Avx2.cpp have the conversions.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_X86
 
 #include "primitives/avx2.h"
-#include "primitives/characterLoops.h"
+#include "primitives/characterBlocks.h"
 #include "primitives/hashLoops.h"
 #include "primitives/utf8Kernels.h"
 
@@ -18,27 +18,29 @@ bool usable() {
     return true;
 }
 
-template <class Char>
-QZSTRING_TARGET bool isAsciiRun(const Char* text, std::size_t count) noexcept {
-    const bool ascii = loops::isAsciiRun(text, count);
-    _mm256_zeroupper();
-    return ascii;
-}
+// ---- Character runs ----
 
-template <class Case, class Char>
-QZSTRING_TARGET void mapRun(Char* text, std::size_t count) noexcept {
-    loops::mapRun<Case>(text, count);
-    _mm256_zeroupper();
-}
+struct Platform {
+    static constexpr std::size_t kBytes = 32;
 
-template <class Char>
-QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char* b,
-                                  std::size_t bCount) noexcept {
-    const std::size_t common = aCount < bCount ? aCount : bCount;
-    const std::size_t at = loops::findCaseDifference(a, b, common);
-    _mm256_zeroupper();
-    return at == common ? loops::compareLengths(aCount, bCount) : loops::compareFolded(a + at, b + at);
-}
+    template <class Vector>
+    QZSTRING_KERNEL static bool any(Vector vector) {
+        if constexpr (sizeof vector == 16)
+            return _mm_testz_si128(__m128i(vector), __m128i(vector)) == 0;
+        else
+            return _mm256_testz_si256(__m256i(vector), __m256i(vector)) == 0;
+    }
+    template <class Vector>
+    QZSTRING_KERNEL static std::uint32_t places(Vector vector) {
+        if constexpr (sizeof vector == 16)
+            return static_cast<std::uint32_t>(_mm_movemask_epi8(__m128i(vector)));
+        else
+            return topBits(__m256i(vector));
+    }
+    QZSTRING_KERNEL static void leave() { _mm256_zeroupper(); }
+};
+
+// ---- Hash ----
 
 struct Lanes {
     __m256i half[2];
@@ -82,14 +84,14 @@ const Kernels kAvx2 = {
     avx2::encode,
     avx2::encodedLength,
     avx2::wellFormed,
-    isAsciiRun<char>,
-    isAsciiRun<wchar_t>,
-    mapRun<loops::Lower, char>,
-    mapRun<loops::Upper, char>,
-    mapRun<loops::Lower, wchar_t>,
-    mapRun<loops::Upper, wchar_t>,
-    compareNoCase<char>,
-    compareNoCase<wchar_t>,
+    characters::isAscii<Platform, char>,
+    characters::isAscii<Platform, wchar_t>,
+    characters::toCase<Platform, loops::Lower, char>,
+    characters::toCase<Platform, loops::Upper, char>,
+    characters::toCase<Platform, loops::Lower, wchar_t>,
+    characters::toCase<Platform, loops::Upper, wchar_t>,
+    characters::compareNoCase<Platform, char>,
+    characters::compareNoCase<Platform, wchar_t>,
     hashLanes,
 };
 

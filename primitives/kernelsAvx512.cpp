@@ -282,15 +282,12 @@ QZSTRING_KERNEL int compareFrom(std::size_t at, const Char* a, std::size_t aCoun
     return loops::compareFolded(a + at, b + at);
 }
 
-constexpr std::size_t kBeyondFirstCache = 24576;  // bytes of each of two texts
-constexpr std::size_t kPrefetched = 1024;         // bytes
-
 // Text of more than the first cache holds goes along the cache lines of the first of the two, and is fetched
-// ahead: left to the processor, that takes a third longer.
+// ahead.
 template <class Char>
 QZSTRING_TARGET QZSTRING_NOINLINE int compareLong(const Char* a, std::size_t aCount, const Char* b,
                                                   std::size_t bCount) {
-    constexpr std::size_t kAhead = kPrefetched / sizeof(Char);
+    constexpr std::size_t kAhead = loops::kPrefetched / sizeof(Char);
     const std::size_t count = aCount < bCount ? aCount : bCount;
     std::size_t at = 0;
     if (differencesAt(a, b) == 0) {
@@ -315,7 +312,7 @@ QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char*
         const auto at = static_cast<std::size_t>(_tzcnt_u64(found));
         return loops::compareFolded(a + at, b + at);
     }
-    if (count * sizeof(Char) >= kBeyondFirstCache)
+    if (count * sizeof(Char) >= loops::kBeyondFirstCache)
         return compareLong(a, aCount, b, bCount);
     return compareFrom(0, a, aCount, b, bCount);
 }

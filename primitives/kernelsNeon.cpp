@@ -1,12 +1,12 @@
-// The NEON kernel of the hash, and the row of the table. utf8Neon.cpp has the conversions. The character runs
-// are the plain loops of characterLoops.h: NEON is in the base set, and compilers make vectors of them.
+// The NEON kernels of the character runs, by characterBlocks.h, and of the hash, and the row of the table.
+// utf8Neon.cpp has the conversions.
 #include "primitives/kernels.h"
 
 #if QZSTRING_KERNELS_NEON
 
-#include "primitives/characterLoops.h"
 #include "primitives/neon.h"
 // After the header that defines QZSTRING_TARGET.
+#include "primitives/characterBlocks.h"
 #include "primitives/hashLoops.h"
 #include "primitives/utf8Kernels.h"
 
@@ -16,6 +16,24 @@ namespace {
 bool alwaysUsable() {
     return true;
 }
+
+// ---- Character runs ----
+
+struct Platform {
+    static constexpr std::size_t kBytes = 16;
+
+    template <class Vector>
+    QZSTRING_KERNEL static bool any(Vector vector) {
+        return vmaxvq_u32(uint32x4_t(vector)) != 0;
+    }
+    template <class Vector>
+    QZSTRING_KERNEL static std::uint32_t places(Vector vector) {
+        return maskOf(uint8x16_t(vector));
+    }
+    QZSTRING_KERNEL static void leave() {}
+};
+
+// ---- Hash ----
 
 QZSTRING_KERNEL uint64x2_t load64s(const unsigned char* at) {
     return vreinterpretq_u64_u8(load128(at));
@@ -56,8 +74,21 @@ void hashLanes(std::uint64_t result[8], const unsigned char* input, std::size_t 
 }  // namespace
 
 const Kernels kNeon = {
-    "neon",       alwaysUsable,        neon::decode,     neon::decodedLength,
-    neon::encode, neon::encodedLength, neon::wellFormed, QZSTRING_PLAIN_RUNS,
+    "neon",
+    alwaysUsable,
+    neon::decode,
+    neon::decodedLength,
+    neon::encode,
+    neon::encodedLength,
+    neon::wellFormed,
+    characters::isAscii<Platform, char>,
+    characters::isAscii<Platform, wchar_t>,
+    characters::toCase<Platform, loops::Lower, char>,
+    characters::toCase<Platform, loops::Upper, char>,
+    characters::toCase<Platform, loops::Lower, wchar_t>,
+    characters::toCase<Platform, loops::Upper, wchar_t>,
+    characters::compareNoCase<Platform, char>,
+    characters::compareNoCase<Platform, wchar_t>,
     hashLanes,
 };
 

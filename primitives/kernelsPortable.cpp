@@ -48,7 +48,14 @@ const Kernels kPortable = {
     utf8::Whole<utf8::encode<wchar_t>>::convert,
     utf8::Whole<utf8::encodedLength<wchar_t>>::convert,
     utf8::decodedLength<wchar_t>,
-    QZSTRING_PLAIN_RUNS,
+    loops::isAsciiRun<char>,
+    loops::isAsciiRun<wchar_t>,
+    loops::mapRun<loops::Lower>,
+    loops::mapRun<loops::Upper>,
+    loops::mapRun<loops::Lower>,
+    loops::mapRun<loops::Upper>,
+    loops::compareNoCaseRun<char>,
+    loops::compareNoCaseRun<wchar_t>,
     hashLanes,
 };
 

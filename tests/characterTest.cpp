@@ -161,13 +161,14 @@ TEST(Character, RunsMapAsCharactersDo) {
 // Texts longer than the first cache, at every place in a cache line, that differ at one place.
 template <class Char>
 void expectDifferencesFound() {
-    constexpr std::size_t kLength = 16400;
+    constexpr std::size_t kLength = 24600;
     std::basic_string<Char> text(kLength + 64, 'Q');
     const std::basic_string<Char> other(kLength, 'q');
     for (std::size_t place = 0; place < 64; ++place) {
         const Char* const a = text.data() + place;
         ASSERT_EQ(qzString::compareNoCase(a, kLength, other.data(), kLength), 0);
-        for (std::size_t at : {std::size_t{0}, 63 - place, 64 - place, std::size_t{64}, kLength - 1}) {
+        for (std::size_t at : {std::size_t{0}, 63 - place, 64 - place, std::size_t{64}, kLength - 1000,
+                               kLength - 250, kLength - 1}) {
             text[place + at] = 'R';
             ASSERT_GT(qzString::compareNoCase(a, kLength, other.data(), kLength), 0) << place << ' ' << at;
             text[place + kLength - 1] = 'A';  // which is behind, or the same
