@@ -6,24 +6,59 @@
 //
 // At every position the rarer of the two elements is looked for first, four vectors per branch; only where it
 // stands is the other one compared. Blocks lie wholly inside [from, end), so that the loads at the two
-// offsets lie inside the text; what is left is loaded element by element under a mask, or not at all.
+// offsets lie inside the text; the last one lies over some of the one before. A range shorter than a block is
+// loaded under a mask, or as two halves that may overlap (equalShort).
 #ifndef QZSTRING_STRING_SCANLOOPS_H
 #define QZSTRING_STRING_SCANLOOPS_H
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "string/search.h"
 
 namespace qzString::search {
 
-// The mask of fewer than a vector's elements.
-template <class Element>
-QZSTRING_TARGET inline std::uint64_t equalOneByOne(const Element* p, std::size_t count, Element wanted) {
-    std::uint64_t mask = 0;
-    for (std::size_t i = 0; i < count; ++i)
-        mask |= std::uint64_t{p[i] == wanted} << i;
-    return mask;
+constexpr std::uint64_t lowBits(std::size_t count) {
+    return (std::uint64_t{1} << count) - 1;
+}
+
+template <class Word>
+QZSTRING_TARGET inline std::uint64_t loadWord(const char* at) {
+    Word word;
+    std::memcpy(&word, at, sizeof word);
+    return word;
+}
+
+// The mask of fewer elements than a vector has, where there is no load under a mask. Of 16 bytes, Vector has
+// equalHalf(pointer, vector) and equalWords(low, high, vector).
+template <class Vector, class Wanted>
+QZSTRING_TARGET inline std::uint64_t equalShort(const typename Vector::Element* p, std::size_t count,
+                                                Wanted wanted) {
+    constexpr std::size_t kSize = sizeof *p;
+    constexpr std::size_t kHalf = 16 / kSize;
+    if (kHalf < Vector::kLanes && count >= kHalf)
+        return Vector::equalHalf(p, wanted) | Vector::equalHalf(p + count - kHalf, wanted) << (count - kHalf);
+    const std::size_t bytes = count * kSize;
+    const auto* const text = reinterpret_cast<const char*>(p);
+    // The first and the last word, of as many elements each, or the first, middle and last of three bytes.
+    std::size_t each = 0;
+    std::uint64_t equal = 0;
+    if (bytes >= 8) {
+        each = 8 / kSize;
+        equal = Vector::equalWords(loadWord<std::uint64_t>(text), loadWord<std::uint64_t>(text + bytes - 8),
+                                   wanted);
+    } else if (bytes >= 4) {
+        each = 4 / kSize;
+        equal = Vector::equalWords(
+            loadWord<std::uint32_t>(text) | loadWord<std::uint32_t>(text + bytes - 4) << 32, 0, wanted);
+    } else {
+        return lowBits(count) & Vector::equalWords(loadWord<unsigned char>(text) |
+                                                       loadWord<unsigned char>(text + bytes / 2) << 8 |
+                                                       loadWord<unsigned char>(text + bytes - 1) << 16,
+                                                   0, wanted);
+    }
+    return (equal & lowBits(each)) | (equal >> each & lowBits(each)) << (count - each);
 }
 
 template <class Vector>
@@ -57,13 +92,18 @@ QZSTRING_TARGET inline std::size_t next(const typename Vector::Element* text, st
         }
     }
     const std::size_t rest = end - at;
-    if (rest != 0) {
-        const std::uint64_t both = Vector::equalFirst(text + at + first, rest, wantedA) &
-                                   Vector::equalFirst(text + at + second, rest, wantedB);
-        if (both != 0)
-            return at + static_cast<std::size_t>(__builtin_ctzll(both));
+    if (rest == 0)
+        return end;
+    std::uint64_t both = 0;
+    if (end - from >= kLanes) {
+        const std::size_t block = end - kLanes;
+        both = Vector::equal(text + block + first, wantedA) & Vector::equal(text + block + second, wantedB);
+        both = both >> (kLanes - rest);
+    } else {
+        both = Vector::equalFirst(text + at + first, rest, wantedA) &
+               Vector::equalFirst(text + at + second, rest, wantedB);
     }
-    return end;
+    return both == 0 ? end : at + static_cast<std::size_t>(__builtin_ctzll(both));
 }
 
 template <class Vector>
@@ -73,6 +113,7 @@ QZSTRING_TARGET inline std::size_t last(const typename Vector::Element* text, st
     constexpr std::size_t kLanes = Vector::kLanes;
     const auto wantedA = Vector::splat(a);
     const auto wantedB = Vector::splat(b);
+    const bool hasBlock = end - from >= kLanes;
     if (end - from >= 16 * kLanes) {
         const std::size_t at = end - kLanes;
         const std::uint64_t both =
@@ -96,13 +137,17 @@ QZSTRING_TARGET inline std::size_t last(const typename Vector::Element* text, st
         }
     }
     const std::size_t rest = end - from;
-    if (rest != 0) {
-        const std::uint64_t both = Vector::equalFirst(text + from + first, rest, wantedA) &
-                                   Vector::equalFirst(text + from + second, rest, wantedB);
-        if (both != 0)
-            return from + 63 - static_cast<std::size_t>(__builtin_clzll(both));
+    if (rest == 0)
+        return kNotFound;
+    std::uint64_t both = 0;
+    if (hasBlock) {
+        both = Vector::equal(text + from + first, wantedA) & Vector::equal(text + from + second, wantedB);
+        both &= lowBits(rest);
+    } else {
+        both = Vector::equalFirst(text + from + first, rest, wantedA) &
+               Vector::equalFirst(text + from + second, rest, wantedB);
     }
-    return kNotFound;
+    return both == 0 ? kNotFound : from + 63 - static_cast<std::size_t>(__builtin_clzll(both));
 }
 
 }  // namespace qzString::search

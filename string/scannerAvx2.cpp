@@ -1,4 +1,4 @@
-// The search scan in AVX2: 32 bytes or 8 wide elements a vector, the rest of a range element by element.
+// The search scan in AVX2: 32 bytes or 8 wide elements a vector.
 #include "string/scanners.h"
 
 #if QZSTRING_SCANNERS_X86
@@ -25,6 +25,14 @@ QZSTRING_TARGET inline __m256i load(const void* p) {
     return _mm256_loadu_si256(static_cast<const __m256i*>(p));
 }
 
+QZSTRING_TARGET inline __m128i loadHalf(const void* p) {
+    return _mm_loadu_si128(static_cast<const __m128i*>(p));
+}
+
+QZSTRING_TARGET inline __m128i halfOf(std::uint64_t low, std::uint64_t high) {
+    return _mm_set_epi64x(static_cast<long long>(high), static_cast<long long>(low));
+}
+
 struct Bytes {
     using Element = char;
     static constexpr std::size_t kLanes = 32;
@@ -36,8 +44,18 @@ struct Bytes {
     QZSTRING_TARGET static std::uint64_t equal(const char* p, __m256i wanted) {
         return static_cast<std::uint32_t>(_mm256_movemask_epi8(matches(p, wanted)));
     }
+    QZSTRING_TARGET static std::uint64_t equalHalf(__m128i bytes, __m256i wanted) {
+        const __m128i equal = _mm_cmpeq_epi8(bytes, _mm256_castsi256_si128(wanted));
+        return static_cast<std::uint32_t>(_mm_movemask_epi8(equal));
+    }
+    QZSTRING_TARGET static std::uint64_t equalHalf(const char* p, __m256i wanted) {
+        return equalHalf(loadHalf(p), wanted);
+    }
+    QZSTRING_TARGET static std::uint64_t equalWords(std::uint64_t low, std::uint64_t high, __m256i wanted) {
+        return equalHalf(halfOf(low, high), wanted);
+    }
     QZSTRING_TARGET static std::uint64_t equalFirst(const char* p, std::size_t count, __m256i wanted) {
-        return equalOneByOne(p, count, static_cast<char>(_mm256_extract_epi8(wanted, 0)));
+        return equalShort<Bytes>(p, count, wanted);
     }
     QZSTRING_TARGET static bool noneOfFour(const char* p, __m256i wanted) {
         const __m256i any =
@@ -58,8 +76,18 @@ struct Wides {
     QZSTRING_TARGET static std::uint64_t equal(const wchar_t* p, __m256i wanted) {
         return static_cast<std::uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(matches(p, wanted))));
     }
+    QZSTRING_TARGET static std::uint64_t equalHalf(__m128i characters, __m256i wanted) {
+        const __m128i equal = _mm_cmpeq_epi32(characters, _mm256_castsi256_si128(wanted));
+        return static_cast<std::uint32_t>(_mm_movemask_ps(_mm_castsi128_ps(equal)));
+    }
+    QZSTRING_TARGET static std::uint64_t equalHalf(const wchar_t* p, __m256i wanted) {
+        return equalHalf(loadHalf(p), wanted);
+    }
+    QZSTRING_TARGET static std::uint64_t equalWords(std::uint64_t low, std::uint64_t high, __m256i wanted) {
+        return equalHalf(halfOf(low, high), wanted);
+    }
     QZSTRING_TARGET static std::uint64_t equalFirst(const wchar_t* p, std::size_t count, __m256i wanted) {
-        return equalOneByOne(p, count, static_cast<wchar_t>(_mm256_extract_epi32(wanted, 0)));
+        return equalShort<Wides>(p, count, wanted);
     }
     QZSTRING_TARGET static bool noneOfFour(const wchar_t* p, __m256i wanted) {
         const __m256i any =

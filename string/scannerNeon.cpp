@@ -1,4 +1,4 @@
-// The search scan in NEON: 16 bytes or 4 wide elements a vector, the rest of a range element by element.
+// The search scan in NEON: 16 bytes or 4 wide elements a vector.
 #include "string/scanners.h"
 
 #if QZSTRING_SCANNERS_NEON
@@ -16,6 +16,10 @@ bool alwaysUsable() {
     return true;
 }
 
+uint8x16_t ofWords(std::uint64_t low, std::uint64_t high) {
+    return vcombine_u8(vcreate_u8(low), vcreate_u8(high));
+}
+
 struct Bytes {
     using Element = char;
     static constexpr std::size_t kLanes = 16;
@@ -24,13 +28,18 @@ struct Bytes {
     static uint8x16_t matches(const char* p, uint8x16_t wanted) {
         return vceqq_u8(vld1q_u8(reinterpret_cast<const unsigned char*>(p)), wanted);
     }
-    static std::uint64_t equal(const char* p, uint8x16_t wanted) {
+    static std::uint64_t maskOf(uint8x16_t equal) {
         const uint8x16_t places = vreinterpretq_u8_u64(vdupq_n_u64(0x8040201008040201));
-        const uint8x16_t bits = vandq_u8(matches(p, wanted), places);
+        const uint8x16_t bits = vandq_u8(equal, places);
         return vaddv_u8(vget_low_u8(bits)) | std::uint64_t{vaddv_u8(vget_high_u8(bits))} << 8;
     }
+    static std::uint64_t equal(const char* p, uint8x16_t wanted) { return maskOf(matches(p, wanted)); }
+    static std::uint64_t equalHalf(const char* p, uint8x16_t wanted) { return equal(p, wanted); }
+    static std::uint64_t equalWords(std::uint64_t low, std::uint64_t high, uint8x16_t wanted) {
+        return maskOf(vceqq_u8(ofWords(low, high), wanted));
+    }
     static std::uint64_t equalFirst(const char* p, std::size_t count, uint8x16_t wanted) {
-        return equalOneByOne(p, count, static_cast<char>(vgetq_lane_u8(wanted, 0)));
+        return equalShort<Bytes>(p, count, wanted);
     }
     static bool noneOfFour(const char* p, uint8x16_t wanted) {
         const uint8x16_t any = vorrq_u8(vorrq_u8(matches(p, wanted), matches(p + 16, wanted)),
@@ -47,12 +56,17 @@ struct Wides {
     static uint32x4_t matches(const wchar_t* p, uint32x4_t wanted) {
         return vceqq_u32(vld1q_u32(reinterpret_cast<const std::uint32_t*>(p)), wanted);
     }
-    static std::uint64_t equal(const wchar_t* p, uint32x4_t wanted) {
+    static std::uint64_t maskOf(uint32x4_t equal) {
         constexpr std::uint32_t kPlaces[4] = {1, 2, 4, 8};
-        return vaddvq_u32(vandq_u32(matches(p, wanted), vld1q_u32(kPlaces)));
+        return vaddvq_u32(vandq_u32(equal, vld1q_u32(kPlaces)));
+    }
+    static std::uint64_t equal(const wchar_t* p, uint32x4_t wanted) { return maskOf(matches(p, wanted)); }
+    static std::uint64_t equalHalf(const wchar_t* p, uint32x4_t wanted) { return equal(p, wanted); }
+    static std::uint64_t equalWords(std::uint64_t low, std::uint64_t high, uint32x4_t wanted) {
+        return maskOf(vceqq_u32(vreinterpretq_u32_u8(ofWords(low, high)), wanted));
     }
     static std::uint64_t equalFirst(const wchar_t* p, std::size_t count, uint32x4_t wanted) {
-        return equalOneByOne(p, count, static_cast<wchar_t>(vgetq_lane_u32(wanted, 0)));
+        return equalShort<Wides>(p, count, wanted);
     }
     static bool noneOfFour(const wchar_t* p, uint32x4_t wanted) {
         const uint32x4_t any = vorrq_u32(vorrq_u32(matches(p, wanted), matches(p + 4, wanted)),

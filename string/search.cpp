@@ -236,6 +236,9 @@ bool standsAt(const Char* place, const Char* needle, std::size_t needleLength) {
     return std::char_traits<Char>::compare(place, needle, needleLength) == 0;
 }
 
+// Places of which a vector or two have all: there it is not worth asking which elements are rare.
+constexpr std::size_t kShort = 64;
+
 // `choose` gives the anchors of a needle of at least two elements.
 template <class Char, class Next, class Choose>
 std::size_t findForwards(const Char* text, std::size_t length, const Char* needle, std::size_t needleLength,
@@ -246,8 +249,8 @@ std::size_t findForwards(const Char* text, std::size_t length, const Char* needl
         const Char* const found = std::char_traits<Char>::find(text + from, length - from, *needle);
         return found == nullptr ? kNotFound : static_cast<std::size_t>(found - text);
     }
-    const Anchors anchors = choose();
     const std::size_t end = length - needleLength + 1;
+    const Anchors anchors = end - from <= kShort ? Anchors{0, needleLength - 1} : choose();
     Charges charges(needleLength);
     for (std::size_t at = from;; ++at) {
         at =
@@ -270,7 +273,8 @@ std::size_t findBackwards(const Char* text, std::size_t length, const Char* need
     if (length < needleLength)
         return kNotFound;
     const std::size_t highest = std::min(from, length - needleLength);
-    const Anchors anchors = needleLength == 1 ? Anchors{0, 0} : chooseAnchors(needle, needleLength);
+    const Anchors anchors = highest < kShort || needleLength == 1 ? Anchors{0, needleLength - 1}
+                                                                  : chooseAnchors(needle, needleLength);
     Charges charges(needleLength);
     for (std::size_t end = highest + 1;;) {
         const std::size_t at =
