@@ -36,10 +36,10 @@ QZSTRING_KERNEL bool isAsciiBytes(const char* text, std::size_t length) {
         return ascii;
     }
     std::size_t at = 0;
-    bool ascii = !anyBits<kBits>(_mm512_loadu_si512(text + length - 64));
+    bool ascii = true;
     if (length >= 1024) {
         // To the beginning of a cache line, which loads then never cross.
-        ascii = ascii && !anyBits<kBits>(_mm512_loadu_si512(text));
+        ascii = !anyBits<kBits>(_mm512_loadu_si512(text));
         at = (0 - reinterpret_cast<std::uintptr_t>(text)) % 64;
     }
     for (; ascii && length - at >= 256; at += 256) {
@@ -48,8 +48,12 @@ QZSTRING_KERNEL bool isAsciiBytes(const char* text, std::size_t length) {
         ascii = !anyBits<kBits>(_mm512_ternarylogic_epi32(two, _mm512_loadu_si512(text + at + 128),
                                                           _mm512_loadu_si512(text + at + 192), 0xFE));
     }
-    for (; ascii && length - at > 64; at += 64)
-        ascii = !anyBits<kBits>(_mm512_loadu_si512(text + at));
+    if (ascii) {
+        __m512i rest = _mm512_loadu_si512(text + length - 64);
+        for (; length - at > 64; at += 64)
+            rest = _mm512_or_si512(rest, _mm512_loadu_si512(text + at));
+        ascii = !anyBits<kBits>(rest);
+    }
     _mm256_zeroupper();
     return ascii;
 }
