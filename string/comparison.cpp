@@ -103,20 +103,21 @@ std::uint64_t hashfunction(const IString& s) noexcept {
     return qz::hashfunction(s.asWChar(), static_cast<int>(s.length()));
 }
 
-#define QZSTRING_RELATION(name, relation)                    \
+#define QZSTRING_RELATION(name, isTrue)                      \
     bool name(const CString& a, const CString& b) noexcept { \
-        return a.compare(b) relation 0;                      \
+        return isTrue;                                       \
     }                                                        \
     bool name(const IString& a, const IString& b) noexcept { \
-        return a.compare(b) relation 0;                      \
+        return isTrue;                                       \
     }
 
-QZSTRING_RELATION(equal, ==)
-QZSTRING_RELATION(notEqual, !=)
-QZSTRING_RELATION(less, <)
-QZSTRING_RELATION(greater, >)
-QZSTRING_RELATION(lessEqual, <=)
-QZSTRING_RELATION(greaterEqual, >=)
+// Texts of different lengths need not be read.
+QZSTRING_RELATION(equal, a.length() == b.length() && a.compare(b) == 0)
+QZSTRING_RELATION(notEqual, !equal(a, b))
+QZSTRING_RELATION(less, a.compare(b) < 0)
+QZSTRING_RELATION(greater, a.compare(b) > 0)
+QZSTRING_RELATION(lessEqual, a.compare(b) <= 0)
+QZSTRING_RELATION(greaterEqual, a.compare(b) >= 0)
 
 #undef QZSTRING_RELATION
 
