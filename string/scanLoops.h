@@ -5,9 +5,9 @@
 // vectors in a row. Masks have one bit per element.
 //
 // At every position the rarer of the two elements is looked for first, four vectors per branch; only where it
-// stands is the other one compared. Blocks lie wholly inside [from, end), so that the loads at the two
-// offsets lie inside the text; the last one lies over some of the one before. A range shorter than a block is
-// loaded under a mask, or as two halves that may overlap (equalShort).
+// stands is the other one compared. Blocks lie wholly among the positions asked for, so that the loads at the
+// two offsets lie inside the text; the last one lies over some of the one before. Fewer positions than a block
+// has are loaded under a mask, or as two halves that may overlap (equalShort).
 #ifndef QZSTRING_STRING_SCANLOOPS_H
 #define QZSTRING_STRING_SCANLOOPS_H
 
@@ -62,28 +62,31 @@ QZSTRING_TARGET inline std::uint64_t equalShort(const typename Vector::Element* 
 }
 
 template <class Vector>
-QZSTRING_TARGET inline std::size_t next(const typename Vector::Element* text, std::size_t from,
-                                        std::size_t end, std::size_t first, typename Vector::Element a,
-                                        std::size_t second, typename Vector::Element b) {
+QZSTRING_TARGET inline std::size_t next(const typename Vector::Element* text, std::size_t count,
+                                        std::size_t first, typename Vector::Element a, std::size_t second,
+                                        typename Vector::Element b) {
     constexpr std::size_t kLanes = Vector::kLanes;
     const auto wantedA = Vector::splat(a);
     const auto wantedB = Vector::splat(b);
-    std::size_t at = from;
-    if (end - at >= 16 * kLanes) {
+    std::size_t at = 0;
+    if (count >= 16 * kLanes) {
         // After one block, to the beginning of a cache line, which the loads for the rarer element then never
         // cross.
         const std::uint64_t both =
-            Vector::equal(text + at + first, wantedA) & Vector::equal(text + at + second, wantedB);
+            Vector::equal(text + first, wantedA) & Vector::equal(text + second, wantedB);
         if (both != 0)
-            return at + static_cast<std::size_t>(__builtin_ctzll(both));
-        at += kLanes - reinterpret_cast<std::uintptr_t>(text + at + first) / sizeof(*text) % kLanes;
+            return static_cast<std::size_t>(__builtin_ctzll(both));
+        at = kLanes - reinterpret_cast<std::uintptr_t>(text + first) / sizeof(*text) % kLanes;
     }
-    while (end - at >= kLanes) {
-        if (end - at >= 4 * kLanes && Vector::noneOfFour(text + at + first, wantedA)) {
-            at += 4 * kLanes;
-            continue;
+    while (count - at >= kLanes) {
+        std::size_t stop = count - kLanes + 1;
+        if (count - at >= 4 * kLanes) {
+            stop = at + 4 * kLanes;
+            if (Vector::noneOfFour(text + at + first, wantedA)) {
+                at = stop;
+                continue;
+            }
         }
-        const std::size_t stop = end - at >= 4 * kLanes ? at + 4 * kLanes : at + kLanes;
         for (; at < stop; at += kLanes) {
             const std::uint64_t both =
                 Vector::equal(text + at + first, wantedA) & Vector::equal(text + at + second, wantedB);
@@ -91,43 +94,46 @@ QZSTRING_TARGET inline std::size_t next(const typename Vector::Element* text, st
                 return at + static_cast<std::size_t>(__builtin_ctzll(both));
         }
     }
-    const std::size_t rest = end - at;
+    const std::size_t rest = count - at;
     if (rest == 0)
-        return end;
+        return count;
     std::uint64_t both = 0;
-    if (end - from >= kLanes) {
-        const std::size_t block = end - kLanes;
+    if (count >= kLanes) {
+        const std::size_t block = count - kLanes;
         both = Vector::equal(text + block + first, wantedA) & Vector::equal(text + block + second, wantedB);
         both = both >> (kLanes - rest);
     } else {
-        both = Vector::equalFirst(text + at + first, rest, wantedA) &
-               Vector::equalFirst(text + at + second, rest, wantedB);
+        both = Vector::equalFirst(text + first, rest, wantedA) &
+               Vector::equalFirst(text + second, rest, wantedB);
     }
-    return both == 0 ? end : at + static_cast<std::size_t>(__builtin_ctzll(both));
+    return both == 0 ? count : at + static_cast<std::size_t>(__builtin_ctzll(both));
 }
 
 template <class Vector>
-QZSTRING_TARGET inline std::size_t last(const typename Vector::Element* text, std::size_t from,
-                                        std::size_t end, std::size_t first, typename Vector::Element a,
-                                        std::size_t second, typename Vector::Element b) {
+QZSTRING_TARGET inline std::size_t last(const typename Vector::Element* text, std::size_t count,
+                                        std::size_t first, typename Vector::Element a, std::size_t second,
+                                        typename Vector::Element b) {
     constexpr std::size_t kLanes = Vector::kLanes;
     const auto wantedA = Vector::splat(a);
     const auto wantedB = Vector::splat(b);
-    const bool hasBlock = end - from >= kLanes;
-    if (end - from >= 16 * kLanes) {
-        const std::size_t at = end - kLanes;
+    std::size_t end = count;
+    if (count >= 16 * kLanes) {
+        const std::size_t at = count - kLanes;
         const std::uint64_t both =
             Vector::equal(text + at + first, wantedA) & Vector::equal(text + at + second, wantedB);
         if (both != 0)
             return at + 63 - static_cast<std::size_t>(__builtin_clzll(both));
         end -= reinterpret_cast<std::uintptr_t>(text + end + first) / sizeof(*text) % kLanes;
     }
-    while (end - from >= kLanes) {
-        if (end - from >= 4 * kLanes && Vector::noneOfFour(text + end - 4 * kLanes + first, wantedA)) {
-            end -= 4 * kLanes;
-            continue;
+    while (end >= kLanes) {
+        std::size_t stop = kLanes - 1;
+        if (end >= 4 * kLanes) {
+            stop = end - 4 * kLanes;
+            if (Vector::noneOfFour(text + stop + first, wantedA)) {
+                end = stop;
+                continue;
+            }
         }
-        const std::size_t stop = end - from >= 4 * kLanes ? end - 4 * kLanes : end - kLanes;
         for (; end > stop; end -= kLanes) {
             const std::size_t at = end - kLanes;
             const std::uint64_t both =
@@ -136,18 +142,17 @@ QZSTRING_TARGET inline std::size_t last(const typename Vector::Element* text, st
                 return at + 63 - static_cast<std::size_t>(__builtin_clzll(both));
         }
     }
-    const std::size_t rest = end - from;
-    if (rest == 0)
+    if (end == 0)
         return kNotFound;
     std::uint64_t both = 0;
-    if (hasBlock) {
-        both = Vector::equal(text + from + first, wantedA) & Vector::equal(text + from + second, wantedB);
-        both &= lowBits(rest);
+    if (count >= kLanes) {
+        both = Vector::equal(text + first, wantedA) & Vector::equal(text + second, wantedB);
+        both &= lowBits(end);
     } else {
-        both = Vector::equalFirst(text + from + first, rest, wantedA) &
-               Vector::equalFirst(text + from + second, rest, wantedB);
+        both =
+            Vector::equalFirst(text + first, end, wantedA) & Vector::equalFirst(text + second, end, wantedB);
     }
-    return both == 0 ? kNotFound : from + 63 - static_cast<std::size_t>(__builtin_clzll(both));
+    return both == 0 ? kNotFound : 63 - static_cast<std::size_t>(__builtin_clzll(both));
 }
 
 }  // namespace qzString::search

@@ -17,13 +17,12 @@ extern const Scanner kNeonScanner;
 #endif
 
 // One function of the table: runs the loop, and QZSTRING_LEAVE() what the instruction set wants at the end.
-#define QZSTRING_SCANNER_FUNCTION(name, loop, Vector)                                                \
-    QZSTRING_TARGET std::size_t name(const Vector::Element* text, std::size_t from, std::size_t end, \
-                                     std::size_t first, Vector::Element a, std::size_t second,       \
-                                     Vector::Element b) {                                            \
-        const std::size_t found = loop<Vector>(text, from, end, first, a, second, b);                \
-        QZSTRING_LEAVE();                                                                            \
-        return found;                                                                                \
+#define QZSTRING_SCANNER_FUNCTION(name, loop, Vector)                                                   \
+    QZSTRING_TARGET std::size_t name(const Vector::Element* text, std::size_t count, std::size_t first, \
+                                     Vector::Element a, std::size_t second, Vector::Element b) {        \
+        const std::size_t found = loop<Vector>(text, count, first, a, second, b);                       \
+        QZSTRING_LEAVE();                                                                               \
+        return found;                                                                                   \
     }
 #define QZSTRING_SCANNER_FUNCTIONS(Narrow, Wide)        \
     QZSTRING_SCANNER_FUNCTION(nextNarrow, next, Narrow) \

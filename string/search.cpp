@@ -28,27 +28,25 @@ bool alwaysUsable() {
 }
 
 template <class Char>
-std::size_t nextPortable(const Char* text, std::size_t from, std::size_t end, std::size_t first, Char a,
-                         std::size_t second, Char b) {
-    while (from < end) {
-        const Char* const found = std::char_traits<Char>::find(text + from + first, end - from, a);
+std::size_t nextPortable(const Char* text, std::size_t count, std::size_t first, Char a, std::size_t second,
+                         Char b) {
+    for (std::size_t at = 0; at < count; ++at) {
+        const Char* const found = std::char_traits<Char>::find(text + at + first, count - at, a);
         if (found == nullptr)
-            return end;
-        const auto at = static_cast<std::size_t>(found - text) - first;
+            break;
+        at = static_cast<std::size_t>(found - text) - first;
         if (text[at + second] == b)
             return at;
-        from = at + 1;
     }
-    return end;
+    return count;
 }
 
 template <class Char>
-std::size_t lastPortable(const Char* text, std::size_t from, std::size_t end, std::size_t first, Char a,
-                         std::size_t second, Char b) {
-    while (end > from) {
-        --end;
-        if (text[end + first] == a && text[end + second] == b)
-            return end;
+std::size_t lastPortable(const Char* text, std::size_t count, std::size_t first, Char a, std::size_t second,
+                         Char b) {
+    for (std::size_t at = count; at-- > 0;) {
+        if (text[at + first] == a && text[at + second] == b)
+            return at;
     }
     return kNotFound;
 }
@@ -254,8 +252,8 @@ std::size_t findForwards(const Char* text, std::size_t length, const Char* needl
     const Anchors anchors = end - from <= kShort ? Anchors{0, needleLength - 1} : choose();
     Charges charges(needleLength);
     for (std::size_t at = from;; ++at) {
-        at =
-            next(text, at, end, anchors.first, needle[anchors.first], anchors.second, needle[anchors.second]);
+        at += next(text + at, end - at, anchors.first, needle[anchors.first], anchors.second,
+                   needle[anchors.second]);
         if (at == end)
             return kNotFound;
         if (standsAt(text + at, needle, needleLength))
@@ -279,7 +277,7 @@ std::size_t findBackwards(const Char* text, std::size_t length, const Char* need
     Charges charges(needleLength);
     for (std::size_t end = highest + 1;;) {
         const std::size_t at =
-            last(text, 0, end, anchors.first, needle[anchors.first], anchors.second, needle[anchors.second]);
+            last(text, end, anchors.first, needle[anchors.first], anchors.second, needle[anchors.second]);
         if (at == kNotFound || standsAt(text + at, needle, needleLength))
             return at;
         end = at;

@@ -51,17 +51,17 @@ std::size_t findLast(const wchar_t* text, std::size_t length, const wchar_t* nee
 struct Scanner {
     const char* name;
     bool (*usable)();
-    // The lowest position in [from, end) at which `text[position + first]` is `a` and `text[position +
-    // second]` is `b`, or `end`; and the highest in [from, end), or kNotFound. Nothing is read but text[from
-    // + offset] to text[end - 1 + offset] for the two offsets.
-    std::size_t (*nextNarrow)(const char* text, std::size_t from, std::size_t end, std::size_t first, char a,
+    // The lowest position below `count` at which `text[position + first]` is `a` and `text[position + second]`
+    // is `b`, or `count`; and the highest, or kNotFound. Nothing is read but `count` elements from each of the
+    // two offsets on.
+    std::size_t (*nextNarrow)(const char* text, std::size_t count, std::size_t first, char a,
                               std::size_t second, char b);
-    std::size_t (*nextWide)(const wchar_t* text, std::size_t from, std::size_t end, std::size_t first,
-                            wchar_t a, std::size_t second, wchar_t b);
-    std::size_t (*lastNarrow)(const char* text, std::size_t from, std::size_t end, std::size_t first, char a,
+    std::size_t (*nextWide)(const wchar_t* text, std::size_t count, std::size_t first, wchar_t a,
+                            std::size_t second, wchar_t b);
+    std::size_t (*lastNarrow)(const char* text, std::size_t count, std::size_t first, char a,
                               std::size_t second, char b);
-    std::size_t (*lastWide)(const wchar_t* text, std::size_t from, std::size_t end, std::size_t first,
-                            wchar_t a, std::size_t second, wchar_t b);
+    std::size_t (*lastWide)(const wchar_t* text, std::size_t count, std::size_t first, wchar_t a,
+                            std::size_t second, wchar_t b);
 };
 
 Rows<Scanner> allScanners();

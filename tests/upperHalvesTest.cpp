@@ -139,13 +139,13 @@ TEST_F(UpperHalves, AreCleanAfterSearching) {
                 const std::size_t end = text.size() - 1;
                 const std::size_t wideEnd = wide.size() - 1;
                 expectClean("nextNarrow", end,
-                            [&] { scanner->nextNarrow(text.data(), 0, end, 0, first, 1, 'Q'); });
+                            [&] { scanner->nextNarrow(text.data(), end, 0, first, 1, 'Q'); });
                 expectClean("lastNarrow", end,
-                            [&] { scanner->lastNarrow(text.data(), 0, end, 0, first, 1, 'Q'); });
+                            [&] { scanner->lastNarrow(text.data(), end, 0, first, 1, 'Q'); });
                 expectClean("nextWide", wideEnd,
-                            [&] { scanner->nextWide(wide.data(), 0, wideEnd, 0, first, 1, L'Q'); });
+                            [&] { scanner->nextWide(wide.data(), wideEnd, 0, first, 1, L'Q'); });
                 expectClean("lastWide", wideEnd,
-                            [&] { scanner->lastWide(wide.data(), 0, wideEnd, 0, first, 1, L'Q'); });
+                            [&] { scanner->lastWide(wide.data(), wideEnd, 0, first, 1, L'Q'); });
             }
         });
     }
