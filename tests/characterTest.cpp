@@ -77,9 +77,9 @@ TEST(Character, CaseMappingIsUnicodes) {
         EXPECT_EQ(qzString::toLower(static_cast<wchar_t>(beyond)), static_cast<wchar_t>(beyond));
 }
 
-// The runs of a text against its characters one by one, and a difference at one place.
+// The runs of a text against its characters one by one, and a difference at one place, before another.
 template <class Char>
-void expectRuns(const std::basic_string<Char>& text) {
+void expectRuns(const std::basic_string<Char>& text, std::size_t at) {
     std::basic_string<Char> lower;
     std::basic_string<Char> upper;
     bool ascii = true;
@@ -101,18 +101,27 @@ void expectRuns(const std::basic_string<Char>& text) {
         return qzString::compareNoCase(source.data(), count, lowered.data(), otherCount);
     };
     ASSERT_EQ(order(length, length), 0);
-    if (length > 0) {
-        const std::size_t at = length * 5 % 7 * length / 7;
-        ASSERT_EQ(order(at, length), -1);
-        ASSERT_EQ(order(length, at), 1);
+    if (length == 0)
+        return;
+    using Traits = std::char_traits<Char>;
+    constexpr auto kGreatest = static_cast<Char>(sizeof(Char) == 1 ? 0xFF : 0x7FFFFFFF);
+    for (const int bits : {0x20, 0x81}) {
         Char& other = lowered.data()[at];
-        other = static_cast<Char>(other ^ 0x81);
-        using Traits = std::char_traits<Char>;
+        other = static_cast<Char>(lower[at] ^ bits);
         const Char otherLower = qzString::toLower(other);
         const int expected = Traits::compare(&lower[at], &otherLower, 1);
-        ASSERT_EQ(order(length, length) < 0, expected < 0);
-        ASSERT_EQ(order(length, length) > 0, expected > 0);
+        if (expected != 0 && at < length - 1)  // the end of the text says the opposite
+            lowered.data()[length - 1] = expected < 0 ? Char{0} : kGreatest;
+        ASSERT_EQ(order(length, length) < 0, expected < 0) << length << ' ' << at;
+        ASSERT_EQ(order(length, length) > 0, expected > 0) << length << ' ' << at;
+        ASSERT_EQ(order(at, length), -1);
+        ASSERT_EQ(order(length, at), 1);
     }
+}
+
+template <class Char>
+void expectRuns(const std::basic_string<Char>& text) {
+    expectRuns(text, text.size() * 5 % 7 * text.size() / 7);
 }
 
 // All code points in runs that shift against the blocks, mixtures of scripts, and all bytes at all lengths.
@@ -155,6 +164,13 @@ TEST(Character, RunsMapAsCharactersDo) {
                 text += static_cast<char>(i * 7 + length);
             ASSERT_NO_FATAL_FAILURE(expectRuns(text));
         }
+        for (std::size_t length = 1; length < 70; ++length) {
+            for (std::size_t at = 0; at < length; ++at) {
+                std::string text(length, 'q');
+                text[at] = 'Q';
+                ASSERT_NO_FATAL_FAILURE(expectRuns(text, at));
+            }
+        }
     });
 }
 
@@ -167,6 +183,7 @@ void expectDifferencesFound() {
     for (std::size_t place = 0; place < 64; ++place) {
         const Char* const a = text.data() + place;
         ASSERT_EQ(qzString::compareNoCase(a, kLength, other.data(), kLength), 0);
+        ASSERT_EQ(qzString::compareNoCase(a, kLength, other.data(), kLength - 1), 1);
         for (std::size_t at : {std::size_t{0}, 63 - place, 64 - place, std::size_t{64}, kLength - 1000,
                                kLength - 250, kLength - 1}) {
             text[place + at] = 'R';
