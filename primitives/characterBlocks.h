@@ -2,12 +2,13 @@
 // installed; included by one source per instruction set, which defines QZSTRING_TARGET and QZSTRING_KERNEL
 // and passes its Platform, below.
 //
-// A text goes vector by vector, the last one over some of the one before. Shorter text is taken as two halves
-// that may overlap: as two vectors of 16 bytes, or as two words in one of them. Nothing outside it is read.
+// A text goes vector by vector, the last one over some of the one before; wide text that is mapped has its last
+// characters one by one. Shorter text is taken as two halves that may overlap, as two vectors of 16 bytes or as
+// two words in one of them, and one to three bytes as three. Nothing outside it is read.
 //
-// Comparison looks for what differs beyond the case of ASCII letters, a vector at a time; in wide text, the
-// characters of a vector that has any are then mapped by the tables. So are those of text that is mapped
-// itself, where characterLoops.h's large blocks do not find a shorter way.
+// Comparison looks for what differs beyond the case of ASCII letters, four vectors at a time until something
+// does; in wide text, the characters of a vector that has any are then mapped by the tables. So are those of
+// text that is mapped itself, where characterLoops.h's large blocks do not find a shorter way.
 //
 // Platform has kBytes, the size of its vectors (16 or 32), and as static functions, the first two of vectors of
 // that size and of 16 bytes:
@@ -51,7 +52,7 @@ QZSTRING_KERNEL void store(void* at, From vector) {
 
 // The first and the last word of a text of one to two of them.
 template <class To, class Word>
-QZSTRING_KERNEL To loadEnds(const void* text, std::size_t bytes) {
+QZSTRING_KERNEL To loadFirstAndLast(const void* text, std::size_t bytes) {
     const auto* const end = static_cast<const char*>(text) + bytes;
     const typename VectorOf<Word, sizeof(To)>::Type words = {load<Word>(text),
                                                              load<Word>(end - sizeof(Word))};
@@ -59,14 +60,14 @@ QZSTRING_KERNEL To loadEnds(const void* text, std::size_t bytes) {
 }
 
 template <class Word, class From>
-QZSTRING_KERNEL void storeEnds(void* text, std::size_t bytes, From vector) {
+QZSTRING_KERNEL void storeFirstAndLast(void* text, std::size_t bytes, From vector) {
     const auto words = load<typename VectorOf<Word, sizeof(From)>::Type>(&vector);
     store<Word>(text, words[0]);
     store<Word>(static_cast<char*>(text) + bytes - sizeof(Word), words[1]);
 }
 
-// The first, the middle and the last of one to three bytes, which are all of them in order, the last more than
-// once.
+// The first, the middle and the last of one to three bytes: all of them in order, some repeated where there are
+// fewer.
 template <class To>
 QZSTRING_KERNEL To loadThree(const void* text, std::size_t bytes) {
     const auto* const byte = static_cast<const unsigned char*>(text);
@@ -88,9 +89,9 @@ QZSTRING_KERNEL bool isAsciiShort(const char* text, std::size_t bytes) {
     if (bytes >= 16)
         return isAsciiVector<Platform, Char, 16>(load<Half>(text) | load<Half>(text + bytes - 16));
     if (bytes >= 8)
-        return isAsciiVector<Platform, Char, 16>(loadEnds<Half, std::uint64_t>(text, bytes));
+        return isAsciiVector<Platform, Char, 16>(loadFirstAndLast<Half, std::uint64_t>(text, bytes));
     if (bytes >= 4)
-        return isAsciiVector<Platform, Char, 16>(loadEnds<Half, std::uint32_t>(text, bytes));
+        return isAsciiVector<Platform, Char, 16>(loadFirstAndLast<Half, std::uint32_t>(text, bytes));
     return bytes == 0 || ((text[0] | text[bytes / 2] | text[bytes - 1]) & 0x80) == 0;
 }
 
@@ -145,10 +146,10 @@ QZSTRING_KERNEL Vector<Char, kBytes> changes(Vector<Char, kBytes> characters) {
 template <class Platform, class Case, class Word>
 QZSTRING_KERNEL void mapEnds(char* text, std::size_t count) {
     using Half = Vector<char, 16>;
-    const auto ends = loadEnds<Half, Word>(text, count);
+    const auto ends = loadFirstAndLast<Half, Word>(text, count);
     const Half endChanges = changes<Case, char, 16>(ends);
     if (Platform::any(endChanges))
-        storeEnds<Word>(text, count, ends ^ endChanges);
+        storeFirstAndLast<Word>(text, count, ends ^ endChanges);
 }
 
 // What needs no change is not stored: short text has the case already more often than not.
@@ -174,7 +175,7 @@ QZSTRING_KERNEL void mapShort(char* text, std::size_t count) {
     }
 }
 
-// The last vector is loaded before the one that it overlaps is stored.
+// The last vector is loaded before the one that it overlaps is stored, or it would wait for that.
 template <class Platform, class Case>
 QZSTRING_KERNEL void mapRun(char* text, std::size_t count) {
     constexpr std::size_t kBytes = Platform::kBytes;
@@ -264,7 +265,9 @@ QZSTRING_KERNEL std::size_t placeInEnds(const Char* a, const Char* b, std::size_
     using Half = Vector<Char, 16>;
     const std::size_t bytes = count * sizeof(Char);
     return placeOf<Platform, Char, 16, sizeof(Word) / sizeof(Char)>(
-        differenceOf<Char, 16>(loadEnds<Half, Word>(a, bytes), loadEnds<Half, Word>(b, bytes)), a, b, count);
+        differenceOf<Char, 16>(loadFirstAndLast<Half, Word>(a, bytes),
+                               loadFirstAndLast<Half, Word>(b, bytes)),
+        a, b, count);
 }
 
 template <class Platform, class Char>

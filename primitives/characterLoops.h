@@ -154,8 +154,8 @@ QZSTRING_INLINE int compareLengths(std::size_t a, std::size_t b) {
     return static_cast<int>(a > b) - static_cast<int>(a < b);
 }
 
-// Two texts of more bytes each than the first cache holds are fetched so many bytes ahead where they are
-// compared: left to the processor, that takes a quarter to a half longer.
+// Two texts that fill the first cache together are fetched so many bytes ahead where they are compared: left to
+// the processor, that takes a quarter to a half longer.
 inline constexpr std::size_t kBeyondFirstCache = 24576;
 inline constexpr std::size_t kPrefetched = 1024;
 

@@ -21,7 +21,7 @@ using qz::detail::fold;
 using qz::detail::kRapidSeed;
 using qz::detail::kSecret;
 
-// Where the vector lanes have caught up.
+// Where the vector lanes have caught up, if nothing waits for the value.
 constexpr std::size_t kLongestChains = 512;
 
 // The end of XXH3.

@@ -260,7 +260,7 @@ QZSTRING_KERNEL std::uint64_t shortDifferences(const char* a, const char* b, std
                               _mm_mask_mov_epi8(_mm_set1_epi8(-1), letters, _mm_set1_epi8(~0x20)));
 }
 
-// Texts equal up to `at`. Their lengths are beyond 16 bytes or those of wide text.
+// Texts equal up to `at`; narrow ones have more than 16 bytes in common.
 template <class Char>
 QZSTRING_KERNEL int compareFrom(std::size_t at, const Char* a, std::size_t aCount, const Char* b,
                                 std::size_t bCount) {
@@ -286,8 +286,7 @@ QZSTRING_KERNEL int compareFrom(std::size_t at, const Char* a, std::size_t aCoun
     return loops::compareFolded(a + at, b + at);
 }
 
-// Text of more than the first cache holds goes along the cache lines of the first of the two, and is fetched
-// ahead.
+// Texts that fill the first cache go along the cache lines of the first of the two, and are fetched ahead.
 template <class Char>
 QZSTRING_TARGET QZSTRING_NOINLINE int compareLong(const Char* a, std::size_t aCount, const Char* b,
                                                   std::size_t bCount) {

@@ -1,7 +1,7 @@
 // The scan for two elements of a needle, over any vector type. Internal, not installed; included by one
 // source per instruction set, which defines QZSTRING_TARGET (the attribute that lets a function use the
 // instructions) and passes its vector: Element, kLanes, splat(element), equal(pointer, vector),
-// equalFirst(pointer, count, vector) for fewer than kLanes elements, and noneOfFour(pointer, vector) for four
+// equalFirst(pointer, count, vector) for one to kLanes - 1 elements, and noneOfFour(pointer, vector) for four
 // vectors in a row. Masks have one bit per element.
 //
 // At every position the rarer of the two elements is looked for first, four vectors per branch; only where it
@@ -24,21 +24,24 @@ constexpr std::uint64_t lowBits(std::size_t count) {
 }
 
 template <class Word>
-QZSTRING_TARGET inline std::uint64_t loadWord(const char* at) {
+std::uint64_t loadWord(const char* at) {
     Word word;
     std::memcpy(&word, at, sizeof word);
     return word;
 }
 
-// The mask of fewer elements than a vector has, where there is no load under a mask. Of 16 bytes, Vector has
-// equalHalf(pointer, vector) and equalWords(low, high, vector).
+// The mask of fewer elements than a vector has, one at least, where there is no load under a mask. Of 16 bytes,
+// Vector has equalWords(low, high, vector) and, where it is larger itself, equalHalf(pointer, vector).
 template <class Vector, class Wanted>
 QZSTRING_TARGET inline std::uint64_t equalShort(const typename Vector::Element* p, std::size_t count,
                                                 Wanted wanted) {
     constexpr std::size_t kSize = sizeof *p;
     constexpr std::size_t kHalf = 16 / kSize;
-    if (kHalf < Vector::kLanes && count >= kHalf)
-        return Vector::equalHalf(p, wanted) | Vector::equalHalf(p + count - kHalf, wanted) << (count - kHalf);
+    if constexpr (kHalf < Vector::kLanes) {
+        if (count >= kHalf)
+            return Vector::equalHalf(p, wanted) | Vector::equalHalf(p + count - kHalf, wanted)
+                                                      << (count - kHalf);
+    }
     const std::size_t bytes = count * kSize;
     const auto* const text = reinterpret_cast<const char*>(p);
     // The first and the last word, of as many elements each, or the first, middle and last of three bytes.
@@ -98,10 +101,9 @@ QZSTRING_TARGET inline std::size_t next(const typename Vector::Element* text, st
     if (rest == 0)
         return count;
     std::uint64_t both = 0;
-    if (count >= kLanes) {
-        const std::size_t block = count - kLanes;
-        both = Vector::equal(text + block + first, wantedA) & Vector::equal(text + block + second, wantedB);
-        both = both >> (kLanes - rest);
+    if (count >= kLanes) {  // some of which were no such place before
+        at = count - kLanes;
+        both = Vector::equal(text + at + first, wantedA) & Vector::equal(text + at + second, wantedB);
     } else {
         both = Vector::equalFirst(text + first, rest, wantedA) &
                Vector::equalFirst(text + second, rest, wantedB);
@@ -147,7 +149,6 @@ QZSTRING_TARGET inline std::size_t last(const typename Vector::Element* text, st
     std::uint64_t both = 0;
     if (count >= kLanes) {
         both = Vector::equal(text + first, wantedA) & Vector::equal(text + second, wantedB);
-        both &= lowBits(end);
     } else {
         both =
             Vector::equalFirst(text + first, end, wantedA) & Vector::equalFirst(text + second, end, wantedB);

@@ -34,7 +34,6 @@ struct Bytes {
         return vaddv_u8(vget_low_u8(bits)) | std::uint64_t{vaddv_u8(vget_high_u8(bits))} << 8;
     }
     static std::uint64_t equal(const char* p, uint8x16_t wanted) { return maskOf(matches(p, wanted)); }
-    static std::uint64_t equalHalf(const char* p, uint8x16_t wanted) { return equal(p, wanted); }
     static std::uint64_t equalWords(std::uint64_t low, std::uint64_t high, uint8x16_t wanted) {
         return maskOf(vceqq_u8(ofWords(low, high), wanted));
     }
@@ -61,7 +60,6 @@ struct Wides {
         return vaddvq_u32(vandq_u32(equal, vld1q_u32(kPlaces)));
     }
     static std::uint64_t equal(const wchar_t* p, uint32x4_t wanted) { return maskOf(matches(p, wanted)); }
-    static std::uint64_t equalHalf(const wchar_t* p, uint32x4_t wanted) { return equal(p, wanted); }
     static std::uint64_t equalWords(std::uint64_t low, std::uint64_t high, uint32x4_t wanted) {
         return maskOf(vceqq_u32(vreinterpretq_u32_u8(ofWords(low, high)), wanted));
     }
