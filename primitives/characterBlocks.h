@@ -270,14 +270,22 @@ QZSTRING_KERNEL std::size_t placeInEnds(const Char* a, const Char* b, std::size_
         a, b, count);
 }
 
+// The same of one to two vectors of characters, of which equal ones take one question.
+template <class Platform, std::size_t kBytes, class Char>
+QZSTRING_KERNEL std::size_t placeInTwo(const Char* a, const Char* b, std::size_t count) {
+    const std::size_t last = count - kBytes / sizeof(Char);
+    if (!Platform::any(differenceAt<Char, kBytes>(a, b) | differenceAt<Char, kBytes>(a + last, b + last)))
+        return kNowhere;
+    const std::size_t place = placeAt<Platform, kBytes>(0, a, b);
+    return place != kNowhere || last == 0 ? place : placeAt<Platform, kBytes>(last, a, b);
+}
+
 template <class Platform, class Char>
 QZSTRING_KERNEL std::size_t placeInShort(const Char* a, const Char* b, std::size_t count) {
     using Half = Vector<Char, 16>;
     const std::size_t bytes = count * sizeof(Char);
-    if (bytes >= 16) {
-        const std::size_t place = placeAt<Platform, 16>(0, a, b);
-        return place != kNowhere ? place : placeAt<Platform, 16>(count - 16 / sizeof(Char), a, b);
-    }
+    if (bytes >= 16)
+        return placeInTwo<Platform, 16>(a, b, count);
     if (bytes >= 8)
         return placeInEnds<Platform, std::uint64_t>(a, b, count);
     if (bytes >= 4)
@@ -294,6 +302,8 @@ QZSTRING_KERNEL std::size_t placeOfDifference(const Char* a, const Char* b, std:
     constexpr std::size_t kLength = kBytes / sizeof(Char);
     if (count < kLength)
         return placeInShort<Platform>(a, b, count);
+    if (count <= 2 * kLength)
+        return placeInTwo<Platform, kBytes>(a, b, count);
     constexpr std::size_t kAhead = loops::kPrefetched / sizeof(Char);
     const bool isLong = count * sizeof(Char) >= loops::kBeyondFirstCache;
     std::size_t at = 0;
