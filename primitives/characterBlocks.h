@@ -15,7 +15,7 @@
 //   bool any(vector)               whether any bit is set
 //   std::uint32_t places(vector)   a bit for every byte, of bytes that are zero or all ones
 //   void leave()                   before a kernel returns
-// The entries of its row of kernels.h are isAscii, toCase and compareNoCase.
+// QZSTRING_CHARACTER_RUNS(Platform) are the entries of its row of kernels.h.
 #ifndef QZSTRING_PRIMITIVES_CHARACTERBLOCKS_H
 #define QZSTRING_PRIMITIVES_CHARACTERBLOCKS_H
 
@@ -336,6 +336,13 @@ QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char*
     return place == kNowhere ? loops::compareLengths(aCount, bCount)
                              : loops::compareFolded(a + place, b + place);
 }
+
+#define QZSTRING_CHARACTER_RUNS(Platform)                                                                   \
+    characters::isAscii<Platform, char>, characters::isAscii<Platform, wchar_t>,                            \
+        characters::toCase<Platform, loops::Lower, char>, characters::toCase<Platform, loops::Upper, char>, \
+        characters::toCase<Platform, loops::Lower, wchar_t>,                                                \
+        characters::toCase<Platform, loops::Upper, wchar_t>, characters::compareNoCase<Platform, char>,     \
+        characters::compareNoCase<Platform, wchar_t>
 
 }  // namespace qzString::kernels::characters
 

@@ -77,21 +77,10 @@ QZSTRING_TARGET void hashLanes(std::uint64_t result[8], const unsigned char* inp
 }  // namespace
 
 const Kernels kAvx2 = {
-    "avx2",
-    usable,
-    avx2::decode,
-    avx2::decodedLength,
-    avx2::encode,
-    avx2::encodedLength,
-    avx2::wellFormed,
-    characters::isAscii<Platform, char>,
-    characters::isAscii<Platform, wchar_t>,
-    characters::toCase<Platform, loops::Lower, char>,
-    characters::toCase<Platform, loops::Upper, char>,
-    characters::toCase<Platform, loops::Lower, wchar_t>,
-    characters::toCase<Platform, loops::Upper, wchar_t>,
-    characters::compareNoCase<Platform, char>,
-    characters::compareNoCase<Platform, wchar_t>,
+    "avx2",           usable,
+    avx2::decode,     avx2::decodedLength,
+    avx2::encode,     avx2::encodedLength,
+    avx2::wellFormed, QZSTRING_CHARACTER_RUNS(Platform),
     hashLanes,
 };
 

@@ -260,6 +260,16 @@ QZSTRING_KERNEL std::uint64_t shortDifferences(const char* a, const char* b, std
                               _mm_mask_mov_epi8(_mm_set1_epi8(-1), letters, _mm_set1_epi8(~0x20)));
 }
 
+// The order of texts at the first of the places found to differ, from `at` on, or by their lengths.
+template <class Char>
+QZSTRING_KERNEL int orderAt(std::size_t at, std::uint64_t found, const Char* a, std::size_t aCount,
+                            const Char* b, std::size_t bCount) {
+    if (found == 0)
+        return loops::compareLengths(aCount, bCount);
+    at += static_cast<std::size_t>(_tzcnt_u64(found));
+    return loops::compareFolded(a + at, b + at);
+}
+
 // Texts equal up to `at`; narrow ones have more than 16 bytes in common.
 template <class Char>
 QZSTRING_KERNEL int compareFrom(std::size_t at, const Char* a, std::size_t aCount, const Char* b,
@@ -280,10 +290,7 @@ QZSTRING_KERNEL int compareFrom(std::size_t at, const Char* a, std::size_t aCoun
         }
     }
     _mm256_zeroupper();
-    if (found == 0)
-        return loops::compareLengths(aCount, bCount);
-    at += static_cast<std::size_t>(_tzcnt_u64(found));
-    return loops::compareFolded(a + at, b + at);
+    return orderAt(at, found, a, aCount, b, bCount);
 }
 
 // Texts that fill the first cache go along the cache lines of the first of the two, and are fetched ahead.
@@ -310,10 +317,7 @@ QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char*
     if (sizeof(Char) == 1 && count <= 16) {
         const std::uint64_t found =
             shortDifferences(reinterpret_cast<const char*>(a), reinterpret_cast<const char*>(b), count);
-        if (found == 0)
-            return loops::compareLengths(aCount, bCount);
-        const auto at = static_cast<std::size_t>(_tzcnt_u64(found));
-        return loops::compareFolded(a + at, b + at);
+        return orderAt(0, found, a, aCount, b, bCount);
     }
     if (count * sizeof(Char) >= loops::kBeyondFirstCache)
         return compareLong(a, aCount, b, bCount);

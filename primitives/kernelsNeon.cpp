@@ -74,21 +74,8 @@ void hashLanes(std::uint64_t result[8], const unsigned char* input, std::size_t 
 }  // namespace
 
 const Kernels kNeon = {
-    "neon",
-    alwaysUsable,
-    neon::decode,
-    neon::decodedLength,
-    neon::encode,
-    neon::encodedLength,
-    neon::wellFormed,
-    characters::isAscii<Platform, char>,
-    characters::isAscii<Platform, wchar_t>,
-    characters::toCase<Platform, loops::Lower, char>,
-    characters::toCase<Platform, loops::Upper, char>,
-    characters::toCase<Platform, loops::Lower, wchar_t>,
-    characters::toCase<Platform, loops::Upper, wchar_t>,
-    characters::compareNoCase<Platform, char>,
-    characters::compareNoCase<Platform, wchar_t>,
+    "neon",       alwaysUsable,        neon::decode,     neon::decodedLength,
+    neon::encode, neon::encodedLength, neon::wellFormed, QZSTRING_CHARACTER_RUNS(Platform),
     hashLanes,
 };
 
