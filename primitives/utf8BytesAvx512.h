@@ -183,7 +183,7 @@ QZSTRING_KERNEL bool isAsciiFour(const char* source, std::size_t length) {
                                                          _mm512_loadu_si512(last), 0xFE)) == 0;
 }
 
-// Whether a text of up to a block is ASCII: by its first and its last 32 bytes, fewer of them twice.
+// Whether a text of up to 48 bytes is ASCII: by its first and its last 32, fewer of them twice.
 QZSTRING_KERNEL bool isAsciiShort(const char* source, std::size_t length) {
     const auto valid = static_cast<__mmask32>(lowBits(length));
     const char* const last = source + (length > 32 ? length - 32 : 0);

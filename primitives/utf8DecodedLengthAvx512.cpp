@@ -121,14 +121,21 @@ QZSTRING_KERNEL std::size_t measureOnly(__m512i block, std::size_t length) {
     return faulty ? kFailure : characters;
 }
 
-// Each way of loading has the code behind it to itself: a jump more costs a tenth of the call.
+// Each way of loading has the code behind it to itself: a jump more costs a tenth of the call. The longest is
+// loaded before it is asked for ASCII, which saves the two loads of that question.
 QZSTRING_KERNEL std::size_t measureShort(const char* source, std::size_t length) {
+    if (length > 48) {
+        const __m512i block = loadUpTo64(source, length);
+        if (QZSTRING_LIKELY(_mm512_movepi8_mask(block) == 0)) {
+            _mm256_zeroupper();
+            return length;
+        }
+        return measureOnly(block, length);
+    }
     if (QZSTRING_LIKELY(isAsciiShort(source, length))) {
         _mm256_zeroupper();
         return length;
     }
-    if (QZSTRING_LIKELY(length > 48))
-        return measureOnly(loadUpTo64(source, length), length);
     return measureOnly(loadUpTo48(source, length), length);
 }
 
