@@ -230,37 +230,37 @@ QZSTRING_KERNEL __m256i loadFirst(const wchar_t* source, std::size_t at, std::si
     return _mm256_maskload_epi32(reinterpret_cast<const int*>(source + at), valid);
 }
 
-// Adds up the bytes that characters need beyond one each: two, less one for each of U+007F and U+07FF that
-// they do not exceed, and one more above U+FFFF.
+// Adds up the bytes that characters need beyond one each, sixteen characters at a time. In 16-bit lanes what
+// is above U+FFFF becomes that, or zero if it is a fault.
 struct Measure {
     EncodingFaults faults;
-    std::size_t twos = 0;
-    __m256i minusSaved16;  // minus the ones less, in lanes of 16 bits
-    __m256i saved32;       // the ones less, and minus the ones more, in lanes of 32, far from their limits
+    __m256i sums16;  // minus the bytes, in lanes of 16 bits
+    __m256i sums32;  // the bytes, in lanes of 32, far from their limits
 
-    QZSTRING_KERNEL Measure() : minusSaved16(_mm256_setzero_si256()), saved32(_mm256_setzero_si256()) {}
+    QZSTRING_KERNEL Measure() : sums16(_mm256_setzero_si256()), sums32(_mm256_setzero_si256()) {}
 
-    // In 16 bits, what is above U+FFFF is U+FFFF, or zero if it is a fault. At most 2^14 times without
-    // carry().
-    QZSTRING_KERNEL void add(__m256i a, __m256i b) {
+    // Where !beyondUnits, of characters below U+10000. At most 2^14 times without carry().
+    QZSTRING_KERNEL void add(__m256i a, __m256i b, bool beyondUnits) {
         const __m256i units = _mm256_packus_epi32(a, b);
-        faults.largest = _mm256_max_epu32(faults.largest, _mm256_max_epu32(a, b));
         faults.seeUnits(units);
-        twos += 16;
-        minusSaved16 =
-            _mm256_add_epi16(minusSaved16, _mm256_add_epi16(unitsUpTo<0x7F>(units), unitsUpTo<0x7FF>(units)));
-        saved32 = _mm256_add_epi32(saved32, _mm256_add_epi32(_mm256_cmpgt_epi32(a, lanesOf<0xFFFF>()),
-                                                             _mm256_cmpgt_epi32(b, lanesOf<0xFFFF>())));
+        const __m256i ordered = _mm256_xor_si256(units, unitsOf<0x8000>());  // as signed numbers
+        sums16 = _mm256_add_epi16(sums16, _mm256_add_epi16(_mm256_cmpgt_epi16(ordered, unitsOf<0x807F>()),
+                                                           _mm256_cmpgt_epi16(ordered, unitsOf<0x87FF>())));
+        if (beyondUnits) {
+            faults.largest = _mm256_max_epu32(faults.largest, _mm256_max_epu32(a, b));
+            sums32 = _mm256_sub_epi32(sums32, _mm256_add_epi32(_mm256_cmpgt_epi32(a, lanesOf<0xFFFF>()),
+                                                               _mm256_cmpgt_epi32(b, lanesOf<0xFFFF>())));
+        }
     }
     QZSTRING_KERNEL void carry() {
-        saved32 = _mm256_sub_epi32(saved32, _mm256_madd_epi16(minusSaved16, unitsOf<1>()));
-        minusSaved16 = _mm256_setzero_si256();
+        sums32 = _mm256_sub_epi32(sums32, _mm256_madd_epi16(sums16, unitsOf<1>()));
+        sums16 = _mm256_setzero_si256();
     }
     [[nodiscard]] QZSTRING_KERNEL std::size_t total() const {
-        const __m256i wide = _mm256_add_epi64(_mm256_cvtepi32_epi64(half(saved32, 0)),
-                                              _mm256_cvtepi32_epi64(half(saved32, 1)));
+        const __m256i wide =
+            _mm256_add_epi64(_mm256_cvtepi32_epi64(half(sums32, 0)), _mm256_cvtepi32_epi64(half(sums32, 1)));
         const __m128i two = _mm_add_epi64(half(wide, 0), half(wide, 1));
-        return 2 * twos - static_cast<std::size_t>(_mm_cvtsi128_si64(two) + _mm_extract_epi64(two, 1));
+        return static_cast<std::size_t>(_mm_cvtsi128_si64(two) + _mm_extract_epi64(two, 1));
     }
 };
 
@@ -302,6 +302,7 @@ QZSTRING_TARGET unsigned int encode(const wchar_t* source, std::size_t length, c
 QZSTRING_TARGET unsigned int encodedLength(const wchar_t* source, std::size_t length, bool* ok) {
     constexpr std::size_t kMostSteps = std::size_t{1} << 14;
     Measure measure;
+    bool isAscii = true;
     std::size_t at = 0;
     while (length - at >= 32) {
         const std::size_t whole = (length - at) / 32 * 32;
@@ -311,18 +312,27 @@ QZSTRING_TARGET unsigned int encodedLength(const wchar_t* source, std::size_t le
             const __m256i b = load256(source + at + 8);
             const __m256i c = load256(source + at + 16);
             const __m256i d = load256(source + at + 24);
-            if (!anyFrom<0x80>(_mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d))))
+            const __m256i all = _mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d));
+            if (!anyFrom<0x80>(all))
                 continue;
-            measure.add(a, b);
-            measure.add(c, d);
+            isAscii = false;
+            const bool beyondUnits = anyFrom<0x10000>(all);
+            measure.add(a, b, beyondUnits);
+            measure.add(c, d, beyondUnits);
         }
         measure.carry();
     }
     for (; at < length; at += 16) {
         const __m256i a = loadFirst(source, at, length);
         const __m256i b = loadFirst(source, at + 8, length);
-        if (anyFrom<0x80>(_mm256_or_si256(a, b)))
-            measure.add(a, b);
+        if (anyFrom<0x80>(_mm256_or_si256(a, b))) {
+            isAscii = false;
+            measure.add(a, b, true);
+        }
+    }
+    if (isAscii) {
+        _mm256_zeroupper();
+        return output::report(length, ok);
     }
     measure.carry();
     const bool faulty = measure.faults.any();
