@@ -170,6 +170,7 @@ class QZSTRING_EXPORT CString {
     unsigned int format(unsigned int sizeHint, const CString* format, ...);  // not null
 
   private:
+    CString(const std::string& whole, std::size_t pos, std::size_t count) : text(whole, pos, count) {}
     unsigned int formatText(const char* format, va_list arguments, unsigned int sizeHint)
         QZSTRING_PRINTF(2, 0);
 

@@ -80,6 +80,24 @@ bool replaceByConverted(std::basic_string<Char>& target, unsigned int needed, st
     return true;
 }
 
+// Whether text is sure to fit the buffer for short text, and not empty.
+bool isSureToFit(std::size_t length, Encoding encoding) {
+    return encoding == kUTF8 && length - 1 < kShort;
+}
+
+// Such text decoded; empty where it does not convert.
+std::wstring decodedShort(const char* s, std::size_t length, bool* ok) {
+    report(ok, false);
+    alignas(kCacheLine) wchar_t buffer[kShort];
+    const unsigned int written = UTF8toWCS(s, static_cast<unsigned int>(length), buffer, kShort, false, ok);
+    try {
+        return std::wstring(buffer, written);
+    } catch (...) {
+        report(ok, false);  // the converter has succeeded before
+        throw;
+    }
+}
+
 }  // namespace
 
 // ---- Decoding ----
@@ -143,13 +161,17 @@ IString& IString::assign(const CString& s, Encoding encoding, bool* ok) {
     return assign(s.asChar(), encoding, ok);
 }
 
-IString::IString(const char* s, Encoding encoding, bool* ok) {
-    assign(s, encoding, ok);
+// Short UTF-8 is decoded where it stays: a string that is moved in costs a seventh more.
+IString::IString(Encoding encoding, const char* s, std::size_t length, bool* ok)
+    : wideText(isSureToFit(length, encoding) ? decodedShort(s, length, ok) : std::wstring()) {
+    if (!isSureToFit(length, encoding))
+        assign(s, encoding, ok);
 }
 
-IString::IString(const CString& s, Encoding encoding, bool* ok) {
-    assign(s, encoding, ok);
-}
+IString::IString(const char* s, Encoding encoding, bool* ok)
+    : IString(encoding, s, s == nullptr ? 0 : std::strlen(s), ok) {}
+
+IString::IString(const CString& s, Encoding encoding, bool* ok) : IString(s.asChar(), encoding, ok) {}
 
 IString::IString(char c, Encoding encoding, bool* ok) {
     const char text[] = {c, '\0'};

@@ -17,6 +17,11 @@ void assignTerminated(std::basic_string<Char>& text, const Char* s) {
         text.assign(s);
 }
 
+template <class Char>
+std::basic_string<Char> terminated(const Char* s) {
+    return s == nullptr ? std::basic_string<Char>() : std::basic_string<Char>(s);
+}
+
 // A negative count widens to a length beyond any string's, which the standard string refuses.
 template <class Char>
 std::basic_string<Char> counted(const Char* s, int count) {
@@ -48,9 +53,7 @@ void reserveFor(std::basic_string<Char>& text, const std::basic_string<Char>& so
 
 // ---- CString ----
 
-CString::CString(const char* s) {
-    assignTerminated(text, s);
-}
+CString::CString(const char* s) : text(terminated(s)) {}
 
 CString::CString(const char* s, int count) : text(counted(s, count)) {}
 
@@ -83,9 +86,7 @@ bool CString::doBoundsCheck(unsigned int pos, unsigned int count) const noexcept
 
 // ---- IString ----
 
-IString::IString(const wchar_t* s) {
-    assignTerminated(wideText, s);
-}
+IString::IString(const wchar_t* s) : wideText(terminated(s)) {}
 
 IString::IString(const wchar_t* s, int count) : wideText(counted(s, count)) {}
 
@@ -93,8 +94,13 @@ IString::IString(wchar_t c) : wideText(1, c) {}
 
 IString::IString(unsigned int count, wchar_t c) : wideText(count, c) {}
 
-IString::IString(IString&& other) noexcept {
-    *this = std::move(other);
+IString::IString(IString&& other) noexcept
+    : wideText(std::move(other.wideText)),
+      multibyteCache(std::move(other.multibyteCache)),
+      cacheEncoding(other.cacheEncoding) {
+    other.wideText.clear();
+    other.multibyteCache.clear();
+    other.changed();
 }
 
 IString& IString::operator=(const IString& other) {

@@ -26,6 +26,21 @@ bool eraseRange(std::basic_string<Char>& text, unsigned int pos, unsigned int co
     return true;
 }
 
+// With room for both at once: the second would else have the first copied again.
+template <class String>
+String concatenation(const String& a, const String& b) {
+    String both;
+    both.reserve(a.length() + b.length());
+    both.append(a).append(b);
+    return both;
+}
+
+// The piece of a wide text ends with its first NUL.
+std::wstring_view pieceOf(const std::wstring& text, unsigned int pos, unsigned int count) {
+    const std::wstring_view range = std::wstring_view(text).substr(pos, count);
+    return range.substr(0, range.find(L'\0'));
+}
+
 }  // namespace
 
 // ---- CString ----
@@ -97,15 +112,11 @@ CString& CString::replace(unsigned int pos, unsigned int count, char x) {
 }
 
 CString CString::substr(unsigned int pos, unsigned int count) const {
-    CString result;
-    result.text.assign(text, pos, count);
-    return result;
+    return CString(text, pos, count);
 }
 
 CString plus(const CString& a, const CString& b) {
-    CString sum(a);
-    sum.append(b);
-    return sum;
+    return concatenation(a, b);
 }
 
 CString& plusEqual(CString& a, const CString& b) {
@@ -180,22 +191,17 @@ IString& IString::replace(unsigned int pos, unsigned int count, wchar_t x) {
 }
 
 IString IString::substr(unsigned int pos, unsigned int count) const {
-    IString result;
-    substr(result, pos, count);
-    return result;
+    return IString(wideText, pos, pieceOf(wideText, pos, count).size());
 }
 
 // The piece is assigned straight from this text, which may be out's own.
 void IString::substr(IString& out, unsigned int pos, unsigned int count) const {
-    const std::wstring_view range = std::wstring_view(wideText).substr(pos, count);
-    out.wideText.assign(range.substr(0, range.find(L'\0')));
+    out.wideText.assign(pieceOf(wideText, pos, count));
     out.changed();
 }
 
 IString plus(const IString& a, const IString& b) {
-    IString sum(a);
-    sum.append(b);
-    return sum;
+    return concatenation(a, b);
 }
 
 IString& plusEqual(IString& a, const IString& b) {
