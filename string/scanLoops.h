@@ -156,6 +156,49 @@ QZSTRING_TARGET inline std::size_t last(const typename Vector::Element* text, st
     return both == 0 ? kNotFound : 63 - static_cast<std::size_t>(__builtin_clzll(both));
 }
 
+// The scan for characters that a set's filter lets pass: kLanes at a time, four times as many per branch. Vector
+// is made of the filter and has passing(pointer) and passingFirst(pointer, count), as equal above, and
+// nonePassesOfFour(pointer).
+template <class Vector>
+QZSTRING_TARGET inline std::size_t nextPassing(const wchar_t* text, std::size_t count, const Vector& filter) {
+    constexpr std::size_t kLanes = Vector::kLanes;
+    std::size_t at = 0;
+    while (count - at >= 4 * kLanes && filter.nonePassesOfFour(text + at))
+        at += 4 * kLanes;
+    for (; count - at >= kLanes; at += kLanes) {
+        const std::uint64_t passing = filter.passing(text + at);
+        if (passing != 0)
+            return at + static_cast<std::size_t>(__builtin_ctzll(passing));
+    }
+    if (at == count)
+        return count;
+    std::uint64_t passing = 0;
+    if (count >= kLanes) {  // some of which did not pass before
+        at = count - kLanes;
+        passing = filter.passing(text + at);
+    } else {
+        passing = filter.passingFirst(text, count);
+    }
+    return passing == 0 ? count : at + static_cast<std::size_t>(__builtin_ctzll(passing));
+}
+
+template <class Vector>
+QZSTRING_TARGET inline std::size_t lastPassing(const wchar_t* text, std::size_t count, const Vector& filter) {
+    constexpr std::size_t kLanes = Vector::kLanes;
+    std::size_t end = count;
+    while (end >= 4 * kLanes && filter.nonePassesOfFour(text + end - 4 * kLanes))
+        end -= 4 * kLanes;
+    for (; end >= kLanes; end -= kLanes) {
+        const std::uint64_t passing = filter.passing(text + end - kLanes);
+        if (passing != 0)
+            return end - kLanes + 63 - static_cast<std::size_t>(__builtin_clzll(passing));
+    }
+    if (end == 0)
+        return kNotFound;
+    const std::uint64_t passing = count >= kLanes ? filter.passing(text) : filter.passingFirst(text, end);
+    return passing == 0 ? kNotFound : 63 - static_cast<std::size_t>(__builtin_clzll(passing));
+}
+
 }  // namespace qzString::search
 
 #endif

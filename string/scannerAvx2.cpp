@@ -97,11 +97,47 @@ struct Wides {
     }
 };
 
+// A filter in two registers: of a character's bit, permutation finds the word and a shift the place.
+struct Filter {
+    static constexpr std::size_t kLanes = 8;
+    __m256i exact, shared;
+
+    QZSTRING_TARGET explicit Filter(const SetFilter& filter)
+        : exact(load(filter.words)), shared(load(filter.words + 8)) {}
+
+    // The lanes of the characters that pass have their top bits set.
+    QZSTRING_TARGET __m256i test(__m256i characters) const {
+        const __m256i index = _mm256_srli_epi32(characters, 5);
+        const __m256i words = _mm256_blendv_epi8(_mm256_permutevar8x32_epi32(exact, index),
+                                                 _mm256_permutevar8x32_epi32(shared, index),
+                                                 _mm256_cmpgt_epi32(index, _mm256_set1_epi32(7)));
+        // As many places up as there are behind the bit.
+        return _mm256_sllv_epi32(words, _mm256_andnot_si256(characters, _mm256_set1_epi32(31)));
+    }
+    QZSTRING_TARGET std::uint64_t passing(__m256i characters) const {
+        return static_cast<std::uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(test(characters))));
+    }
+    QZSTRING_TARGET std::uint64_t passing(const wchar_t* p) const { return passing(load(p)); }
+    QZSTRING_TARGET std::uint64_t passingFirst(const wchar_t* p, std::size_t count) const {
+        const __m256i places = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+        const __m256i valid = _mm256_cmpgt_epi32(_mm256_set1_epi32(static_cast<int>(count)), places);
+        return passing(_mm256_maskload_epi32(reinterpret_cast<const int*>(p), valid)) & lowBits(count);
+    }
+    QZSTRING_TARGET bool nonePassesOfFour(const wchar_t* p) const {
+        const __m256i any =
+            _mm256_or_si256(_mm256_or_si256(test(load(p)), test(load(p + kLanes))),
+                            _mm256_or_si256(test(load(p + 2 * kLanes)), test(load(p + 3 * kLanes))));
+        return _mm256_movemask_ps(_mm256_castsi256_ps(any)) == 0;
+    }
+};
+
 QZSTRING_SCANNER_FUNCTIONS(Bytes, Wides)
+QZSTRING_SET_FUNCTIONS(Filter)
 
 }  // namespace
 
-const Scanner kAvx2Scanner = {"avx2", usable, nextNarrow, nextWide, lastNarrow, lastWide};
+const Scanner kAvx2Scanner = {"avx2",     usable,   nextNarrow, nextWide,
+                              lastNarrow, lastWide, nextInSet,  lastInSet};
 
 }  // namespace qzString::search
 

@@ -69,11 +69,48 @@ struct Wides {
     }
 };
 
+// A filter in one register: of a character's bit, permutation finds the word and rotation the place.
+struct Filter {
+    static constexpr std::size_t kLanes = 16;
+    __m512i words;
+
+    QZSTRING_TARGET explicit Filter(const SetFilter& filter) : words(_mm512_load_si512(filter.words)) {}
+
+    QZSTRING_TARGET static __m512i load(const wchar_t* p) { return _mm512_loadu_si512(p); }
+    QZSTRING_TARGET __m512i wordsOf(__m512i characters) const {
+        const __m512i index = _mm512_srli_epi32(characters, 5);
+        const __mmask16 shared = _mm512_cmpgt_epu32_mask(index, _mm512_set1_epi32(7));
+        return _mm512_permutexvar_epi32(_mm512_mask_or_epi32(index, shared, index, _mm512_set1_epi32(8)),
+                                        words);
+    }
+    QZSTRING_TARGET static __m512i placeOf(__m512i characters) {
+        return _mm512_rolv_epi32(_mm512_set1_epi32(1), characters);
+    }
+    QZSTRING_TARGET std::uint64_t passing(__m512i characters) const {
+        return _mm512_test_epi32_mask(wordsOf(characters), placeOf(characters));
+    }
+    QZSTRING_TARGET std::uint64_t passing(const wchar_t* p) const { return passing(load(p)); }
+    QZSTRING_TARGET std::uint64_t passingFirst(const wchar_t* p, std::size_t count) const {
+        const __mmask16 valid = static_cast<__mmask16>((1U << count) - 1);
+        return passing(_mm512_maskz_loadu_epi32(valid, p)) & valid;
+    }
+    QZSTRING_TARGET bool nonePassesOfFour(const wchar_t* p) const {
+        __m512i any = _mm512_setzero_si512();
+        for (std::size_t n = 0; n < 4; ++n) {
+            const __m512i characters = load(p + n * kLanes);
+            any = _mm512_ternarylogic_epi32(any, wordsOf(characters), placeOf(characters), 0xF8);
+        }
+        return _mm512_test_epi32_mask(any, any) == 0;
+    }
+};
+
 QZSTRING_SCANNER_FUNCTIONS(Bytes, Wides)
+QZSTRING_SET_FUNCTIONS(Filter)
 
 }  // namespace
 
-const Scanner kAvx512Scanner = {"avx512", usable, nextNarrow, nextWide, lastNarrow, lastWide};
+const Scanner kAvx512Scanner = {"avx512",   usable,   nextNarrow, nextWide,
+                                lastNarrow, lastWide, nextInSet,  lastInSet};
 
 }  // namespace qzString::search
 

@@ -73,11 +73,59 @@ struct Wides {
     }
 };
 
+// A filter in four registers, looked up byte by byte for the low bits of sixteen characters; 32 bytes on for
+// those that have others.
+struct Filter {
+    static constexpr std::size_t kLanes = 16;
+    const SetFilter& filter;
+    uint8x16x4_t bits;
+
+    explicit Filter(const SetFilter& set)
+        : filter(set), bits(vld1q_u8_x4(reinterpret_cast<const unsigned char*>(set.words))) {}
+
+    // The low bytes of sixteen lanes of 32 bits.
+    static uint8x16_t lowBytes(const uint32x4_t (&lanes)[4]) {
+        uint16x8_t halves[2];
+        for (std::size_t n = 0; n < 2; ++n)
+            halves[n] =
+                vuzp1q_u16(vreinterpretq_u16_u32(lanes[2 * n]), vreinterpretq_u16_u32(lanes[2 * n + 1]));
+        return vuzp1q_u8(vreinterpretq_u8_u16(halves[0]), vreinterpretq_u8_u16(halves[1]));
+    }
+    // All bits set where a character passes.
+    [[nodiscard]] uint8x16_t test(const wchar_t* p) const {
+        constexpr unsigned char kPlaces[16] = {1, 2, 4, 8, 16, 32, 64, 128};
+        uint32x4_t characters[4];
+        uint32x4_t shared[4];
+        for (std::size_t n = 0; n < 4; ++n) {
+            characters[n] = vld1q_u32(reinterpret_cast<const std::uint32_t*>(p + 4 * n));
+            shared[n] = vcgtq_u32(characters[n], vdupq_n_u32(SetFilter::kExact - 1));
+        }
+        const uint8x16_t low = lowBytes(characters);
+        const uint8x16_t index = vorrq_u8(vshrq_n_u8(low, 3), vandq_u8(lowBytes(shared), vdupq_n_u8(32)));
+        const uint8x16_t place = vqtbl1q_u8(vld1q_u8(kPlaces), vandq_u8(low, vdupq_n_u8(7)));
+        return vtstq_u8(vqtbl4q_u8(bits, index), place);
+    }
+    [[nodiscard]] std::uint64_t passing(const wchar_t* p) const { return Bytes::maskOf(test(p)); }
+    [[nodiscard]] std::uint64_t passingFirst(const wchar_t* p, std::size_t count) const {
+        std::uint64_t passing = 0;
+        for (std::size_t i = 0; i < count; ++i)
+            passing |= std::uint64_t{filter.passes(p[i])} << i;
+        return passing;
+    }
+    [[nodiscard]] bool nonePassesOfFour(const wchar_t* p) const {
+        const uint8x16_t any = vorrq_u8(vorrq_u8(test(p), test(p + kLanes)),
+                                        vorrq_u8(test(p + 2 * kLanes), test(p + 3 * kLanes)));
+        return vmaxvq_u8(any) == 0;
+    }
+};
+
 QZSTRING_SCANNER_FUNCTIONS(Bytes, Wides)
+QZSTRING_SET_FUNCTIONS(Filter)
 
 }  // namespace
 
-const Scanner kNeonScanner = {"neon", alwaysUsable, nextNarrow, nextWide, lastNarrow, lastWide};
+const Scanner kNeonScanner = {"neon",     alwaysUsable, nextNarrow, nextWide,
+                              lastNarrow, lastWide,     nextInSet,  lastInSet};
 
 }  // namespace qzString::search
 

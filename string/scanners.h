@@ -30,6 +30,16 @@ extern const Scanner kNeonScanner;
     QZSTRING_SCANNER_FUNCTION(lastNarrow, last, Narrow) \
     QZSTRING_SCANNER_FUNCTION(lastWide, last, Wide)
 
+#define QZSTRING_SET_FUNCTION(name, loop, Vector)                                                       \
+    QZSTRING_TARGET std::size_t name(const wchar_t* text, std::size_t count, const SetFilter& filter) { \
+        const std::size_t found = loop(text, count, Vector(filter));                                    \
+        QZSTRING_LEAVE();                                                                               \
+        return found;                                                                                   \
+    }
+#define QZSTRING_SET_FUNCTIONS(Vector)                    \
+    QZSTRING_SET_FUNCTION(nextInSet, nextPassing, Vector) \
+    QZSTRING_SET_FUNCTION(lastInSet, lastPassing, Vector)
+
 }  // namespace qzString::search
 
 #endif

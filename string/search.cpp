@@ -51,9 +51,23 @@ std::size_t lastPortable(const Char* text, std::size_t count, std::size_t first,
     return kNotFound;
 }
 
-const Scanner kPortableScanner = {"portable",         alwaysUsable,
-                                  nextPortable<char>, nextPortable<wchar_t>,
-                                  lastPortable<char>, lastPortable<wchar_t>};
+std::size_t nextInSetPortable(const wchar_t* text, std::size_t count, const SetFilter& filter) {
+    std::size_t at = 0;
+    while (at < count && !filter.passes(text[at]))
+        ++at;
+    return at;
+}
+
+std::size_t lastInSetPortable(const wchar_t* text, std::size_t count, const SetFilter& filter) {
+    std::size_t end = count;
+    while (end > 0 && !filter.passes(text[end - 1]))
+        --end;
+    return end - 1;
+}
+
+const Scanner kPortableScanner = {
+    "portable",         alwaysUsable,          nextPortable<char>, nextPortable<wchar_t>,
+    lastPortable<char>, lastPortable<wchar_t>, nextInSetPortable,  lastInSetPortable};
 
 const Scanner* const kBestFirst[] = {
 #if QZSTRING_SCANNERS_X86
@@ -71,11 +85,6 @@ const Scanner& choose() {
     const Scanner& best = firstUsable(kBestFirst);
     chosenScanner.store(&best, std::memory_order_relaxed);
     return best;
-}
-
-const Scanner& active() {
-    const Scanner* const chosen = chosenScanner.load(std::memory_order_relaxed);
-    return chosen != nullptr ? *chosen : choose();
 }
 
 // ---- The choice of the two elements ----
@@ -295,6 +304,11 @@ std::size_t findBackwards(const Char* text, std::size_t length, const Char* need
 }
 
 }  // namespace
+
+const Scanner& active() {
+    const Scanner* const chosen = chosenScanner.load(std::memory_order_relaxed);
+    return chosen != nullptr ? *chosen : choose();
+}
 
 Rows<Scanner> allScanners() {
     return {std::begin(kBestFirst), std::end(kBestFirst)};

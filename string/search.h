@@ -1,4 +1,5 @@
-// Substring search over plain arrays, both directions. Internal, not installed.
+// Substring search over plain arrays, both directions, and the scanners under all searches. Internal, not
+// installed.
 //
 // Positions and lengths count elements. `length` is that of the text, `needleLength` that of the needle,
 // which is not empty. Nothing is allocated; the time is linear in the text and the needle together.
@@ -6,6 +7,7 @@
 #define QZSTRING_STRING_SEARCH_H
 
 #include <cstddef>
+#include <cstdint>
 
 #include "common/rows.h"
 
@@ -46,9 +48,25 @@ std::size_t findLast(const char* text, std::size_t length, const char* needle, s
 std::size_t findLast(const wchar_t* text, std::size_t length, const wchar_t* needle, std::size_t needleLength,
                      std::size_t from);
 
-// Scans for the places at which two elements of a needle stand where they should. One version per instruction
-// set; the first that the processor can run is chosen at the first search. Tests iterate over them and may
-// pin one.
+// A bit for every wide character: those below 256 have one of their own, the others share one with those that
+// are equal to them modulo 256.
+struct alignas(64) SetFilter {
+    static constexpr std::uint32_t kExact = 256;
+    std::uint32_t words[2 * kExact / 32] = {};
+
+    static constexpr bool isExact(wchar_t c) { return static_cast<std::uint32_t>(c) < kExact; }
+    void add(wchar_t c) { words[wordOf(c)] |= std::uint32_t{1} << (c & 31); }
+    [[nodiscard]] bool passes(wchar_t c) const { return (words[wordOf(c)] >> (c & 31) & 1) != 0; }
+
+  private:
+    static constexpr std::size_t wordOf(wchar_t c) {
+        return static_cast<std::uint32_t>(c) / 32 % 8 + (isExact(c) ? 0 : 8);
+    }
+};
+
+// Scans text for the places at which two elements of a needle stand where they should, and for the characters
+// that a filter lets pass. One version per instruction set; the first that the processor can run is chosen at
+// the first search. Tests iterate over them and may pin one.
 struct Scanner {
     const char* name;
     bool (*usable)();
@@ -63,10 +81,16 @@ struct Scanner {
                               std::size_t second, char b);
     std::size_t (*lastWide)(const wchar_t* text, std::size_t count, std::size_t first, wchar_t a,
                             std::size_t second, wchar_t b);
+    // The lowest position below `count` whose character passes, or `count`; and the highest, or kNotFound.
+    std::size_t (*nextInSet)(const wchar_t* text, std::size_t count, const SetFilter& filter);
+    std::size_t (*lastInSet)(const wchar_t* text, std::size_t count, const SetFilter& filter);
 };
 
 Rows<Scanner> allScanners();
 void useScanner(const Scanner* pinned);
+
+// The one in use.
+const Scanner& active();
 
 }  // namespace qzString::search
 

@@ -1,12 +1,12 @@
 #include <algorithm>
 #include <cstdint>
-#include <cwchar>
 #include <string>
 #include <string_view>
 
 #include "primitives/character.h"
 #include "string/CString.h"
 #include "string/IString.h"
+#include "string/characterSet.h"
 #include "string/search.h"
 
 namespace qzString {
@@ -57,29 +57,6 @@ unsigned int rfindAccepted(std::basic_string_view<Char> text, Test accepts, unsi
     }
     return kNone;
 }
-
-// A set of characters that answers for most without looking through its members: ASCII members have a table
-// of their own, the others a filter by their lowest eight bits, and only what the filter lets pass is
-// compared with the members.
-class CharacterSet {
-  public:
-    explicit CharacterSet(std::wstring_view set) : members(set) {
-        for (const wchar_t c : set)
-            (isAscii(c) ? ascii : others)[static_cast<unsigned char>(c)] = true;
-    }
-
-    bool operator()(wchar_t c) const {
-        const auto low = static_cast<unsigned char>(c);
-        if (isAscii(c))
-            return ascii[low];
-        return others[low] && std::wmemchr(members.data(), c, members.size()) != nullptr;
-    }
-
-  private:
-    std::wstring_view members;
-    bool ascii[256] = {};
-    bool others[256] = {};
-};
 
 }  // namespace
 
@@ -156,11 +133,13 @@ unsigned int IString::rfind(bool (*accepts)(wchar_t), unsigned int pos) const {
 }
 
 unsigned int IString::findAny(const IString& set, unsigned int pos) const noexcept {
-    return findAccepted<wchar_t>(wideText, CharacterSet(set.wideText), pos);
+    const search::CharacterSet members(set.wideText.data(), set.wideText.size());
+    return position(members.findFirstIn(wideText.data(), wideText.size(), pos));
 }
 
 unsigned int IString::rfindAny(const IString& set, unsigned int pos) const noexcept {
-    return rfindAccepted<wchar_t>(wideText, CharacterSet(set.wideText), pos);
+    const search::CharacterSet members(set.wideText.data(), set.wideText.size());
+    return position(members.findLastIn(wideText.data(), wideText.size(), pos));
 }
 
 bool IString::isAscii() const noexcept {

@@ -9,6 +9,7 @@
 #include "everyKernel.h"
 #include "primitives/hash.h"
 #include "primitives/utf8Portable.h"
+#include "string/characterSet.h"
 #include "string/search.h"
 #include "support.h"
 
@@ -198,6 +199,10 @@ TEST(Fence, HoldsSearching) {
                 ASSERT_EQ(qzString::search::findFirst(wide, wideText.size(), L"QR", 2, 0),
                           qzString::search::kNotFound);
                 ASSERT_EQ(qzString::search::findLast(wide, wideText.size(), L"RQ", 2, wideText.size()),
+                          qzString::search::kNotFound);
+                const qzString::search::CharacterSet set(L"R", 2);  // with the zero
+                ASSERT_EQ(set.findFirstIn(wide, wideText.size(), 0), qzString::search::kNotFound);
+                ASSERT_EQ(set.findLastIn(wide, wideText.size(), wideText.size()),
                           qzString::search::kNotFound);
             }
         });

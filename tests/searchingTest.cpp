@@ -7,22 +7,21 @@
 
 using namespace support;
 
-template <class String>
-class Searching : public ::testing::Test {
-  protected:
-    // Runs the body with every scanner that the processor has.
-    template <class Body>
-    static void forEveryScanner(Body body) {
-        for (const qzString::search::Scanner* scanner : qzString::search::allScanners()) {
-            if (!scanner->usable())
-                continue;
-            SCOPED_TRACE(scanner->name);
-            qzString::search::useScanner(scanner);
-            body();
-        }
-        qzString::search::useScanner(nullptr);
+// Runs the body with every scanner that the processor has.
+template <class Body>
+static void forEveryScanner(Body body) {
+    for (const qzString::search::Scanner* scanner : qzString::search::allScanners()) {
+        if (!scanner->usable())
+            continue;
+        SCOPED_TRACE(scanner->name);
+        qzString::search::useScanner(scanner);
+        body();
     }
-};
+    qzString::search::useScanner(nullptr);
+}
+
+template <class String>
+class Searching : public ::testing::Test {};
 TYPED_TEST_SUITE(Searching, BothClasses);
 
 constexpr unsigned int kNone = 0xFFFFFFFFU;
@@ -83,7 +82,7 @@ TYPED_TEST(Searching, FindsText) {
 // Against the standard string's search, at every start, with few different characters so that near misses
 // abound.
 TYPED_TEST(Searching, AgreesWithTheStandardString) {
-    this->forEveryScanner([] {
+    forEveryScanner([] {
         std::mt19937 random(7);
         for (unsigned round = 0; round < 3000; ++round) {
             const auto letters = 1 + random() % 3;
@@ -131,7 +130,7 @@ TYPED_TEST(Searching, FindsInRepetitiveText) {
         plus(TypeParam(C{'b'}), TypeParam(kNeedle, C{'a'})),
         plus(periodic, periodic),
     };
-    this->forEveryScanner([&] {
+    forEveryScanner([&] {
         for (const TypeParam& needle : needles) {
             EXPECT_EQ(text.find(needle), kNone);
             EXPECT_EQ(text.rfind(needle), kNone);
@@ -149,7 +148,7 @@ TYPED_TEST(Searching, FindsInRepetitiveText) {
 // Where near misses are dense the search changes its algorithm, and must still find what is there: needles
 // of every structure, in texts that are made of their parts.
 TYPED_TEST(Searching, AgreesWithTheStandardStringOnNearMisses) {
-    this->forEveryScanner([] {
+    forEveryScanner([] {
         std::mt19937 random(11);
         for (unsigned round = 0; round < 300; ++round) {
             std::string unit;
@@ -265,6 +264,33 @@ TEST(Searching, FindsAnyOfASet) {
     EXPECT_EQ(mixed.rfindAny(L"\x1F600\x4E00"), 4U);
     EXPECT_EQ(mixed.findAny(IString(L'\0')), 3U);
     EXPECT_EQ(mixed.findAny(IString(static_cast<wchar_t>(-1))), kNone);
+}
+
+// Against the standard string's search, at every start, with characters that agree in their low bits.
+TEST(Searching, FindsAnyOfASetWithEveryScanner) {
+    constexpr wchar_t kAlphabet[] = {
+        L'a', L'b', 0, 0xE1, 0x161, 0x1E1, 0x101, 0x4E61, 0x1F661, 0x10FF61, static_cast<wchar_t>(-0x9F)};
+    forEveryScanner([&] {
+        std::mt19937 random(17);
+        const auto draw = [&](std::size_t length, unsigned from) {
+            std::wstring text;
+            while (text.size() < length)
+                text += kAlphabet[from + random() % (std::size(kAlphabet) - from)];
+            return text;
+        };
+        for (unsigned round = 0; round < 400; ++round) {
+            std::wstring text(random() % (round % 10 == 0 ? 400 : 80), L'x');
+            for (std::size_t at = random() % 60; at < text.size(); at += 1 + random() % 60)
+                text[at] = draw(1, 0)[0];
+            const std::wstring set = draw(1 + random() % 4, round % 8);
+            const IString s(Exact<wchar_t>(text).data(), static_cast<int>(text.size()));
+            const IString members(set.data(), static_cast<int>(set.size()));
+            for (unsigned pos = 0; pos <= text.size(); ++pos) {
+                ASSERT_EQ(s.findAny(members, pos), static_cast<unsigned>(text.find_first_of(set, pos)));
+                ASSERT_EQ(s.rfindAny(members, pos), static_cast<unsigned>(text.find_last_of(set, pos)));
+            }
+        }
+    });
 }
 
 TYPED_TEST(Searching, TestsForAscii) {
