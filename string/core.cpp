@@ -43,10 +43,23 @@ bool isRangeWithin(unsigned int length, unsigned int pos, unsigned int count) {
     return pos < length && (count == CString::npos || count <= length);
 }
 
-template <class Char>
-void reserveFor(std::basic_string<Char>& text, const std::basic_string<Char>& source) {
-    if (source.size() > text.capacity())
-        text.reserve(source.size());
+// Makes room for so many elements in both strings, or in neither should memory run out. What they held is lost
+// where they had no room.
+void makeRoom(std::wstring& text, std::size_t characters, std::string& cache, std::size_t bytes) {
+    const bool textLacks = characters > text.capacity();
+    const bool cacheLacks = bytes > cache.capacity();
+    if (!textLacks && !cacheLacks)
+        return;
+    std::wstring textRoom;
+    std::string cacheRoom;
+    if (textLacks)
+        textRoom.reserve(characters);
+    if (cacheLacks) {
+        cacheRoom.reserve(bytes);
+        cache.swap(cacheRoom);
+    }
+    if (textLacks)
+        text.swap(textRoom);
 }
 
 }  // namespace
@@ -122,8 +135,7 @@ IString& IString::operator=(IString&& other) noexcept {
 // With room for both texts neither copy can fail, so that text and cache never part.
 IString& IString::assign(const IString& other) {
     if (this != &other) {
-        reserveFor(wideText, other.wideText);
-        reserveFor(multibyteCache, other.multibyteCache);
+        makeRoom(wideText, other.wideText.size(), multibyteCache, other.multibyteCache.size());
         wideText.assign(other.wideText);
         multibyteCache.assign(other.multibyteCache);
         cacheEncoding = other.cacheEncoding;

@@ -505,14 +505,23 @@ TEST_F(Cache, SurvivesFailingAllocations) {
     converters().announced = 0;
     Allocations::failAt(1);
     EXPECT_THROW(IString(100, 'x', kUTF8, &(ok = true)), std::bad_alloc);
-    Allocations::failAt(0);
     EXPECT_FALSE(ok);
+    Allocations::failAt(1);
+    EXPECT_THROW(IString("longer than what an object holds", kUTF8, &(ok = true)), std::bad_alloc);
+    EXPECT_FALSE(ok);
+    Allocations::failAt(0);
     // Copies take text and cache, or nothing.
     IString source(L"a text that is too long to be kept inside the string object");
     source.asUTF8();
-    failEveryAllocation([] { return cached(kMultibyte); }, [&](IString& s) { s = source; },
+    const wchar_t* borrowed = nullptr;
+    failEveryAllocation([] { return cached(kMultibyte); },
+                        [&](IString& s) {
+                            borrowed = s.asWChar();
+                            s = source;
+                        },
                         [&](IString& s) {
                             EXPECT_EQ(value(s), L"abc");
+                            EXPECT_EQ(s.asWChar(), borrowed);
                             EXPECT_TRUE(isValid(s, kMultibyte));
                         });
     failEveryAllocation([] { return 0; }, [&](int) { const IString copy(source); }, [](int) {});
