@@ -1,4 +1,5 @@
-// Searching and replacing, narrow and wide, with needles whose first letter is rare or common in the text.
+// Searching and replacing, narrow and wide, with needles whose first letter is rare or common in the text, and
+// searching for characters of a set.
 #include <algorithm>
 #include <cstring>
 #include <cwchar>
@@ -47,6 +48,22 @@ void addSearches(const char* kind, const std::string& needle) {
                 [=] { benchmark::DoNotOptimize(wideMirrored->rfind(*wideNeedle)); });
 }
 
+// Characters that are not in the text: ASCII, or of the text's own script.
+void addSetSearches(const char* kind, const inputs::Corpus& corpus, const wchar_t* characters) {
+    for (const std::size_t size : {64, 4096, 65536}) {
+        const auto text = std::make_shared<IString>(inputs::text(corpus, size).c_str(), qzString::kUTF8);
+        const auto set = std::make_shared<IString>(characters);
+        const auto standard = std::make_shared<std::wstring>(text->asWChar());
+        const std::size_t bytes = standard->size() * sizeof(wchar_t);
+        const std::string name = std::string("findAny/") + kind + '/' + std::to_string(size);
+        inputs::check(text->findAny(*set) == IString::npos && text->rfindAny(*set) == IString::npos, name);
+        inputs::add(name + "/qzString", bytes, [=] { benchmark::DoNotOptimize(text->findAny(*set)); });
+        inputs::add(name + "/std", bytes,
+                    [=] { benchmark::DoNotOptimize(standard->find_first_of(set->asWChar())); });
+        inputs::add('r' + name + "/qzString", bytes, [=] { benchmark::DoNotOptimize(text->rfindAny(*set)); });
+    }
+}
+
 void addReplaces(std::size_t length) {
     constexpr std::size_t kSize = 1 << 20;
     std::string text;
@@ -81,6 +98,8 @@ void addReplaces(std::size_t length) {
 int main(int argc, char** argv) {
     addSearches("rare", "Zebra#42");
     addSearches("common", "then ZZZ");
+    addSetSearches("ascii", inputs::kCorpora[0], L"#;{}[]");
+    addSetSearches("cjk", inputs::kCorpora[3], L"\uFF1B\uFF08\uFF09;");
     for (const std::size_t length : {2, 4, 8})
         addReplaces(length);
     benchmark::Initialize(&argc, argv);

@@ -71,7 +71,7 @@ unsigned int CString::find(const char* needle, unsigned int pos) const noexcept 
 }
 
 unsigned int CString::find(char needle, unsigned int pos) const noexcept {
-    return findText<char>(text, {&needle, 1}, pos);
+    return position(text.find(needle, pos));
 }
 
 unsigned int CString::rfind(const CString& needle, unsigned int pos) const noexcept {
@@ -109,7 +109,7 @@ unsigned int IString::find(const wchar_t* needle, unsigned int pos) const noexce
 }
 
 unsigned int IString::find(wchar_t needle, unsigned int pos) const noexcept {
-    return findText<wchar_t>(wideText, {&needle, 1}, pos);
+    return position(wideText.find(needle, pos));
 }
 
 unsigned int IString::rfind(const IString& needle, unsigned int pos) const noexcept {
