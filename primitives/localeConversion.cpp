@@ -2,21 +2,25 @@
 //
 // Three things make this more than a loop over them:
 // - A multibyte character can stand for two wide ones, and two wide characters can share one multibyte
-//   character (BIG5-HKSCS 88 62 is U+00CA U+0304). The C functions then report 0 elements for one of the two
-//   and keep it in the state. So 0 means NUL only where the character is NUL, and the end of the text has to
-//   be flushed.
+//   character (BIG5-HKSCS 88 62 is U+00CA U+0304), or can be waited for (CP1258 41 may go on to U+00C0). The C
+//   functions then keep a character in the state: they take bytes and give none, or give one for no bytes. So 0
+//   means NUL only where the character is NUL, and the end of the text has to be flushed.
 // - The C functions cost a call per character. Where the code set is UTF-8 the text takes the library's own
 //   conversion, which is also stricter; elsewhere runs of ASCII are copied, once ASCII has been seen to mean
 //   itself.
+// - glibc drops some characters that the encoding lacks, the tags of U+E0000, without a word.
 // - Some platforms turn bytes they cannot decode into surrogates, or accept code points above U+10FFFF. Those
 //   are no characters: the text does not convert.
 #include <langinfo.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
+#include <iterator>
+#include <string_view>
 
 #include "primitives/character.h"
 #include "primitives/conversion.h"
@@ -30,19 +34,44 @@ using output::Writer;
 
 constexpr std::size_t kFailed = static_cast<std::size_t>(-1);
 constexpr std::size_t kIncomplete = static_cast<std::size_t>(-2);
+constexpr auto kNone = static_cast<wchar_t>(-1);  // no character
 
 bool localeIsUtf8() {
     return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
 }
 
-// Whether each ASCII byte stands for itself in the locale; asked of long text only, as it takes 128 calls. So
-// it does in every locale of glibc's, but the standard does not promise it.
-bool copiesAscii(std::size_t length) {
-    constexpr std::size_t kWorthwhile = 256;
-    if (length < kWorthwhile)
-        return false;
-    for (int byte = 0; byte < 0x80; ++byte) {
-        if (std::btowc(byte) != static_cast<std::wint_t>(byte))
+// Code sets of which it is known that ASCII means itself in them, whatever follows it.
+bool localeExtendsAscii() {
+    static constexpr const char* kCodeSets[] = {"ANSI_X3.4-1968", "US-ASCII", "EUC-JP",  "EUC-KR",
+                                                "GB2312",         "GBK",      "GB18030", "BIG5",
+                                                "EUC-TW",         "KOI8-R",   "KOI8-U",  "TIS-620"};
+    const std::string_view codeSet = nl_langinfo(CODESET);
+    return codeSet.substr(0, 9) == "ISO-8859-" ||
+           std::find(std::begin(kCodeSets), std::end(kCodeSets), codeSet) != std::end(kCodeSets);
+}
+
+// Of others, asking takes 128 calls. (btowc() would be quicker, but says so of every code set.)
+constexpr std::size_t kWorthAsking = 256;
+
+// Whether each ASCII byte stands for itself in the locale, whatever follows it; and the same of characters.
+bool decodesAsciiToItself() {
+    for (int value = 0; value < 0x80; ++value) {
+        std::mbstate_t state{};
+        const auto byte = static_cast<char>(value);
+        wchar_t c = 0;
+        if (std::mbrtowc(&c, &byte, 1, &state) > 1 || c != static_cast<wchar_t>(value) ||
+            std::mbsinit(&state) == 0)
+            return false;
+    }
+    return true;
+}
+
+bool encodesAsciiToItself() {
+    for (int value = 0; value < 0x80; ++value) {
+        std::mbstate_t state{};
+        char bytes[MB_LEN_MAX];
+        if (std::wcrtomb(bytes, static_cast<wchar_t>(value), &state) != 1 ||
+            bytes[0] != static_cast<char>(value) || std::mbsinit(&state) == 0)
             return false;
     }
     return true;
@@ -76,31 +105,49 @@ std::size_t copyAsciiRun(const Element* text, std::size_t length, Output& output
     return run;
 }
 
+// Whether the C library makes nothing of a character, behind which nothing waits.
+bool isDropped(wchar_t c) {
+    std::mbstate_t state{};
+    char bytes[MB_LEN_MAX * 2];
+    return std::wcrtomb(bytes, c, &state) == 0 && std::mbsinit(&state) != 0;
+}
+
 // Each converts the whole text into the output and says whether it could.
 template <class Output>
 bool decodeInto(const char* source, std::size_t length, Output& output) {
-    const bool copies = copiesAscii(length);
+    const bool copies = localeExtendsAscii() || (length >= kWorthAsking && decodesAsciiToItself());
     std::mbstate_t state{};
     std::size_t at = 0;
     while (at < length || std::mbsinit(&state) == 0) {
-        if (copies && std::mbsinit(&state) != 0) {
+        const bool hasNoneWaiting = std::mbsinit(&state) != 0;
+        if (copies && hasNoneWaiting) {
             at += copyAsciiRun(source + at, length - at, output);
             if (at == length)
                 return true;
         }
         // Past the end a NUL draws out what the state still holds.
         const bool flushes = at == length;
-        wchar_t c = 0;
+        wchar_t c = kNone;
         std::size_t read =
             flushes ? std::mbrtowc(&c, "", 1, &state) : std::mbrtowc(&c, source + at, length - at, &state);
-        if (read == kFailed || read == kIncomplete || !isCharacter(c) || !output.hasRoom(1))
+        if (read == kFailed || read == kIncomplete)
             return false;
-        if (flushes && (read != 0 || c == 0))
-            return false;  // the text ended inside a character or in a shift state
+        if (flushes && (read != 0 || c == 0 || c == kNone))
+            return false;               // the text ended inside a character or in a shift state
+        if (c == kNone && read != 0) {  // it waits in the state for what follows
+            at += read;
+            continue;
+        }
+        if (!isCharacter(c) || !output.hasRoom(1))
+            return false;
         if (read == 0 && c == 0) {
             // Shift sequences before the NUL are read with it, and no other character holds a zero byte.
             const void* const nul = std::memchr(source + at, 0, length - at);
             read = static_cast<std::size_t>(static_cast<const char*>(nul) - (source + at)) + 1;
+        } else if (read == 0) {
+            if (hasNoneWaiting)
+                return false;  // neither bytes nor state would ever end
+            state = {};  // it has given what waited: for EUC-JISX0213 glibc would give it again and again
         }
         output.put(c);
         at += read;
@@ -110,21 +157,24 @@ bool decodeInto(const char* source, std::size_t length, Output& output) {
 
 template <class Output>
 bool encodeInto(const wchar_t* source, std::size_t length, Output& output) {
-    const bool copies = copiesAscii(length);
+    const bool copies = localeExtendsAscii() || (length >= kWorthAsking && encodesAsciiToItself());
     std::mbstate_t state{};
     char bytes[MB_LEN_MAX * 2];
     std::size_t at = 0;
     while (at < length || std::mbsinit(&state) == 0) {
-        if (copies && std::mbsinit(&state) != 0) {
+        const bool hasNoneWaiting = std::mbsinit(&state) != 0;
+        if (copies && hasNoneWaiting) {
             at += copyAsciiRun(source + at, length - at, output);
             if (at == length)
                 return true;
         }
         // Past the end a NUL, itself dropped, brings out what the state still holds.
         const bool flushes = at == length;
-        if (!flushes && !isCharacter(source[at]))
+        if (!flushes && (!isCharacter(source[at]) || (!hasNoneWaiting && isDropped(source[at]))))
             return false;
         std::size_t written = std::wcrtomb(bytes, flushes ? L'\0' : source[at], &state);
+        if (written == 0 && std::mbsinit(&state) != 0)
+            return false;  // dropped as well
         if (written == kFailed)
             return false;
         if (flushes)

@@ -125,6 +125,62 @@ TEST_F(Locale, ConvertsCharactersThatStandForTwo) {
     }
 }
 
+// Characters that may go on in the next byte, or come in two steps; and ASCII that means something else. Text is
+// given back in one of its forms only.
+TEST_F(Locale, DecodesCharactersThatWait) {
+    const struct {
+        const char* locale;
+        std::string bytes;
+        std::wstring text;
+    } cases[] = {
+        {"ja_JP.EUC-JISX0213", "\xA4\xF7", L"\x304B\x309A"},
+        {"ja_JP.EUC-JISX0213", "\xA4\xF7\xA4\xF7z", L"\x304B\x309A\x304B\x309Az"},
+        {"vi_VN.CP1258", "A", L"A"},
+        {"vi_VN.CP1258", "A\xCC", L"\xC0"},
+        {"vi_VN.CP1258", std::string("A\0A\xCCz", 5), std::wstring(L"A\0\xC0z", 4)},
+        {"vi_VN.TCVN5712-1", "AB", L"AB"},
+        {"he_IL.CP1255", "\xE0", L"\x5D0"},
+        {"ja_JP.SHIFT_JIS", "\\", L"\xA5"},
+        {"ko_KR.JOHAB", "\\", L"\x20A9"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.locale);
+        ASSERT_NE(std::setlocale(LC_ALL, c.locale), nullptr);
+        for (const std::size_t times : {1, 300}) {
+            std::string bytes;
+            std::wstring text;
+            for (std::size_t n = 0; n < times; ++n) {
+                bytes += c.bytes;
+                text += c.text;
+            }
+            const auto length = static_cast<unsigned int>(bytes.size());
+            std::wstring decoded(text.size(), L'?');
+            bool ok = false;
+            EXPECT_EQ(qzString::MBStoWCS(bytes.data(), length, nullptr, 0, nullptr), text.size());
+            EXPECT_EQ(qzString::MBStoWCS(bytes.data(), length, decoded.data(),
+                                         static_cast<unsigned int>(decoded.size()), &ok),
+                      text.size());
+            EXPECT_TRUE(ok);
+            EXPECT_EQ(decoded, text);
+        }
+    }
+    ASSERT_NE(std::setlocale(LC_ALL, "ko_KR.JOHAB"), nullptr);
+    expectNoBytes(std::wstring(300, L'\\'));
+}
+
+// The C library drops tags that the encoding lacks; GB 18030 has them.
+TEST_F(Locale, DropsNoCharacters) {
+    for (const char* const locale : {"C", "en_US.ISO-8859-1", "ja_JP.EUC-JP", "zh_HK.BIG5-HKSCS"}) {
+        SCOPED_TRACE(locale);
+        ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr);
+        for (const wchar_t* const text : {L"a\U000E0041z", L"\U000E0020", L"z\U000E007F"})
+            expectNoBytes(text);
+    }
+    expectNoBytes(L"\xCA\U000E0041");  // behind one that waits
+    ASSERT_NE(std::setlocale(LC_ALL, "zh_CN.GB18030"), nullptr);
+    expectBothWays("a\xD3\x36\x9C\x33z", qzString::IString("a\xF3\xA0\x81\x81z", qzString::kUTF8).asWChar());
+}
+
 TEST_F(Locale, LeavesNoStateBehind) {
     ASSERT_NE(std::setlocale(LC_ALL, "ja_JP.EUC-JP"), nullptr);
     expectNoText("a\xC6");
