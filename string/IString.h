@@ -207,8 +207,6 @@ class QZSTRING_EXPORT IString {
         return cacheEncoding == encoding && encoding != kNoEncoding;
     }
     IString(const std::wstring& whole, std::size_t pos, std::size_t count) : wideText(whole, pos, count) {}
-    // The encoding first: no call with a count and a character could mean this.
-    IString(Encoding encoding, const char* s, std::size_t length, bool* ok);
     bool decode(const char* s, std::size_t length, Encoding encoding, bool* ok);
     void encode(Encoding encoding, bool* ok) const;
     unsigned int formatText(const wchar_t* format, va_list arguments, unsigned int sizeHint);

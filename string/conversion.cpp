@@ -17,10 +17,8 @@ namespace {
 constexpr std::size_t kWideOnStack = 262144;
 constexpr std::size_t kBytesOnStack = 1048576;
 
-// Text of up to that many bytes goes through a buffer, which UTF-8 is sure to fit: that saves measuring it,
-// and the zeroing of new storage. In other encodings what does not fit is measured after all.
+// New text of up to that many elements goes through a buffer: its storage would have to be zeroed first.
 constexpr std::size_t kShort = 1024;
-constexpr std::size_t kMostBytes = 4;  // of a character in UTF-8
 // Bytes of a cache line of the processor: where stores go across two, reading back what was just stored
 // waits.
 constexpr std::size_t kCacheLine = 64;
@@ -46,90 +44,96 @@ unsigned int fromWide(Encoding encoding, const wchar_t* source, unsigned int len
                              : WCStoMBS(source, length, destination, capacity, ok);
 }
 
-template <class Char>
-void replaceBy(std::basic_string<Char>& target, const Char* text, std::size_t length) {
-    if (target.capacity() < length)
-        target = std::basic_string<Char>(text, length);  // faster than to have it grow
-    else
-        target.assign(text, length);
+// The string of what `convert` writes into the room that it is given, of `needed` elements and one more.
+template <class Char, class Convert>
+std::basic_string<Char> converted(unsigned int needed, const Convert& convert) {
+    if (needed <= kShort) {
+        alignas(kCacheLine) Char buffer[kShort + 1];
+        return std::basic_string<Char>(buffer, convert(buffer, needed + 1));
+    }
+    std::basic_string<Char> text(std::size_t{needed} + 1, Char{0});
+    text.resize(convert(text.data(), needed == UINT32_MAX ? needed : needed + 1));
+    return text;
 }
 
-// Makes `target` what `convert` writes into the room that it is given, of `needed` elements and one more;
-// where it writes nothing, or memory runs out, `target` stays as it was. Where the target has to grow, its
-// new storage is that room; else it is scratch memory, of which up to `onStack` elements are taken from the
-// stack.
+// Makes `target` that text; where nothing is written, or memory runs out, it stays as it was. Where it has
+// room, the text comes from scratch memory, of which up to `onStack` elements are taken from the stack.
 template <class Char, class Convert>
 bool replaceByConverted(std::basic_string<Char>& target, unsigned int needed, std::size_t onStack,
-                        Convert convert) {
-    const std::size_t room = std::size_t{needed} + 1;
-    const unsigned int capacity = needed == UINT32_MAX ? needed : needed + 1;
+                        const Convert& convert) {
     if (target.capacity() < needed) {
-        std::basic_string<Char> fresh(room, Char{0});
-        const unsigned int written = convert(fresh.data(), capacity);
-        if (written == 0)
+        std::basic_string<Char> text = converted<Char>(needed, convert);
+        if (text.empty())
             return false;
-        fresh.resize(written);
-        target.swap(fresh);
+        target = std::move(text);
         return true;
     }
+    const std::size_t room = std::size_t{needed} + 1;
     const Scratch<Char> scratch(QZSTRING_STACK_SCRATCH(room * sizeof(Char), onStack * sizeof(Char)), room);
-    const unsigned int written = convert(scratch.get(), capacity);
+    const unsigned int written = convert(scratch.get(), needed == UINT32_MAX ? needed : needed + 1);
     if (written == 0)
         return false;
     target.assign(scratch.get(), written);
     return true;
 }
 
-// Whether text is sure to fit the buffer for short text, and not empty.
-bool isSureToFit(std::size_t length, Encoding encoding) {
-    return encoding == kUTF8 && length - 1 < kShort;
-}
-
-// Such text decoded; empty where it does not convert.
-std::wstring decodedShort(const char* s, std::size_t length, bool* ok) {
-    report(ok, false);
-    alignas(kCacheLine) wchar_t buffer[kShort];
-    const unsigned int written = UTF8toWCS(s, static_cast<unsigned int>(length), buffer, kShort, false, ok);
-    try {
-        return std::wstring(buffer, written);
-    } catch (...) {
-        report(ok, false);  // the converter has succeeded before
-        throw;
-    }
-}
-
-}  // namespace
-
 // ---- Decoding ----
 
-// Makes wideText the decoded text, which is not empty. Returns false where it does not convert, with
-// everything as it was. The caller's flag goes to the converter itself; it is false should memory run out.
-bool IString::decode(const char* s, std::size_t length, Encoding encoding, bool* ok) {
+// A text that is not empty. The caller's flag goes to the converter itself.
+struct Decoder {
+    Encoding encoding;
+    const char* text;
+    unsigned int length;
+    bool* ok;
+
+    [[nodiscard]] unsigned int measure() const { return toWide(encoding, text, length, nullptr, 0, nullptr); }
+    unsigned int operator()(wchar_t* destination, unsigned int capacity) const {
+        return toWide(encoding, text, length, destination, capacity, ok);
+    }
+};
+
+// What `convert` makes of a text that decodes to something, or false or empty where it does not. The flag is
+// false then, and should memory run out.
+template <class Result, class Convert>
+Result decodeBy(Convert convert, const char* s, std::size_t length, Encoding encoding, bool* ok) {
     report(ok, false);
     if (length > UINT32_MAX)
-        return false;
-    const auto convert = [&](wchar_t* destination, unsigned int capacity, bool* flag) {
-        return toWide(encoding, s, static_cast<unsigned int>(length), destination, capacity, flag);
-    };
+        return Result();
+    const Decoder decoder{encoding, s, static_cast<unsigned int>(length), ok};
+    const unsigned int needed = decoder.measure();
+    if (needed == 0)
+        return Result();
     try {
-        if (length <= kShort) {
-            alignas(kCacheLine) wchar_t buffer[kShort];
-            const unsigned int written = convert(buffer, kShort, ok);
-            if (written != 0)
-                replaceBy(wideText, buffer, written);
-            if (written != 0 || encoding == kUTF8)
-                return written != 0;
-            // In some encodings a byte may be more than one character: the text is measured.
-        }
-        const unsigned int needed = convert(nullptr, 0, nullptr);
-        return needed != 0 && replaceByConverted(wideText, needed, kWideOnStack,
-                                                 [&](wchar_t* destination, unsigned int capacity) {
-                                                     return convert(destination, capacity, ok);
-                                                 });
+        return convert(needed, decoder);
     } catch (...) {
         report(ok, false);  // the converter may have succeeded before
         throw;
     }
+}
+
+std::size_t lengthOf(const char* s) {
+    return s == nullptr ? 0 : std::strlen(s);
+}
+
+// A new string's text; empty where there is none or it does not convert.
+std::wstring decoded(const char* s, Encoding encoding, bool* ok) {
+    const std::size_t length = lengthOf(s);
+    if (length == 0) {
+        report(ok, true);
+        return {};
+    }
+    return decodeBy<std::wstring>(converted<wchar_t, Decoder>, s, length, encoding, ok);
+}
+
+}  // namespace
+
+// Makes wideText the decoded text, which is not empty. Returns false where it does not convert, with
+// everything as it was.
+bool IString::decode(const char* s, std::size_t length, Encoding encoding, bool* ok) {
+    const auto replace = [this](unsigned int needed, const Decoder& decoder) {
+        return replaceByConverted(wideText, needed, kWideOnStack, decoder);
+    };
+    return decodeBy<bool>(replace, s, length, encoding, ok);
 }
 
 void IString::convertFromMultibyte(const char* s, Encoding encoding, bool* ok) {
@@ -148,7 +152,7 @@ void IString::convertFromMultibyte(const char* s, Encoding encoding, bool* ok) {
 }
 
 IString& IString::assign(const char* s, Encoding encoding, bool* ok) {
-    const std::size_t length = s == nullptr ? 0 : std::strlen(s);
+    const std::size_t length = lengthOf(s);
     if (length == 0)
         report(ok, true);
     if (length == 0 || !decode(s, length, encoding, ok))
@@ -161,26 +165,19 @@ IString& IString::assign(const CString& s, Encoding encoding, bool* ok) {
     return assign(s.asChar(), encoding, ok);
 }
 
-// Short UTF-8 is decoded where it stays: a string that is moved in costs a seventh more.
-IString::IString(Encoding encoding, const char* s, std::size_t length, bool* ok)
-    : wideText(isSureToFit(length, encoding) ? decodedShort(s, length, ok) : std::wstring()) {
-    if (!isSureToFit(length, encoding))
-        assign(s, encoding, ok);
-}
+IString::IString(const char* s, Encoding encoding, bool* ok) : wideText(decoded(s, encoding, ok)) {}
 
-IString::IString(const char* s, Encoding encoding, bool* ok)
-    : IString(encoding, s, s == nullptr ? 0 : std::strlen(s), ok) {}
-
-IString::IString(const CString& s, Encoding encoding, bool* ok) : IString(s.asChar(), encoding, ok) {}
+IString::IString(const CString& s, Encoding encoding, bool* ok)
+    : wideText(decoded(s.asChar(), encoding, ok)) {}
 
 IString::IString(char c, Encoding encoding, bool* ok) {
     const char text[] = {c, '\0'};
-    assign(text, encoding, ok);
+    wideText = decoded(text, encoding, ok);
 }
 
 IString::IString(unsigned int count, char c, Encoding encoding, bool* ok) {
     report(ok, false);  // should there be no memory for the text
-    assign(std::string(count, c).c_str(), encoding, ok);
+    wideText = decoded(std::string(count, c).c_str(), encoding, ok);
 }
 
 // ---- Encoding ----
@@ -201,32 +198,21 @@ void IString::convertToMultibyte(Encoding encoding, bool* ok) const {
 // Makes the cache the encoded text, which is not empty.
 void IString::encode(Encoding encoding, bool* ok) const {
     report(ok, false);
-    bool converted = false;
+    const unsigned int needed =
+        wideText.size() > UINT32_MAX ? 0 : fromWide(encoding, wideText.data(), length(), nullptr, 0, nullptr);
+    if (needed == 0) {
+        multibyteCache.clear();
+        cacheEncoding = kNoEncoding;
+        return;
+    }
+    bool isConverted = false;
     const auto convert = [&](char* destination, unsigned int capacity) {
-        converted = false;
-        return fromWide(encoding, wideText.data(), length(), destination, capacity, &converted);
+        return fromWide(encoding, wideText.data(), length(), destination, capacity, &isConverted);
     };
-    unsigned int written = 0;
-    if (wideText.size() <= kShort / kMostBytes) {
-        alignas(kCacheLine) char buffer[kShort];
-        written = convert(buffer, kShort);
-        if (written != 0)
-            replaceBy(multibyteCache, buffer, written);
-    }
-    if (written == 0) {
-        const unsigned int needed = wideText.size() > UINT32_MAX
-                                        ? 0
-                                        : fromWide(encoding, wideText.data(), length(), nullptr, 0, nullptr);
-        if (needed == 0) {
-            multibyteCache.clear();
-            cacheEncoding = kNoEncoding;
-            return;
-        }
-        if (!replaceByConverted(multibyteCache, needed, kBytesOnStack, convert))
-            return;
-    }
-    cacheEncoding = converted ? encoding : kNoEncoding;
-    report(ok, converted);
+    if (!replaceByConverted(multibyteCache, needed, kBytesOnStack, convert))
+        return;
+    cacheEncoding = isConverted ? encoding : kNoEncoding;
+    report(ok, isConverted);
 }
 
 const char* IString::asMultibyte(Encoding encoding, bool* ok) const {
@@ -251,6 +237,7 @@ unsigned int IString::asUTF8StoreSize() const {
 }
 
 char* IString::copyAsMultibyte(Encoding encoding, bool* ok) const {
+    report(ok, false);  // should memory run out
     convertToMultibyte(encoding);
     const std::size_t size = multibyteCache.size();
     std::unique_ptr<char, Free> copy(static_cast<char*>(std::malloc(size + 1)));

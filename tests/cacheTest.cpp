@@ -17,7 +17,6 @@ namespace {
 
 constexpr char kOutsideMark = '#';
 
-// Text long enough to be measured before it is converted.
 const std::string kText(1100, 'x');
 const std::wstring kWide(1100, L'x');
 
@@ -110,6 +109,14 @@ class Cache : public ::testing::Test {
     }
 };
 
+// Text that is converted in a buffer, and text that is not.
+class CacheOfLength : public Cache, public ::testing::WithParamInterface<std::size_t> {
+  protected:
+    const std::string text = std::string(GetParam(), 'x');
+    const std::wstring wide = std::wstring(GetParam(), L'x');
+};
+INSTANTIATE_TEST_SUITE_P(Lengths, CacheOfLength, ::testing::Values(5, 20, 1024, 1025));
+
 struct Decoding {
     const char* name;
     std::function<IString(const char*, Encoding, bool*)> decode;
@@ -127,7 +134,7 @@ const Decoding kDecodings[] = {
 };
 
 // Every row of what constructors and assign make of a text, in both encodings.
-TEST_F(Cache, DecodesIntoNewValue) {
+TEST_P(CacheOfLength, DecodesIntoNewValue) {
     const struct {
         const char* name;
         const char* text;
@@ -138,11 +145,11 @@ TEST_F(Cache, DecodesIntoNewValue) {
     } cases[] = {
         {"null", nullptr, true, true, true, L"", true, 0},
         {"empty", "", true, true, true, L"", true, 0},
-        {"query fails", kText.c_str(), false, true, true, L"", false, 1},
-        {"conversion fails", kText.c_str(), true, false, false, L"", false, 2},
-        {"reports success, writes nothing", kText.c_str(), true, true, false, L"", true, 2},
-        {"reports failure, writes", kText.c_str(), true, false, true, kWide, false, 2},
-        {"converts", kText.c_str(), true, true, true, kWide, true, 2},
+        {"query fails", text.c_str(), false, true, true, L"", false, 1},
+        {"conversion fails", text.c_str(), true, false, false, L"", false, 2},
+        {"reports success, writes nothing", text.c_str(), true, true, false, L"", true, 2},
+        {"reports failure, writes", text.c_str(), true, false, true, wide, false, 2},
+        {"converts", text.c_str(), true, true, true, wide, true, 2},
     };
     for (const Encoding encoding : {kUTF8, kMultibyte}) {
         for (const auto& decoding : kDecodings) {
@@ -160,9 +167,9 @@ TEST_F(Cache, DecodesIntoNewValue) {
                 for (std::size_t i = 0; i < c.calls; ++i) {
                     const Call& call = converters().calls[i];
                     EXPECT_EQ(call.converter, encoding == kUTF8 ? "UTF8toWCS" : "MBStoWCS");
-                    EXPECT_EQ(call.length, kText.size());
+                    EXPECT_EQ(call.length, text.size());
                     EXPECT_EQ(call.isQuery, i == 0);
-                    EXPECT_EQ(call.capacity, i == 0 ? 0U : kText.size() + 1);
+                    EXPECT_EQ(call.capacity, i == 0 ? 0U : text.size() + 1);
                     EXPECT_EQ(call.hasFlag, i == 1);
                 }
                 SetUp();
@@ -173,37 +180,16 @@ TEST_F(Cache, DecodesIntoNewValue) {
     }
 }
 
-// The flag that the caller gave goes to the converter itself, false before.
-TEST_F(Cache, ReportsWhatTheConverterReports) {
+// The flag is false before the converter has it: that which the caller gave, or one of the encoding's own.
+TEST_P(CacheOfLength, ReportsWhatTheConverterReports) {
     converters().touchesFlag = false;
-    for (const std::string& text : {std::string("xy"), kText}) {
-        bool ok = true;
-        EXPECT_EQ(IString(text.c_str(), kUTF8, &ok).length(), text.size());
-        EXPECT_FALSE(ok);
-    }
-}
-
-// Text that fits a buffer in any case is converted without being measured. Where that fails, a locale's
-// encoding may still need more room.
-TEST_F(Cache, ConvertsShortTextAtOnce) {
-    bool ok = false;
-    IString s("xy", kUTF8, &ok);
-    EXPECT_TRUE(ok);
-    EXPECT_STREQ(s.asMultibyte(kMultibyte, &(ok = false)), "xy");
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(takeCalls(), 2U);
-
-    converters().conversionSucceeds = converters().conversionWrites = false;
-    s.assign("ab", kUTF8, &ok);
+    bool ok = true;
+    const IString s(text.c_str(), kUTF8, &ok);
+    EXPECT_EQ(s.length(), text.size());
     EXPECT_FALSE(ok);
-    EXPECT_EQ(takeCalls(), 1U);
-    s.assign("ab", kMultibyte, &(ok = true));
+    EXPECT_EQ(s.asMultibyte(kMultibyte, &(ok = true)), text);
     EXPECT_FALSE(ok);
-    EXPECT_EQ(takeCalls(), 3U);
-    s.assign(L"ab");
-    s.asUTF8(&(ok = true));
-    EXPECT_FALSE(ok);
-    EXPECT_EQ(takeCalls(), 3U);
+    EXPECT_FALSE(isValid(s, kMultibyte));
 }
 
 TEST_F(Cache, DecodesCharactersAndNarrowStrings) {
@@ -228,7 +214,7 @@ TEST_F(Cache, DecodesCharactersAndNarrowStrings) {
 }
 
 // Every row of what convertFromMultibyte does to a string with a valid cache.
-TEST_F(Cache, DecodesInPlace) {
+TEST_P(CacheOfLength, DecodesInPlace) {
     const struct {
         const char* name;
         const char* text;
@@ -237,9 +223,9 @@ TEST_F(Cache, DecodesInPlace) {
         bool keepsCache, ok;
     } cases[] = {
         {"empty", "", true, true, L"", false, true},
-        {"query fails", kText.c_str(), false, true, L"abc", true, false},
-        {"conversion fails", kText.c_str(), true, false, L"abc", true, false},
-        {"converts", kText.c_str(), true, true, kWide, false, true},
+        {"query fails", text.c_str(), false, true, L"abc", true, false},
+        {"conversion fails", text.c_str(), true, false, L"abc", true, false},
+        {"converts", text.c_str(), true, true, wide, false, true},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -296,7 +282,7 @@ TEST_F(Cache, DecodesItsOwnCachedText) {
 
 // Every row of what a request for a form does, from an invalid cache and from one valid for the other
 // encoding.
-TEST_F(Cache, Encodes) {
+TEST_P(CacheOfLength, Encodes) {
     const struct {
         const char* name;
         std::wstring text;
@@ -306,11 +292,11 @@ TEST_F(Cache, Encodes) {
         std::size_t calls;
     } cases[] = {
         {"empty", L"", true, true, true, "", true, true, 0},
-        {"query fails", kWide, false, true, true, "", false, false, 1},
-        {"converts", kWide, true, true, true, kText.c_str(), true, true, 2},
-        {"writes, reports failure", kWide, true, false, true, kText.c_str(), false, false, 2},
-        {"writes nothing, reports failure", kWide, true, false, false, nullptr, false, false, 2},
-        {"writes nothing, reports success", kWide, true, true, false, nullptr, false, false, 2},
+        {"query fails", wide, false, true, true, "", false, false, 1},
+        {"converts", wide, true, true, true, text.c_str(), true, true, 2},
+        {"writes, reports failure", wide, true, false, true, text.c_str(), false, false, 2},
+        {"writes nothing, reports failure", wide, true, false, false, nullptr, false, false, 2},
+        {"writes nothing, reports success", wide, true, true, false, nullptr, false, false, 2},
     };
     for (const Encoding encoding : {kUTF8, kMultibyte}) {
         const Encoding other = encoding == kUTF8 ? kMultibyte : kUTF8;
@@ -333,8 +319,9 @@ TEST_F(Cache, Encodes) {
                 for (std::size_t i = 0; i < c.calls; ++i) {
                     const Call& call = converters().calls[i];
                     EXPECT_EQ(call.converter, encoding == kUTF8 ? "WCStoUTF8" : "WCStoMBS");
-                    EXPECT_EQ(call.length, kWide.size());
+                    EXPECT_EQ(call.length, wide.size());
                     EXPECT_EQ(call.isQuery, i == 0);
+                    EXPECT_EQ(call.capacity, i == 0 ? 0U : wide.size() + 1);
                     EXPECT_EQ(call.hasFlag, i == 1);
                 }
                 // Where nothing was written, what was valid stays so.
@@ -357,7 +344,7 @@ TEST_F(Cache, ConvertsOnlyWhenItMust) {
     EXPECT_EQ(takeCalls(), 0U);
     s.asMultibyte(kMultibyte);
     s.asUTF8();
-    EXPECT_EQ(takeCalls(), 2U);  // one form at a time
+    EXPECT_EQ(takeCalls(), 4U);  // one form at a time
 
     converters().querySucceeds = false;
     const IString failing(kWide.c_str());
@@ -384,7 +371,7 @@ TEST_F(Cache, CopiesTheForm) {
     EXPECT_TRUE(ok);
     EXPECT_EQ(std::string(copy, 4), std::string("a\0b\0", 4));
     std::free(copy);
-    EXPECT_EQ(takeCalls(), 1U);
+    EXPECT_EQ(takeCalls(), 2U);
     EXPECT_EQ(s.asUTF8StoreSize(), 4U);
     EXPECT_EQ(value(s.convertToCString()), "a");
 
@@ -508,6 +495,10 @@ TEST_F(Cache, SurvivesFailingAllocations) {
     EXPECT_FALSE(ok);
     Allocations::failAt(1);
     EXPECT_THROW(IString("longer than what an object holds", kUTF8, &(ok = true)), std::bad_alloc);
+    EXPECT_FALSE(ok);
+    const IString fresh(kWide.c_str());
+    Allocations::failAt(1);
+    EXPECT_THROW((void)fresh.copyAsMultibyte(kUTF8, &(ok = true)), std::bad_alloc);
     EXPECT_FALSE(ok);
     Allocations::failAt(0);
     // Copies take text and cache, or nothing.
