@@ -146,7 +146,7 @@ TEST_F(Locale, DecodesCharactersThatWait) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.locale);
         ASSERT_NE(std::setlocale(LC_ALL, c.locale), nullptr);
-        for (const std::size_t times : {1, 300}) {
+        for (const std::size_t times : {std::size_t{1}, std::size_t{300}}) {
             std::string bytes;
             std::wstring text;
             for (std::size_t n = 0; n < times; ++n) {
