@@ -173,7 +173,8 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const wchar_t* sour
                                                              bool* ok) {
     Measure measure;
     __m512i sums = _mm512_setzero_si512();
-    const std::size_t bytes = length;
+    bool hasSums = false;
+    std::size_t bytes = length;
     if (length >= kWorthAligning) {
         const std::size_t part = toCacheLine(source);
         const __m512i first = _mm512_maskz_loadu_epi32(lowLanes(part), source);
@@ -192,6 +193,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const wchar_t* sour
             at += kBlock;
             if (anyFrom(all, 0x10000)) {
                 sums = addByZeros(sums, block);
+                hasSums = true;
                 measure.seeFaults(block, all);
             } else if (anyFrom(all, 0x80)) {
                 measure.add<false>(block.a, block.b);
@@ -210,7 +212,9 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const wchar_t* sour
         }
         end = begin;
     }
-    return output::report(measure.leaveWithLength<true>(bytes + total(sums)), ok);
+    if (hasSums)
+        bytes += total(sums);
+    return output::report(measure.leaveWithLength<true>(bytes), ok);
 }
 
 }  // namespace
