@@ -25,16 +25,19 @@ alignas(64) constexpr char kExtra[64] = {
     0, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 2, 2, 2, 2, 2, 1, 1, 1, 1,
 };
 
-QZSTRING_KERNEL std::size_t lanesFrom(__m512i characters, int limit) {
-    return static_cast<std::size_t>(
-        _mm_popcnt_u32(_mm512_cmpge_epu32_mask(characters, _mm512_set1_epi32(limit))));
-}
-
 QZSTRING_KERNEL std::size_t measureVector(const wchar_t* source, std::size_t length) {
     const __m512i characters = loadShort(source, sizeof(wchar_t) * length);
+    const __mmask16 two = _mm512_cmpge_epu32_mask(characters, _mm512_set1_epi32(0x80));
+    if (two == 0) {
+        _mm256_zeroupper();
+        return length;
+    }
+    const __mmask16 three = _mm512_cmpge_epu32_mask(characters, _mm512_set1_epi32(0x800));
+    const __mmask16 four = _mm512_cmpge_epu32_mask(characters, _mm512_set1_epi32(0x10000));
     const bool faulty = anyIllFormed(characters);
-    const std::size_t bytes = leaveWith(length + lanesFrom(characters, 0x80) + lanesFrom(characters, 0x800) +
-                                        lanesFrom(characters, 0x10000));
+    const std::size_t bytes =
+        leaveWith(length + static_cast<std::size_t>(_mm_popcnt_u32(two) + _mm_popcnt_u32(three) +
+                                                    _mm_popcnt_u32(four)));
     return faulty ? kFailure : bytes;
 }
 
