@@ -1,9 +1,9 @@
 // Conversion in the locale's encoding, by mbrtowc and wcrtomb with a shift state of the call's own.
 //
 // Three things make this more than a loop over them:
-// - A multibyte character can stand for two wide ones, and two wide characters can share one multibyte
+// - A multibyte character can stand for two wide ones or more, and two wide characters can share one multibyte
 //   character (BIG5-HKSCS 88 62 is U+00CA U+0304), or can be waited for (CP1258 41 may go on to U+00C0). The C
-//   functions then keep a character in the state: they take bytes and give none, or give one for no bytes. So 0
+//   functions then keep characters in the state: they take bytes and give none, or give one for no bytes. So 0
 //   means NUL only where the character is NUL, and the end of the text has to be flushed.
 // - The C functions cost a call per character. Where the code set is UTF-8 the text takes the library's own
 //   conversion, which is also stricter; elsewhere runs of ASCII are copied, once ASCII has been seen to mean
@@ -42,15 +42,16 @@ bool localeIsUtf8() {
 
 // Code sets of which it is known that ASCII means itself in them, whatever follows it.
 bool localeExtendsAscii() {
-    static constexpr const char* kCodeSets[] = {"ANSI_X3.4-1968", "US-ASCII", "EUC-JP",  "EUC-KR",
-                                                "GB2312",         "GBK",      "GB18030", "BIG5",
-                                                "EUC-TW",         "KOI8-R",   "KOI8-U",  "TIS-620"};
+    static constexpr const char* kCodeSets[] = {"ANSI_X3.4-1968", "US-ASCII", "ASCII",   "EUC-JP", "EUC-KR",
+                                                "GB2312",         "GBK",      "GB18030", "BIG5",   "EUC-TW",
+                                                "KOI8-R",         "KOI8-U",   "TIS-620"};
     const std::string_view codeSet = nl_langinfo(CODESET);
     return codeSet.substr(0, 9) == "ISO-8859-" ||
            std::find(std::begin(kCodeSets), std::end(kCodeSets), codeSet) != std::end(kCodeSets);
 }
 
-// Of others, asking takes 128 calls. (btowc() would be quicker, but says so of every code set.)
+// From which length on it pays to ask of another code set whether ASCII means itself, which takes 128 calls.
+// (btowc() would be quicker, but glibc's says so of every code set.)
 constexpr std::size_t kWorthAsking = 256;
 
 // Whether each ASCII byte stands for itself in the locale, whatever follows it; and the same of characters.
@@ -105,11 +106,24 @@ std::size_t copyAsciiRun(const Element* text, std::size_t length, Output& output
     return run;
 }
 
-// Whether the C library makes nothing of a character, behind which nothing waits.
+// Whether the C library makes nothing of a character, and does not keep it either. Where characters wait, what
+// it writes for this one does not tell: it may be theirs.
 bool isDropped(wchar_t c) {
     std::mbstate_t state{};
     char bytes[MB_LEN_MAX * 2];
     return std::wcrtomb(bytes, c, &state) == 0 && std::mbsinit(&state) != 0;
+}
+
+// The number of bytes of a NUL, shift sequences before it included, for which the C function gives 0.
+std::size_t lengthOfNul(const char* source, std::size_t length, const std::mbstate_t& before) {
+    std::size_t read = 1;
+    for (; read < length; ++read) {
+        std::mbstate_t state = before;
+        wchar_t c = kNone;
+        if (std::mbrtowc(&c, source, read, &state) != kIncomplete)
+            break;
+    }
+    return read;
 }
 
 // Each converts the whole text into the output and says whether it could.
@@ -119,20 +133,22 @@ bool decodeInto(const char* source, std::size_t length, Output& output) {
     std::mbstate_t state{};
     std::size_t at = 0;
     while (at < length || std::mbsinit(&state) == 0) {
-        const bool hasNoneWaiting = std::mbsinit(&state) != 0;
-        if (copies && hasNoneWaiting) {
+        const bool isWaiting = std::mbsinit(&state) == 0;
+        if (copies && !isWaiting) {
             at += copyAsciiRun(source + at, length - at, output);
             if (at == length)
                 return true;
         }
         // Past the end a NUL draws out what the state still holds.
         const bool flushes = at == length;
+        std::mbstate_t before;
+        std::memcpy(&before, &state, sizeof state);
         wchar_t c = kNone;
         std::size_t read =
             flushes ? std::mbrtowc(&c, "", 1, &state) : std::mbrtowc(&c, source + at, length - at, &state);
         if (read == kFailed || read == kIncomplete)
             return false;
-        if (flushes && (read != 0 || c == 0 || c == kNone))
+        if (flushes && (read != 0 || c == 0))
             return false;               // the text ended inside a character or in a shift state
         if (c == kNone && read != 0) {  // it waits in the state for what follows
             at += read;
@@ -141,13 +157,13 @@ bool decodeInto(const char* source, std::size_t length, Output& output) {
         if (!isCharacter(c) || !output.hasRoom(1))
             return false;
         if (read == 0 && c == 0) {
-            // Shift sequences before the NUL are read with it, and no other character holds a zero byte.
-            const void* const nul = std::memchr(source + at, 0, length - at);
-            read = static_cast<std::size_t>(static_cast<const char*>(nul) - (source + at)) + 1;
+            read = lengthOfNul(source + at, length - at, before);
         } else if (read == 0) {
-            if (hasNoneWaiting)
+            if (!isWaiting)
                 return false;  // neither bytes nor state would ever end
-            state = {};  // it has given what waited: for EUC-JISX0213 glibc would give it again and again
+            // glibc gives the second character of EUC-JISX0213 again and again, and does not change the state.
+            if (std::memcmp(&before, &state, sizeof state) == 0)
+                state = {};
         }
         output.put(c);
         at += read;
@@ -162,15 +178,15 @@ bool encodeInto(const wchar_t* source, std::size_t length, Output& output) {
     char bytes[MB_LEN_MAX * 2];
     std::size_t at = 0;
     while (at < length || std::mbsinit(&state) == 0) {
-        const bool hasNoneWaiting = std::mbsinit(&state) != 0;
-        if (copies && hasNoneWaiting) {
+        const bool isWaiting = std::mbsinit(&state) == 0;
+        if (copies && !isWaiting) {
             at += copyAsciiRun(source + at, length - at, output);
             if (at == length)
                 return true;
         }
         // Past the end a NUL, itself dropped, brings out what the state still holds.
         const bool flushes = at == length;
-        if (!flushes && (!isCharacter(source[at]) || (!hasNoneWaiting && isDropped(source[at]))))
+        if (!flushes && (!isCharacter(source[at]) || (isWaiting && isDropped(source[at]))))
             return false;
         std::size_t written = std::wcrtomb(bytes, flushes ? L'\0' : source[at], &state);
         if (written == 0 && std::mbsinit(&state) != 0)

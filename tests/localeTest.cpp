@@ -119,14 +119,15 @@ TEST_F(Locale, ConvertsCharactersThatStandForTwo) {
         expectBothWays(padding + "\x88\x62", widePadding + L"\xCA\x304");
         expectBothWays(padding + "\x88\x62\x88\x64z", widePadding + L"\xCA\x304\xCA\x30Cz");
         expectBothWays(padding + "\x88\x66", widePadding + L"\xCA");
+        expectBothWays(padding + "\x88\x66\x88\x66", widePadding + L"\xCA\xCA");
         expectBothWays(padding + "\x88\x66z", widePadding + L"\xCAz");
         expectBothWays(padding + std::string("\x88\x62\0\x88\x66\0", 6),
                        widePadding + std::wstring(L"\xCA\x304\0\xCA\0", 5));
     }
 }
 
-// Characters that may go on in the next byte, or come in two steps; and ASCII that means something else. Text is
-// given back in one of its forms only.
+// Characters that may go on in the next byte, or come in several steps; ASCII that means something else; a byte
+// besides zero that is NUL. Not the other way: of two forms with one meaning only one is written.
 TEST_F(Locale, DecodesCharactersThatWait) {
     const struct {
         const char* locale;
@@ -140,6 +141,12 @@ TEST_F(Locale, DecodesCharactersThatWait) {
         {"vi_VN.CP1258", std::string("A\0A\xCCz", 5), std::wstring(L"A\0\xC0z", 4)},
         {"vi_VN.TCVN5712-1", "AB", L"AB"},
         {"he_IL.CP1255", "\xE0", L"\x5D0"},
+        {"en_US.TSCII", "\x82", L"\xBB8\xBCD\xBB0\xBC0"},
+        {"en_US.TSCII", "\x87z", L"\xB95\xBCD\xBB7z"},
+        {"en_US.ISIRI-3342",
+         "a\x80"
+         "bcd",
+         std::wstring(L"a\0bcd", 5)},
         {"ja_JP.SHIFT_JIS", "\\", L"\xA5"},
         {"ko_KR.JOHAB", "\\", L"\x20A9"},
     };
@@ -166,6 +173,8 @@ TEST_F(Locale, DecodesCharactersThatWait) {
     }
     ASSERT_NE(std::setlocale(LC_ALL, "ko_KR.JOHAB"), nullptr);
     expectNoBytes(std::wstring(300, L'\\'));
+    ASSERT_NE(std::setlocale(LC_ALL, "en_US.IBM037"), nullptr);
+    expectBothWays(std::string(300, '\xC1'), std::wstring(300, L'A'));
 }
 
 // The C library drops tags that the encoding lacks; GB 18030 has them.
