@@ -76,7 +76,9 @@ inline const Kernels& active() {
 
 // The rows, each in the file of its name; compiled in where the architecture has the instructions.
 extern const Kernels kPortable;
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+// The vectors of wide text are of 32-bit characters.
+#if __SIZEOF_WCHAR_T__ != 4
+#elif defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #define QZSTRING_KERNELS_X86 1
 extern const Kernels kAvx2;
 extern const Kernels kAvx512;

@@ -10,26 +10,42 @@ CharacterSet::CharacterSet(const wchar_t* members, std::size_t count) : members_
         filter_.add(members[i]);
 }
 
+// Where the filter lets pass what is no member, the characters around it are often alike: some are looked at one
+// by one before the next scan.
+constexpr std::size_t kOneByOne = 8;
+
 std::size_t CharacterSet::findFirstIn(const wchar_t* text, std::size_t length, std::size_t from) const {
-    for (std::size_t at = from; at < length; ++at) {
+    std::size_t at = count_ == 0 ? length : from;
+    while (at < length) {
         at += active().nextInSet(text + at, length - at, filter_);
-        if (at < length && contains(text[at]))
-            return at;
+        const std::size_t end = length - at < kOneByOne ? length : at + kOneByOne;
+        for (; at < end; ++at) {
+            if (contains(text[at]))
+                return at;
+        }
     }
     return kNotFound;
 }
 
 std::size_t CharacterSet::findLastIn(const wchar_t* text, std::size_t length, std::size_t from) const {
-    std::size_t at = from < length ? from + 1 : length;
-    do
-        at = active().lastInSet(text, at, filter_);
-    while (at != kNotFound && !contains(text[at]));
-    return at;
+    std::size_t end = count_ == 0 ? 0 : from < length ? from + 1 : length;
+    while (end > 0) {
+        end = active().lastInSet(text, end, filter_) + 1;  // 0 where there is none
+        const std::size_t begin = end < kOneByOne ? 0 : end - kOneByOne;
+        for (; end > begin; --end) {
+            if (contains(text[end - 1]))
+                return end - 1;
+        }
+    }
+    return kNotFound;
 }
 
-// Of what the filter lets pass.
 bool CharacterSet::contains(wchar_t c) const {
-    return SetFilter::isExact(c) || std::wmemchr(members_, c, count_) != nullptr;
+    constexpr std::size_t kFew = 8;  // a call costs more
+    if (!filter_.passes(c) || SetFilter::isExact(c))
+        return filter_.passes(c);
+    return count_ <= kFew ? std::find(members_, members_ + count_, c) != members_ + count_
+                          : std::wmemchr(members_, c, count_) != nullptr;
 }
 
 }  // namespace qzString::search

@@ -1,8 +1,8 @@
-// The scan for two elements of a needle, over any vector type. Internal, not installed; included by one
-// source per instruction set, which defines QZSTRING_TARGET (the attribute that lets a function use the
-// instructions) and passes its vector: Element, kLanes, splat(element), equal(pointer, vector),
+// The scans of searching over any vector type: for two elements of a needle, and, below, for characters that a
+// set's filter lets pass. Internal, not installed; included by one source per instruction set, which defines
+// QZSTRING_TARGET (the attribute that lets a function use the instructions) and passes its vector: Element, kLanes, splat(element), equal(pointer, vector),
 // equalFirst(pointer, count, vector) for one to kLanes - 1 elements, and noneOfFour(pointer, vector) for four
-// vectors in a row. Masks have one bit per element.
+// vectors in a row; what a set's filter is says the comment there. Masks have one bit per element.
 //
 // At every position the rarer of the two elements is looked for first, four vectors per branch; only where it
 // stands is the other one compared. Blocks lie wholly among the positions asked for, so that the loads at the

@@ -1,4 +1,4 @@
-// The search scan in AVX2: 32 bytes or 8 wide elements a vector.
+// The scans of searching in AVX2: 32 bytes or 8 wide elements a vector.
 #include "string/scanners.h"
 
 #if QZSTRING_SCANNERS_X86
@@ -108,9 +108,9 @@ struct Filter {
     // The lanes of the characters that pass have their top bits set.
     QZSTRING_TARGET __m256i test(__m256i characters) const {
         const __m256i index = _mm256_srli_epi32(characters, 5);
-        const __m256i words = _mm256_blendv_epi8(_mm256_permutevar8x32_epi32(exact, index),
-                                                 _mm256_permutevar8x32_epi32(shared, index),
-                                                 _mm256_cmpgt_epi32(index, _mm256_set1_epi32(7)));
+        const __m256i words = _mm256_blendv_epi8(
+            _mm256_permutevar8x32_epi32(exact, index), _mm256_permutevar8x32_epi32(shared, index),
+            _mm256_cmpgt_epi32(index, _mm256_set1_epi32(SetFilter::kExact / 32 - 1)));
         // As many places up as there are behind the bit.
         return _mm256_sllv_epi32(words, _mm256_andnot_si256(characters, _mm256_set1_epi32(31)));
     }

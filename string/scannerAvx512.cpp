@@ -1,4 +1,4 @@
-// The search scan in AVX-512: 64 bytes or 16 wide elements a vector, the rest of a range under a mask.
+// The scans of searching in AVX-512: 64 bytes or 16 wide elements a vector, the rest of a range under a mask.
 #include "string/scanners.h"
 
 #if QZSTRING_SCANNERS_X86
@@ -79,9 +79,10 @@ struct Filter {
     QZSTRING_TARGET static __m512i load(const wchar_t* p) { return _mm512_loadu_si512(p); }
     QZSTRING_TARGET __m512i wordsOf(__m512i characters) const {
         const __m512i index = _mm512_srli_epi32(characters, 5);
-        const __mmask16 shared = _mm512_cmpgt_epu32_mask(index, _mm512_set1_epi32(7));
-        return _mm512_permutexvar_epi32(_mm512_mask_or_epi32(index, shared, index, _mm512_set1_epi32(8)),
-                                        words);
+        const __mmask16 shared =
+            _mm512_cmpgt_epu32_mask(index, _mm512_set1_epi32(SetFilter::kExact / 32 - 1));
+        return _mm512_permutexvar_epi32(
+            _mm512_mask_or_epi32(index, shared, index, _mm512_set1_epi32(SetFilter::kExact / 32)), words);
     }
     QZSTRING_TARGET static __m512i placeOf(__m512i characters) {
         return _mm512_rolv_epi32(_mm512_set1_epi32(1), characters);

@@ -1,4 +1,4 @@
-// The search scan in NEON: 16 bytes or 4 wide elements a vector.
+// The scans of searching in NEON: 16 bytes or 4 wide elements a vector, 16 wide elements a step for a set.
 #include "string/scanners.h"
 
 #if QZSTRING_SCANNERS_NEON

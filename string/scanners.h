@@ -7,7 +7,9 @@
 
 namespace qzString::search {
 
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+// The vectors of wide text are of 32-bit characters.
+#if __SIZEOF_WCHAR_T__ != 4
+#elif defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #define QZSTRING_SCANNERS_X86 1
 extern const Scanner kAvx2Scanner;
 extern const Scanner kAvx512Scanner;

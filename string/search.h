@@ -51,7 +51,7 @@ std::size_t findLast(const wchar_t* text, std::size_t length, const wchar_t* nee
 // A bit for every wide character: those below 256 have one of their own, the others share one with those that
 // are equal to them modulo 256.
 struct alignas(64) SetFilter {
-    static constexpr std::uint32_t kExact = 256;
+    static constexpr int kExact = 256;
     std::uint32_t words[2 * kExact / 32] = {};
 
     static constexpr bool isExact(wchar_t c) { return static_cast<std::uint32_t>(c) < kExact; }
