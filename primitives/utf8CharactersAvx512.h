@@ -66,22 +66,6 @@ QZSTRING_KERNEL bool anyFrom(__m512i characters, int limit) {
 
 // ---- Ill-formed characters: surrogates, and what is above U+10FFFF ----
 
-// Remembers whether there was any.
-struct Faults {
-    __m512i largest;
-    __m512i nearestSurrogate;
-
-    QZSTRING_KERNEL Faults() : largest(_mm512_setzero_si512()), nearestSurrogate(_mm512_set1_epi32(-1)) {}
-    QZSTRING_KERNEL void see(__m512i characters, __m512i surrogate = _mm512_set1_epi32(0xD800)) {
-        largest = _mm512_max_epu32(largest, characters);
-        nearestSurrogate = _mm512_min_epu32(nearestSurrogate, _mm512_xor_si512(characters, surrogate));
-    }
-    [[nodiscard]] QZSTRING_KERNEL bool any() const {
-        return (_mm512_cmpgt_epu32_mask(largest, _mm512_set1_epi32(0x10FFFF)) |
-                _mm512_cmplt_epu32_mask(nearestSurrogate, _mm512_set1_epi32(0x800))) != 0;
-    }
-};
-
 // Whether a vector has any.
 QZSTRING_KERNEL bool anyIllFormed(__m512i characters) {
     const __m512i fromSurrogates = _mm512_xor_si512(characters, _mm512_set1_epi32(0xD800));

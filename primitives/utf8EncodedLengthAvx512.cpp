@@ -1,7 +1,7 @@
 // The length of encoded UTF-8 in AVX-512: a sum of the bytes that characters need beyond one each.
 //
-// Those are counted by comparisons in 16-bit lanes, two for text below U+10000; other text where it is long by
-// the number of leading zeros. The masks go to general registers and are counted there: lanes would have to
+// Those are counted by comparisons in 16-bit lanes: two for text below U+10000, three for other, whose whole
+// blocks in long text are looked up by the number of leading zeros. The masks go to general registers and are counted there: lanes would have to
 // be added up at the end, which short text cannot afford, and take as many instructions in a loop.
 //
 // Long text that has been measured from its beginning to its end has left the cache when the conversion comes
@@ -42,7 +42,7 @@ QZSTRING_KERNEL std::size_t measureVector(const wchar_t* source, std::size_t len
 }
 
 // Adds up the bytes that characters need beyond one each, 32 characters at a time. In 16-bit lanes what is
-// above U+FFFF becomes that (or zero).
+// above U+FFFF becomes that, or zero if it is a fault.
 struct Measure {
     std::size_t extra = 0;
     __m512i nearestSurrogate;
@@ -51,14 +51,14 @@ struct Measure {
     QZSTRING_KERNEL Measure()
         : nearestSurrogate(_mm512_set1_epi32(-1)), largestUpper(_mm512_setzero_si512()) {}
 
-    // Where !kAny, of characters below U+10000.
-    template <bool kAny>
+    // Where !kBeyondUnits, of characters below U+10000.
+    template <bool kBeyondUnits>
     QZSTRING_KERNEL void add(__m512i a, __m512i b) {
         const __m512i units = _mm512_packus_epi32(a, b);
         see(units);
         count(_mm512_cmpge_epu16_mask(units, everywhere<repeat16(0x80)>()));
         count(_mm512_cmpge_epu16_mask(units, everywhere<repeat16(0x800)>()));
-        if (kAny) {
+        if (kBeyondUnits) {
             const __m512i upper = upperHalves(a, b);
             largestUpper = _mm512_max_epu16(largestUpper, upper);
             count(_mm512_test_epi16_mask(upper, upper));
@@ -74,14 +74,15 @@ struct Measure {
             largestUpper = _mm512_max_epu16(largestUpper, largest);
         }
     }
-    // What encodedLength gives of a text of this length, all of it added; where !kAny, all of it so.
-    template <bool kAny>
-    [[nodiscard]] QZSTRING_KERNEL std::size_t leaveWithLength(std::size_t length) const {
+    // What encodedLength gives where the characters, of which all have been added, need these bytes besides;
+    // !kBeyondUnits where all were added so.
+    template <bool kBeyondUnits>
+    [[nodiscard]] QZSTRING_KERNEL std::size_t leaveWith(std::size_t besides) const {
         __mmask32 lanes = _mm512_cmplt_epu16_mask(nearestSurrogate, everywhere<repeat16(0x800)>());
-        if (kAny)
+        if (kBeyondUnits)
             lanes |= _mm512_cmpgt_epu16_mask(largestUpper, everywhere<repeat16(0x10)>());
         const bool faulty = lanes != 0;
-        const std::size_t bytes = leaveWith(length + extra);
+        const std::size_t bytes = kernels::leaveWith(besides + extra);
         return faulty ? kFailure : bytes;
     }
 
@@ -99,13 +100,13 @@ struct Measure {
 // ---- Up to two blocks ----
 
 // Of up to one block.
-template <bool kAny>
+template <bool kBeyondUnits>
 QZSTRING_KERNEL std::size_t measureOne(const Characters& part, std::size_t length) {
     Measure measure;
-    measure.add<kAny>(part.a, part.b);
+    measure.add<kBeyondUnits>(part.a, part.b);
     if (length > 32)
-        measure.add<kAny>(part.c, part.d);
-    return measure.leaveWithLength<kAny>(length);
+        measure.add<kBeyondUnits>(part.c, part.d);
+    return measure.leaveWith<kBeyondUnits>(length);
 }
 
 QZSTRING_KERNEL std::size_t measurePart(const wchar_t* source, std::size_t length) {
@@ -119,15 +120,15 @@ QZSTRING_KERNEL std::size_t measurePart(const wchar_t* source, std::size_t lengt
 }
 
 // Of one to two blocks.
-template <bool kAny>
+template <bool kBeyondUnits>
 QZSTRING_KERNEL std::size_t measureTwo(const Characters& first, const Characters& last, std::size_t length) {
     Measure measure;
-    measure.add<kAny>(first.a, first.b);
-    measure.add<kAny>(first.c, first.d);
-    measure.add<kAny>(last.a, last.b);
+    measure.add<kBeyondUnits>(first.a, first.b);
+    measure.add<kBeyondUnits>(first.c, first.d);
+    measure.add<kBeyondUnits>(last.a, last.b);
     if (length > kBlock + 32)
-        measure.add<kAny>(last.c, last.d);
-    return measure.leaveWithLength<kAny>(length);
+        measure.add<kBeyondUnits>(last.c, last.d);
+    return measure.leaveWith<kBeyondUnits>(length);
 }
 
 QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureTwoBlocks(const wchar_t* source, std::size_t length,
@@ -217,7 +218,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const wchar_t* sour
     }
     if (hasSums)
         bytes += total(sums);
-    return output::report(measure.leaveWithLength<true>(bytes), ok);
+    return output::report(measure.leaveWith<true>(bytes), ok);
 }
 
 }  // namespace

@@ -58,6 +58,22 @@ struct Constants {
           pairTag(everywhere<repeat16(0x80C0)>()) {}
 };
 
+// Remembers whether there was an ill-formed character.
+struct Faults {
+    __m512i largest;
+    __m512i nearestSurrogate;
+
+    QZSTRING_KERNEL Faults() : largest(_mm512_setzero_si512()), nearestSurrogate(_mm512_set1_epi32(-1)) {}
+    QZSTRING_KERNEL void see(__m512i characters, __m512i surrogate = _mm512_set1_epi32(0xD800)) {
+        largest = _mm512_max_epu32(largest, characters);
+        nearestSurrogate = _mm512_min_epu32(nearestSurrogate, _mm512_xor_si512(characters, surrogate));
+    }
+    [[nodiscard]] QZSTRING_KERNEL bool any() const {
+        return (_mm512_cmpgt_epu32_mask(largest, _mm512_set1_epi32(0x10FFFF)) |
+                _mm512_cmplt_epu32_mask(nearestSurrogate, _mm512_set1_epi32(0x800))) != 0;
+    }
+};
+
 // The bytes of a block, those in use marked.
 struct Encoded {
     __m512i bytes;

@@ -44,6 +44,11 @@ unsigned int fromWide(Encoding encoding, const wchar_t* source, unsigned int len
                              : WCStoMBS(source, length, destination, capacity, ok);
 }
 
+// One element more than a text needs.
+unsigned int roomFor(unsigned int needed) {
+    return needed == UINT32_MAX ? needed : needed + 1;
+}
+
 // The string of what `convert` writes into the room that it is given, of `needed` elements and one more.
 template <class Char, class Convert>
 std::basic_string<Char> converted(unsigned int needed, const Convert& convert) {
@@ -52,7 +57,7 @@ std::basic_string<Char> converted(unsigned int needed, const Convert& convert) {
         return std::basic_string<Char>(buffer, convert(buffer, needed + 1));
     }
     std::basic_string<Char> text(std::size_t{needed} + 1, Char{0});
-    text.resize(convert(text.data(), needed == UINT32_MAX ? needed : needed + 1));
+    text.resize(convert(text.data(), roomFor(needed)));
     return text;
 }
 
@@ -70,7 +75,7 @@ bool replaceByConverted(std::basic_string<Char>& target, unsigned int needed, st
     }
     const std::size_t room = std::size_t{needed} + 1;
     const Scratch<Char> scratch(QZSTRING_STACK_SCRATCH(room * sizeof(Char), onStack * sizeof(Char)), room);
-    const unsigned int written = convert(scratch.get(), needed == UINT32_MAX ? needed : needed + 1);
+    const unsigned int written = convert(scratch.get(), roomFor(needed));
     if (written == 0)
         return false;
     target.assign(scratch.get(), written);
@@ -92,8 +97,8 @@ struct Decoder {
     }
 };
 
-// What `convert` makes of a text that decodes to something, or false or empty where it does not. The flag is
-// false then, and should memory run out.
+// What `convert` makes of a text of which its size says that it decodes, or false or empty. The flag is false
+// where it does not, and should memory run out; else the converter sets it.
 template <class Result, class Convert>
 Result decodeBy(Convert convert, const char* s, std::size_t length, Encoding encoding, bool* ok) {
     report(ok, false);

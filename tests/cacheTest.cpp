@@ -180,7 +180,7 @@ TEST_P(CacheOfLength, DecodesIntoNewValue) {
     }
 }
 
-// The flag is false before the converter has it: that which the caller gave, or one of the encoding's own.
+// The flag that a converter gets is false before: in decoding the caller's, in encoding another.
 TEST_P(CacheOfLength, ReportsWhatTheConverterReports) {
     converters().touchesFlag = false;
     bool ok = true;
@@ -514,6 +514,7 @@ TEST_F(Cache, SurvivesFailingAllocations) {
                             EXPECT_EQ(value(s), L"abc");
                             EXPECT_EQ(s.asWChar(), borrowed);
                             EXPECT_TRUE(isValid(s, kMultibyte));
+                            EXPECT_STREQ(s.asMultibyte(kMultibyte), "abc");
                         });
     failEveryAllocation([] { return 0; }, [&](int) { const IString copy(source); }, [](int) {});
 

@@ -7,9 +7,11 @@
 
 using namespace support;
 
+namespace {
+
 // Runs the body with every scanner that the processor has.
 template <class Body>
-static void forEveryScanner(Body body) {
+void forEveryScanner(Body body) {
     for (const qzString::search::Scanner* scanner : qzString::search::allScanners()) {
         if (!scanner->usable())
             continue;
@@ -19,6 +21,8 @@ static void forEveryScanner(Body body) {
     }
     qzString::search::useScanner(nullptr);
 }
+
+}  // namespace
 
 template <class String>
 class Searching : public ::testing::Test {};
@@ -45,6 +49,8 @@ TYPED_TEST(Searching, FindsText) {
         {"abcabc", "c", 3, 5, 2},
         {"abcabc", "a", 4, kNone, 3},
         {"abcabc", "a", 2, 3, 0},
+        {"abcabc", "a", 0, 0, 0},
+        {"abcabc", "c", 5, 5, 5},
         {"abcabc", "", 0, kNone, kNone},
         {"abcabc", "", 3, kNone, kNone},
         {"", "a", 0, kNone, kNone},
@@ -268,8 +274,19 @@ TEST(Searching, FindsAnyOfASet) {
 
 // Against the standard string's search, at every start, with characters that agree in their low bits.
 TEST(Searching, FindsAnyOfASetWithEveryScanner) {
-    constexpr wchar_t kAlphabet[] = {
-        L'a', L'b', 0, 0xE1, 0x161, 0x1E1, 0x101, 0x4E61, 0x1F661, 0x10FF61, static_cast<wchar_t>(-0x9F)};
+    constexpr wchar_t kAlphabet[] = {L'a',
+                                     L'b',
+                                     0,
+                                     0xE1,
+                                     0xFF,
+                                     0x100,
+                                     0x161,
+                                     0x1E1,
+                                     0x101,
+                                     0x4E61,
+                                     0x1F661,
+                                     0x10FF61,
+                                     static_cast<wchar_t>(-0x9F)};
     forEveryScanner([&] {
         std::mt19937 random(17);
         const auto draw = [&](std::size_t length, unsigned from) {

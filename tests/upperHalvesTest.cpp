@@ -146,6 +146,10 @@ TEST_F(UpperHalves, AreCleanAfterSearching) {
                             [&] { scanner->nextWide(wide.data(), wideEnd, 0, first, 1, L'Q'); });
                 expectClean("lastWide", wideEnd,
                             [&] { scanner->lastWide(wide.data(), wideEnd, 0, first, 1, L'Q'); });
+                qzString::search::SetFilter filter;
+                filter.add(first);
+                expectClean("nextInSet", wideEnd, [&] { scanner->nextInSet(wide.data(), wideEnd, filter); });
+                expectClean("lastInSet", wideEnd, [&] { scanner->lastInSet(wide.data(), wideEnd, filter); });
             }
         });
     }
