@@ -1,8 +1,8 @@
 // What is fastest changes with the length, and nothing else decides, so that every kernel gives the same
 // value:
 //
-// - up to 112 bytes: inline (hashInline.h).
-// - up to 512: as those from 17 on, but four chains, of any length, each of which takes 16 bytes of every 64.
+// - up to 128 bytes: inline (hashInline.h).
+// - up to 512: as those from 113 on, four chains, each of which takes 16 bytes of every 64.
 // - above: XXH3 in vector lanes (hashLoops.h).
 //
 // docs/performance.md has the times, and what SMHasher3 says of the whole.

@@ -22,7 +22,9 @@ QZSTRING_EXPORT std::uint64_t hashLonger(const unsigned char* bytes, std::size_t
 inline std::uint64_t hashBytes(const unsigned char* bytes, std::size_t length) noexcept {
     if (length <= 16)
         return hashTiny(bytes, length);
-    return length <= 112 ? hashShort(bytes, length) : hashLonger(bytes, length);
+    if (length <= 112)
+        return hashShort(bytes, length);
+    return length <= 128 ? hashFourChains(bytes, length) : hashLonger(bytes, length);
 }
 
 }  // namespace detail
