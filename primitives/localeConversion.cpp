@@ -96,14 +96,15 @@ std::size_t asciiRun(const Element* text, std::size_t length) {
     return run;
 }
 
-// Copies the ASCII characters from `at` on, as far as there is room, and returns how many there were.
+// Copies the ASCII characters from `at` on, and goes on behind them. Returns false where there is no room.
 template <class Element, class Output>
-std::size_t copyAsciiRun(const Element* text, std::size_t length, Output& output) {
-    const std::size_t run = asciiRun(text, length);
+bool copyAsciiRun(const Element* text, std::size_t length, std::size_t& at, Output& output) {
+    const std::size_t run = asciiRun(text + at, length - at);
     if (!output.hasRoom(run))
-        return 0;
-    output.putAscii(text, run);
-    return run;
+        return false;
+    output.putAscii(text + at, run);
+    at += run;
+    return true;
 }
 
 // Whether the C library makes nothing of a character, and does not keep it either. Where characters wait, what
@@ -135,7 +136,8 @@ bool decodeInto(const char* source, std::size_t length, Output& output) {
     while (at < length || std::mbsinit(&state) == 0) {
         const bool isWaiting = std::mbsinit(&state) == 0;
         if (copies && !isWaiting) {
-            at += copyAsciiRun(source + at, length - at, output);
+            if (!copyAsciiRun(source, length, at, output))
+                return false;
             if (at == length)
                 return true;
         }
@@ -180,7 +182,8 @@ bool encodeInto(const wchar_t* source, std::size_t length, Output& output) {
     while (at < length || std::mbsinit(&state) == 0) {
         const bool isWaiting = std::mbsinit(&state) == 0;
         if (copies && !isWaiting) {
-            at += copyAsciiRun(source + at, length - at, output);
+            if (!copyAsciiRun(source, length, at, output))
+                return false;
             if (at == length)
                 return true;
         }

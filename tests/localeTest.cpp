@@ -1,4 +1,5 @@
 // Conversion in the locale's encoding, in locales built for the tests.
+#include <chrono>
 #include <clocale>
 #include <thread>
 
@@ -188,6 +189,22 @@ TEST_F(Locale, DropsNoCharacters) {
     expectNoBytes(L"\xCA\U000E0041");  // behind one that waits
     ASSERT_NE(std::setlocale(LC_ALL, "zh_CN.GB18030"), nullptr);
     expectBothWays("a\xD3\x36\x9C\x33z", qzString::IString("a\xF3\xA0\x81\x81z", qzString::kUTF8).asWChar());
+}
+
+// Where the room ends, the run of ASCII that does not fit is not looked at again for every character of it.
+TEST_F(Locale, StaysLinearWithoutRoom) {
+    constexpr unsigned int kLength = 2'000'000;
+    const std::string bytes(kLength, 'a');
+    const std::wstring text(kLength, L'a');
+    std::wstring decoded(kLength, L'?');
+    std::string encoded(kLength, '?');
+    bool ok = true;
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(qzString::MBStoWCS(bytes.data(), kLength, decoded.data(), kLength - 1, &ok), 0U);
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(qzString::WCStoMBS(text.data(), kLength, encoded.data(), kLength - 1, &(ok = true)), 0U);
+    EXPECT_FALSE(ok);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
 }
 
 TEST_F(Locale, LeavesNoStateBehind) {
