@@ -6,10 +6,10 @@ namespace qzString::kernels {
 namespace {
 
 constexpr const Kernels* kBestFirst[] = {
-#if QZSTRING_KERNELS_X86
+#if QZSTRING_VECTORS_X86
     &kAvx512,
     &kAvx2,
-#elif QZSTRING_KERNELS_NEON
+#elif QZSTRING_VECTORS_NEON
     &kNeon,
 #endif
     &kPortable,

@@ -17,6 +17,7 @@
 #include <cstdint>
 
 #include "common/rows.h"
+#include "common/vectors.h"
 
 namespace qzString::kernels {
 
@@ -76,14 +77,10 @@ inline const Kernels& active() {
 
 // The rows, each in the file of its name; compiled in where the architecture has the instructions.
 extern const Kernels kPortable;
-// The vectors of wide text are of 32-bit characters.
-#if __SIZEOF_WCHAR_T__ != 4
-#elif defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-#define QZSTRING_KERNELS_X86 1
+#if QZSTRING_VECTORS_X86
 extern const Kernels kAvx2;
 extern const Kernels kAvx512;
-#elif defined(__aarch64__) && defined(__AARCH64EL__) && (defined(__GNUC__) || defined(__clang__))
-#define QZSTRING_KERNELS_NEON 1
+#elif QZSTRING_VECTORS_NEON
 extern const Kernels kNeon;
 #endif
 

@@ -2,7 +2,7 @@
 // utf8*Avx2.cpp have the conversions.
 #include "primitives/kernels.h"
 
-#if QZSTRING_KERNELS_X86
+#if QZSTRING_VECTORS_X86
 
 #include "primitives/avx2.h"
 #include "primitives/characterBlocks.h"

@@ -9,7 +9,7 @@
 // fetched, a bit for each tells whether they have case at all, as dozens of blocks of Hangul have not.
 #include "primitives/kernels.h"
 
-#if QZSTRING_KERNELS_X86
+#if QZSTRING_VECTORS_X86
 
 #include "primitives/avx512.h"
 #include "primitives/characterLoops.h"

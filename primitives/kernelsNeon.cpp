@@ -2,7 +2,7 @@
 // utf8Neon.cpp has the conversions.
 #include "primitives/kernels.h"
 
-#if QZSTRING_KERNELS_NEON
+#if QZSTRING_VECTORS_NEON
 
 #include "primitives/neon.h"
 // After the header that defines QZSTRING_TARGET.

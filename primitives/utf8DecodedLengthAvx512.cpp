@@ -4,7 +4,7 @@
 // beginning.
 #include "primitives/kernels.h"
 
-#if QZSTRING_KERNELS_X86
+#if QZSTRING_VECTORS_X86
 
 #include "primitives/inline.h"
 #include "primitives/output.h"

@@ -1,7 +1,7 @@
 // Decoding UTF-8 in AVX2, 32 bytes a block: utf8Blocks.h has the algorithm.
 #include "primitives/kernels.h"
 
-#if QZSTRING_KERNELS_X86
+#if QZSTRING_VECTORS_X86
 
 #include "primitives/avx2.h"
 #include "primitives/utf8Blocks.h"

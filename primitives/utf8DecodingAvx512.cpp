@@ -18,7 +18,7 @@
 // count of the block before: what tells the count is therefore loaded a block ahead.
 #include "primitives/kernels.h"
 
-#if QZSTRING_KERNELS_X86
+#if QZSTRING_VECTORS_X86
 
 #include "primitives/inline.h"
 #include "primitives/output.h"

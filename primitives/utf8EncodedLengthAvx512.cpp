@@ -8,7 +8,7 @@
 // back to its beginning, so it is measured from its last piece to its first.
 #include "primitives/kernels.h"
 
-#if QZSTRING_KERNELS_X86
+#if QZSTRING_VECTORS_X86
 
 #include "primitives/inline.h"
 #include "primitives/output.h"

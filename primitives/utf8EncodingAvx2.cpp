@@ -8,7 +8,7 @@
 // loaded under a mask, so that nothing behind the text is read.
 #include "primitives/kernels.h"
 
-#if QZSTRING_KERNELS_X86
+#if QZSTRING_VECTORS_X86
 
 #include "primitives/avx2.h"
 #include "primitives/output.h"

@@ -12,7 +12,7 @@
 // before it are known, and these depend on the lengths, so the loop loads a block ahead.
 #include "primitives/kernels.h"
 
-#if QZSTRING_KERNELS_X86
+#if QZSTRING_VECTORS_X86
 
 #include "primitives/inline.h"
 #include "primitives/output.h"

@@ -6,7 +6,7 @@
 // writes the rest.
 #include "primitives/kernels.h"
 
-#if QZSTRING_KERNELS_NEON
+#if QZSTRING_VECTORS_NEON
 
 #include "primitives/neon.h"
 #include "primitives/utf8Blocks.h"

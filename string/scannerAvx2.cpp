@@ -1,7 +1,7 @@
 // The scans of searching in AVX2: 32 bytes or 8 wide elements a vector.
 #include "string/scanners.h"
 
-#if QZSTRING_SCANNERS_X86
+#if QZSTRING_VECTORS_X86
 
 #include <immintrin.h>
 

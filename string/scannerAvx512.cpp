@@ -1,7 +1,7 @@
 // The scans of searching in AVX-512: 64 bytes or 16 wide elements a vector, the rest of a range under a mask.
 #include "string/scanners.h"
 
-#if QZSTRING_SCANNERS_X86
+#if QZSTRING_VECTORS_X86
 
 #if !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"  // GCC's own header, under sanitizers

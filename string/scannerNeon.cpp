@@ -1,7 +1,7 @@
 // The scans of searching in NEON: 16 bytes or 4 wide elements a vector, 16 wide elements a step for a set.
 #include "string/scanners.h"
 
-#if QZSTRING_SCANNERS_NEON
+#if QZSTRING_VECTORS_NEON
 
 #include <arm_neon.h>
 

@@ -3,18 +3,15 @@
 #ifndef QZSTRING_STRING_SCANNERS_H
 #define QZSTRING_STRING_SCANNERS_H
 
+#include "common/vectors.h"
 #include "string/search.h"
 
 namespace qzString::search {
 
-// The vectors of wide text are of 32-bit characters.
-#if __SIZEOF_WCHAR_T__ != 4
-#elif defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-#define QZSTRING_SCANNERS_X86 1
+#if QZSTRING_VECTORS_X86
 extern const Scanner kAvx2Scanner;
 extern const Scanner kAvx512Scanner;
-#elif defined(__aarch64__) && defined(__AARCH64EL__) && (defined(__GNUC__) || defined(__clang__))
-#define QZSTRING_SCANNERS_NEON 1
+#elif QZSTRING_VECTORS_NEON
 extern const Scanner kNeonScanner;
 #endif
 

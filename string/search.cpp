@@ -70,10 +70,10 @@ const Scanner kPortableScanner = {
     lastPortable<char>, lastPortable<wchar_t>, nextInSetPortable,  lastInSetPortable};
 
 const Scanner* const kBestFirst[] = {
-#if QZSTRING_SCANNERS_X86
+#if QZSTRING_VECTORS_X86
     &kAvx512Scanner,
     &kAvx2Scanner,
-#elif QZSTRING_SCANNERS_NEON
+#elif QZSTRING_VECTORS_NEON
     &kNeonScanner,
 #endif
     &kPortableScanner,

@@ -40,8 +40,8 @@ unsigned int rfindText(std::basic_string_view<Char> text, std::basic_string_view
     return position(search::findLast(text.data(), text.size(), needle.data(), needle.size(), pos));
 }
 
-template <class Char, class Test>
-unsigned int findAccepted(std::basic_string_view<Char> text, Test accepts, unsigned int pos) {
+template <class Char>
+unsigned int findAccepted(std::basic_string_view<Char> text, bool (*accepts)(Char), unsigned int pos) {
     for (std::size_t i = pos; i < text.size(); ++i) {
         if (accepts(text[i]))
             return static_cast<unsigned int>(i);
@@ -49,8 +49,8 @@ unsigned int findAccepted(std::basic_string_view<Char> text, Test accepts, unsig
     return kNone;
 }
 
-template <class Char, class Test>
-unsigned int rfindAccepted(std::basic_string_view<Char> text, Test accepts, unsigned int pos) {
+template <class Char>
+unsigned int rfindAccepted(std::basic_string_view<Char> text, bool (*accepts)(Char), unsigned int pos) {
     for (std::size_t i = std::min<std::size_t>(std::size_t{pos} + 1, text.size()); i > 0; --i) {
         if (accepts(text[i - 1]))
             return static_cast<unsigned int>(i - 1);

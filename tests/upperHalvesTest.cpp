@@ -2,7 +2,7 @@
 // instructions of whoever called take a hundred times as long on some processors.
 #include "primitives/kernels.h"
 
-#if QZSTRING_KERNELS_X86
+#if QZSTRING_VECTORS_X86
 
 #include <cpuid.h>
 
