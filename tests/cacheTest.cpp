@@ -109,13 +109,13 @@ class Cache : public ::testing::Test {
     }
 };
 
-// Text that is converted in a buffer, and text that is not.
+// Text that a string has room for already, text that is converted in a buffer, and text that is not.
 class CacheOfLength : public Cache, public ::testing::WithParamInterface<std::size_t> {
   protected:
     const std::string text = std::string(GetParam(), 'x');
     const std::wstring wide = std::wstring(GetParam(), L'x');
 };
-INSTANTIATE_TEST_SUITE_P(Lengths, CacheOfLength, ::testing::Values(5, 20, 1024, 1025));
+INSTANTIATE_TEST_SUITE_P(Lengths, CacheOfLength, ::testing::Values(3, 5, 20, 1024, 1025));
 
 struct Decoding {
     const char* name;
