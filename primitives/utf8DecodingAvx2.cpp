@@ -1,12 +1,14 @@
-// Decoding UTF-8 in AVX2, 32 bytes a block: utf8Blocks.h has the algorithm.
+// Decoding UTF-8 and its size query in AVX2, 32 bytes a block: utf8Blocks.h has the algorithm.
 #include "primitives/kernels.h"
 
 #if QZSTRING_VECTORS_X86
 
 #include "primitives/avx2.h"
-#include "primitives/utf8Blocks.h"
 #include "primitives/utf8Check.h"
+#include "primitives/utf8DecodedLengthBlocks.h"
+#include "primitives/utf8DecodingBlocks.h"
 #include "primitives/utf8Kernels.h"
+#include "primitives/utf8Shuffles.h"
 
 namespace qzString::kernels::avx2 {
 namespace {
@@ -117,7 +119,7 @@ template <bool kExactly, bool kHigh>
 QZSTRING_KERNEL wchar_t* storeEight(__m128i values, __m128i high, std::uint32_t mask, wchar_t* destination,
                                     const wchar_t* end) {
     const __m128i selection =
-        _mm_loadu_si128(reinterpret_cast<const __m128i*>(blocks::kSelections[mask & 0xFF].data()));
+        _mm_loadu_si128(reinterpret_cast<const __m128i*>(shuffles::kSelections[mask & 0xFF].data()));
     __m256i characters = _mm256_cvtepu16_epi32(_mm_shuffle_epi8(values, selection));
     if (kHigh) {
         const __m256i upper = _mm256_cvtepu16_epi32(_mm_shuffle_epi8(high, selection));
@@ -275,7 +277,8 @@ struct Vector {
 
 }  // namespace
 
-QZSTRING_DEFINE_UTF8_DECODERS(Vector)
+QZSTRING_DEFINE_UTF8_DECODE(Vector)
+QZSTRING_DEFINE_UTF8_DECODED_LENGTH(Vector)
 
 }  // namespace qzString::kernels::avx2
 

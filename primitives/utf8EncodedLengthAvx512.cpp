@@ -1,8 +1,9 @@
 // The length of encoded UTF-8 in AVX-512: a sum of the bytes that characters need beyond one each.
 //
-// Those are counted by comparisons in 16-bit lanes: two for text below U+10000, three for other, whose whole
-// blocks in long text are looked up by the number of leading zeros. The masks go to general registers and are counted there: lanes would have to
-// be added up at the end, which short text cannot afford, and take as many instructions in a loop.
+// Those are counted by comparisons in 16-bit lanes: two for text below U+10000, three for other. (Whole blocks
+// of other text, where it is long, are looked up by the number of leading zeros.) The masks go to general
+// registers and are counted there: lanes would have to be added up at the end, which short text cannot afford,
+// and take as many instructions in a loop.
 //
 // Long text that has been measured from its beginning to its end has left the cache when the conversion comes
 // back to its beginning, so it is measured from its last piece to its first.

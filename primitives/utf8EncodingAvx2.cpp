@@ -1,7 +1,7 @@
 // Encoding UTF-8 in AVX2, 16 characters a block.
 //
 // Each is spread over the four bytes of a lane, lead byte first and right-aligned; for each combination of
-// four lengths a table has the shuffle that moves the bytes in use to the front (utf8Packings.h).
+// four lengths a table has the shuffle that moves the bytes in use to the front (utf8Shuffles.h).
 // Characters below U+10000 are spread in 16-bit lanes, those below U+0800 stay in them, eight a shuffle.
 // Ill-formed characters are noticed at the end. Stores are 16 bytes whole while what is still to come is
 // sure to fill them, else of the bytes in use, in two words that may overlap. The last characters are
@@ -13,13 +13,13 @@
 #include "primitives/avx2.h"
 #include "primitives/output.h"
 #include "primitives/utf8Kernels.h"
-#include "primitives/utf8Packings.h"
+#include "primitives/utf8Shuffles.h"
 
 namespace qzString::kernels::avx2 {
 namespace {
 
-constexpr std::array<packings::Shuffle, 256> makePairPackings() {
-    std::array<packings::Shuffle, 256> packings{};
+constexpr std::array<shuffles::Shuffle, 256> makePairPackings() {
+    std::array<shuffles::Shuffle, 256> packings{};
     for (std::size_t pairs = 0; pairs < 256; ++pairs) {
         std::size_t to = 0;
         for (std::size_t i = 0; i < 8; ++i) {
@@ -31,7 +31,7 @@ constexpr std::array<packings::Shuffle, 256> makePairPackings() {
     return packings;
 }
 // Moves the bytes in use of eight 16-bit lanes to the front: both of those that the mask names.
-constexpr std::array<packings::Shuffle, 256> kPairPackings = makePairPackings();
+constexpr std::array<shuffles::Shuffle, 256> kPairPackings = makePairPackings();
 
 template <std::uint32_t kLimit>
 QZSTRING_KERNEL bool anyFrom(__m256i characters) {
@@ -109,9 +109,9 @@ template <bool kAmply>
 QZSTRING_KERNEL bool putFour(Encoding& encoding, __m128i lanes, std::size_t lengths, std::size_t begin) {
     if (encoding.endsBefore<kAmply>(begin))
         return true;
-    const auto* const order = reinterpret_cast<const __m128i*>(packings::kPackings[lengths].data());
+    const auto* const order = reinterpret_cast<const __m128i*>(shuffles::kPackings[lengths].data());
     return encoding.put<kAmply, 4>(_mm_shuffle_epi8(lanes, _mm_loadu_si128(order)),
-                                   packings::kPackedLengths[lengths], begin);
+                                   shuffles::kPackedLengths[lengths], begin);
 }
 
 // Eight characters in 16-bit lanes, two bytes each for those that the mask names.

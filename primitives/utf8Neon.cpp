@@ -9,11 +9,12 @@
 #if QZSTRING_VECTORS_NEON
 
 #include "primitives/neon.h"
-#include "primitives/utf8Blocks.h"
 #include "primitives/utf8Check.h"
+#include "primitives/utf8DecodedLengthBlocks.h"
+#include "primitives/utf8DecodingBlocks.h"
 #include "primitives/utf8Kernels.h"
-#include "primitives/utf8Packings.h"
 #include "primitives/utf8Portable.h"
+#include "primitives/utf8Shuffles.h"
 
 namespace qzString::kernels::neon {
 namespace {
@@ -62,7 +63,7 @@ QZSTRING_KERNEL void storeLanes(uint32x4_t lanes, wchar_t* destination) {
 // Stores those of eight characters that the mask names; eight elements are written.
 QZSTRING_KERNEL void storeSelected(uint8x16_t values, uint8x16_t high, bool hasHigh, std::uint32_t mask,
                                    wchar_t* destination) {
-    const uint8x16_t selection = load128(blocks::kSelections[mask].data());
+    const uint8x16_t selection = load128(shuffles::kSelections[mask].data());
     const uint16x8_t selected = vreinterpretq_u16_u8(vqtbl1q_u8(values, selection));
     uint32x4_t first = vmovl_u16(vget_low_u16(selected));
     uint32x4_t second = vmovl_high_u16(selected);
@@ -141,9 +142,9 @@ Progress encodeBlocks(const wchar_t* source, std::size_t length, char* destinati
         if (anyIllFormed(a))
             break;
         const std::uint32_t lengths = vaddvq_u32(vmulq_u32(extraBytes(a), places));
-        vst1q_u8(to, vqtbl1q_u8(spread(a), load128(packings::kPackings[lengths].data())));
+        vst1q_u8(to, vqtbl1q_u8(spread(a), load128(shuffles::kPackings[lengths].data())));
         at += 4;
-        written += packings::kPackedLengths[lengths];
+        written += shuffles::kPackedLengths[lengths];
     }
     return Progress{at, written} +
            utf8::encode(source + at, length - at, destination + written, capacity - written);
@@ -284,7 +285,8 @@ struct Vector {
 
 }  // namespace
 
-QZSTRING_DEFINE_UTF8_DECODERS(Vector)
+QZSTRING_DEFINE_UTF8_DECODE(Vector)
+QZSTRING_DEFINE_UTF8_DECODED_LENGTH(Vector)
 
 unsigned int encode(const wchar_t* source, std::size_t length, char* destination, std::size_t capacity,
                     bool* ok) {

@@ -1,0 +1,83 @@
+// Vectors of characters, those of the compiler: what the character runs of AVX2 and NEON are made of.
+// Internal, not installed; included by one source per instruction set, which defines QZSTRING_TARGET and
+// QZSTRING_KERNEL.
+//
+// Shorter text than a vector is taken as two halves that may overlap, as two vectors of 16 bytes or as two
+// words in one of them, and one to three bytes as three. Nothing outside it is read.
+//
+// The sources also pass a Platform. It has kBytes, the size of its vectors (16 or 32), and as static
+// functions, the first two of vectors of that size and of 16 bytes:
+//   bool any(vector)               whether any bit is set
+//   std::uint32_t places(vector)   a bit for every byte, of bytes that are zero or all ones
+//   void leave()                   before a kernel returns
+#ifndef QZSTRING_PRIMITIVES_CHARACTERVECTORS_H
+#define QZSTRING_PRIMITIVES_CHARACTERVECTORS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+
+namespace qzString::kernels::characters {
+
+// Of unsigned elements.
+template <class Element, std::size_t kBytes>
+struct VectorOf {
+    typedef Element Type __attribute__((vector_size(kBytes)));
+};
+template <class Char, std::size_t kBytes>
+using Vector = typename VectorOf<std::make_unsigned_t<Char>, kBytes>::Type;
+
+template <class To>
+QZSTRING_KERNEL To load(const void* at) {
+    To vector;
+    std::memcpy(&vector, at, sizeof vector);
+    return vector;
+}
+
+template <class From>
+QZSTRING_KERNEL void store(void* at, From vector) {
+    std::memcpy(at, &vector, sizeof vector);
+}
+
+// The first and the last word of a text of one to two of them.
+template <class To, class Word>
+QZSTRING_KERNEL To loadFirstAndLast(const void* text, std::size_t bytes) {
+    const auto* const end = static_cast<const char*>(text) + bytes;
+    const typename VectorOf<Word, sizeof(To)>::Type words = {load<Word>(text),
+                                                             load<Word>(end - sizeof(Word))};
+    return load<To>(&words);
+}
+
+template <class Word, class From>
+QZSTRING_KERNEL void storeFirstAndLast(void* text, std::size_t bytes, From vector) {
+    const auto words = load<typename VectorOf<Word, sizeof(From)>::Type>(&vector);
+    store<Word>(text, words[0]);
+    store<Word>(static_cast<char*>(text) + bytes - sizeof(Word), words[1]);
+}
+
+// The first, the middle and the last of one to three bytes: all of them in order, some repeated where there are
+// fewer.
+template <class To>
+QZSTRING_KERNEL To loadThree(const void* text, std::size_t bytes) {
+    const auto* const byte = static_cast<const unsigned char*>(text);
+    const typename VectorOf<std::uint32_t, sizeof(To)>::Type words = {
+        byte[0] | std::uint32_t{byte[bytes / 2]} << 8 | std::uint32_t{byte[bytes - 1]} << 16};
+    return load<To>(&words);
+}
+
+// The bit that makes the case of ASCII letters, where elements are letters if their distance from the first
+// one says so. Compared as signed, which takes one instruction.
+template <class Char, std::size_t kBytes>
+QZSTRING_KERNEL Vector<Char, kBytes> caseBits(Vector<Char, kBytes> fromFirst) {
+    using Signed = std::make_signed_t<Char>;
+    constexpr auto kLeast = static_cast<std::make_unsigned_t<Char>>(std::numeric_limits<Signed>::min());
+    const auto moved = typename VectorOf<Signed, kBytes>::Type(fromFirst + kLeast);
+    const auto isLetter = moved < static_cast<Signed>(std::numeric_limits<Signed>::min() + 26);
+    return Vector<Char, kBytes>(isLetter) & static_cast<std::make_unsigned_t<Char>>(0x20);
+}
+
+}  // namespace qzString::kernels::characters
+
+#endif
