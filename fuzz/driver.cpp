@@ -1,4 +1,4 @@
-#include "driver.h"
+#include "fuzz/driver.h"
 
 #include <cstdio>
 #include <cstdlib>

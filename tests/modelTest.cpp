@@ -4,7 +4,7 @@
 #include <iterator>
 #include <random>
 
-#include "../fuzz/driver.h"
+#include "fuzz/driver.h"
 #include "support.h"
 
 TEST(Model, FollowsRandomOperations) {
