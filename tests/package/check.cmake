@@ -13,9 +13,7 @@ run(${WORK}/build/consumer)
 find_program(PKG_CONFIG NAMES pkg-config pkgconf REQUIRED)
 file(GLOB_RECURSE metadata ${WORK}/prefix/*/qzString.pc)
 cmake_path(GET metadata PARENT_PATH metadataFolder)
-# The package was configured for the default prefix and is read here from another.
-run(${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${metadataFolder} ${PKG_CONFIG} --define-variable=prefix=${WORK}/prefix
-    --cflags --libs qzString)
+run(${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${metadataFolder} ${PKG_CONFIG} --cflags --libs qzString)
 string(STRIP "${output}" flags)
 separate_arguments(flags UNIX_COMMAND "${flags}")
 separate_arguments(FLAGS UNIX_COMMAND "${FLAGS}")
