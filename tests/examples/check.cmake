@@ -1,6 +1,5 @@
-# Runs COMMAND and compares what it prints, both streams, with EXPECTED, and its exit status with STATUS. The folder of
+# Runs COMMAND, a list, and compares what it prints, both streams, with EXPECTED, and its exit status with STATUS. The folder of
 # the sources and that of the test data are cut from the output.
-separate_arguments(COMMAND)
 if(INPUT)
     set(input INPUT_FILE ${INPUT})
 endif()
