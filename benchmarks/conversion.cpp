@@ -12,6 +12,9 @@
 #if defined(PEER_ICU)
 #include <unicode/ustring.h>
 #endif
+#if defined(PEER_SIMDUTF)
+#include <simdutf.h>
+#endif
 #if defined(PEER_UTF8CPP)
 #include <utf8.h>
 #endif
@@ -62,6 +65,13 @@ void addDecoders(const std::string& name, const std::string& bytes) {
         benchmark::DoNotOptimize(length);
     });
 #endif
+#if defined(PEER_SIMDUTF)
+    inputs::add(name + "/simdutf", size, [=] {
+        benchmark::DoNotOptimize(simdutf::utf32_length_from_utf8(source->data(), size));
+        benchmark::DoNotOptimize(simdutf::convert_utf8_to_utf32(source->data(), size,
+                                                                reinterpret_cast<char32_t*>(room->data())));
+    });
+#endif
 #if defined(PEER_UTF8CPP)
     inputs::add(name + "/utf8cpp", size, [=] {
         benchmark::DoNotOptimize(utf8::distance(source->begin(), source->end()));
@@ -105,6 +115,13 @@ void addEncoders(const std::string& name, const std::string& bytes) {
         u_strToUTF8(room->data(), static_cast<std::int32_t>(room->size()), &count, units.data(), count,
                     &error);
         benchmark::DoNotOptimize(count);
+    });
+#endif
+#if defined(PEER_SIMDUTF)
+    inputs::add(name + "/simdutf", bytes.size(), [=] {
+        const auto* const characters = reinterpret_cast<const char32_t*>(source->data());
+        benchmark::DoNotOptimize(simdutf::utf8_length_from_utf32(characters, length));
+        benchmark::DoNotOptimize(simdutf::convert_utf32_to_utf8(characters, length, room->data()));
     });
 #endif
 #if defined(PEER_UTF8CPP)

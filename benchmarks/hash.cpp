@@ -1,10 +1,12 @@
 // Hashing: throughput, and latency as a chain in which each text depends on the hash before.
-#include <cstring>
 #include <memory>
 #include <string_view>
 
 #include "inputs.h"
 #include "primitives/hash.h"
+#if defined(PEER_RAPIDHASH)
+#include <rapidhash.h>
+#endif
 #if defined(PEER_XXHASH)
 #include <xxhash.h>
 #endif
@@ -36,6 +38,9 @@ int main(int argc, char** argv) {
     addHash("std", [](const char* text, std::size_t size) {
         return std::uint64_t{std::hash<std::string_view>()({text, size})};
     });
+#if defined(PEER_RAPIDHASH)
+    addHash("rapidhash", [](const char* text, std::size_t size) { return rapidhash(text, size); });
+#endif
 #if defined(PEER_XXHASH)
     addHash("xxh3",
             [](const char* text, std::size_t size) { return std::uint64_t{XXH3_64bits(text, size)}; });

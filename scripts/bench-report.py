@@ -9,6 +9,8 @@ import json
 import sys
 
 OURS = "qzString"
+# The library by other ways, and what a measurement consists of: no peers.
+OURS_OTHERWISE = ("class", "locale", "copy")
 
 
 def medians(files):
@@ -38,19 +40,23 @@ def write_csv(path, rates):
                 stream.write(f"{name},{who},{rate:.4f},{time:.2f}\n")
 
 
+def peers_of(row):
+    return {who: rate for who, (rate, _) in row.items() if who != OURS and who not in OURS_OTHERWISE}
+
+
 def print_ratios(rates):
     print(f"{'measurement':44} {'GB/s':>8} {'ns':>10}   best peer        GB/s  ratio")
     for name, row in rates.items():
         if OURS not in row:
             continue
         rate, time = row[OURS]
-        peers = {who: value[0] for who, value in row.items() if who not in (OURS, "class", "locale", "copy")}
+        peers = peers_of(row)
         line = f"{name:44} {rate:8.2f} {time:10.1f}"
         if peers:
             best = max(peers, key=peers.get)
             line += f"   {best:12} {peers[best]:8.2f} {rate / peers[best]:6.2f}"
         print(line)
-        for who in ("class", "locale", "copy"):
+        for who in OURS_OTHERWISE:
             if who in row:
                 print(f"  {who + ':':42} {row[who][0]:8.2f} {row[who][1]:10.1f}")
 
@@ -68,7 +74,7 @@ def draw(path, rates):
         y = 40 + i * step
         label = " ".join(name.split("/")[:2])
         parts.append(f'<text x="{left - 8}" y="{y + 15}" text-anchor="end">{label}</text>')
-        peers = {who: v[0] for who, v in row.items() if who not in (OURS, "class", "locale")}
+        peers = peers_of(row)
         best = max(peers, key=peers.get) if peers else None
         for offset, who, color in ((0, OURS, "#2a6fdb"), (12, best, "#b8bec8")):
             if who is None:

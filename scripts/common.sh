@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Shared by the scripts: sourced with the repository's root as the current folder.
 
 # require COMMAND=PACKAGE...: installs the Debian packages whose commands (or files, where they begin with /) are
@@ -24,13 +25,17 @@ require() {
         exit 3
     fi
     echo "Installing: ${missing[*]}"
+    local log
+    log=$(mktemp)
     if ! { "${install[@]}" -qq update &&
         DEBIAN_FRONTEND=noninteractive "${install[@]}" -qq -y --no-install-recommends install "${missing[@]}"; } \
-        > "${TMPDIR:-/tmp}/qzstring-install.log" 2>&1; then
-        tail -n 20 "${TMPDIR:-/tmp}/qzstring-install.log" >&2
+        > "$log" 2>&1; then
+        tail -n 20 "$log" >&2
+        rm -f "$log"
         echo "Missing, and could not be installed: ${missing[*]}" >&2
         exit 3
     fi
+    rm -f "$log"
 }
 
 buildTools=(g++=g++ cmake=cmake ninja=ninja-build)
