@@ -6,17 +6,15 @@
 #ifndef QZSTRING_COMMON_EXPORT_H
 #define QZSTRING_COMMON_EXPORT_H
 
-#if defined(__GNUC__) || defined(__clang__)
+#if !defined(__GNUC__)
+#error "qzString needs GCC or Clang"
+#endif
+
 #define QZSTRING_EXPORT __attribute__((visibility("default")))
 // A variable of the library's own: what uses it elsewhere in the library finds it without a table.
 #define QZSTRING_HIDDEN __attribute__((visibility("hidden")))
 // Checks the arguments of a printf-like function; positions count from 1, `this` included, 0 for a va_list.
 #define QZSTRING_PRINTF(formatAt, argumentsAt) __attribute__((format(printf, formatAt, argumentsAt)))
-#else
-#define QZSTRING_EXPORT
-#define QZSTRING_HIDDEN
-#define QZSTRING_PRINTF(formatAt, argumentsAt)
-#endif
 
 // A result that borrows from the object: lets the compiler warn when the object is a temporary.
 #if defined(__clang__)

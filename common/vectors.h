@@ -1,9 +1,9 @@
-// Which vector code is compiled in: QZSTRING_VECTORS_X86 or QZSTRING_VECTORS_NEON, or neither. That of wide text is
-// of 32-bit characters. Internal, not installed.
+// Which vector code is compiled in: QZSTRING_VECTORS_X86 or QZSTRING_VECTORS_NEON, or neither. That of wide
+// text is of 32-bit characters. Internal, not installed.
 #ifndef QZSTRING_COMMON_VECTORS_H
 #define QZSTRING_COMMON_VECTORS_H
 
-#if (defined(__GNUC__) || defined(__clang__)) && __SIZEOF_WCHAR_T__ == 4
+#if __SIZEOF_WCHAR_T__ == 4
 #if defined(__x86_64__)
 #define QZSTRING_VECTORS_X86 1
 #elif defined(__aarch64__) && defined(__AARCH64EL__)

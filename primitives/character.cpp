@@ -3,7 +3,7 @@
 #include <cstring>
 #include <cwchar>
 
-#include "primitives/characterLoops.h"
+#include "primitives/characterPortable.h"
 #include "primitives/characterTables.h"
 #include "primitives/kernels.h"
 
@@ -23,16 +23,16 @@ bool isWideSpace(wchar_t c) noexcept {
 }
 
 wchar_t toWideLower(wchar_t c) noexcept {
-    return loops::mapWide<loops::Lower>(c);
+    return portable::mapWide<portable::Lower>(c);
 }
 
 wchar_t toWideUpper(wchar_t c) noexcept {
-    return loops::mapWide<loops::Upper>(c);
+    return portable::mapWide<portable::Upper>(c);
 }
 
 }  // namespace detail
 
-namespace loops {
+namespace portable {
 
 int compareFolded(const char* a, const char* b) noexcept {
     const char lowerA = toLower(*a);
@@ -46,7 +46,7 @@ int compareFolded(const wchar_t* a, const wchar_t* b) noexcept {
     return std::wmemcmp(&lowerA, &lowerB, 1);
 }
 
-}  // namespace loops
+}  // namespace portable
 
 bool isAscii(const char* text, std::size_t count) noexcept {
     return kernels::active().isAsciiNarrow(text, count);

@@ -2,7 +2,7 @@
 // characterVectors.h. Internal, not installed. characterComparisonBlocks.h has the comparison.
 //
 // A text goes vector by vector, the last one over some of the one before; wide text that is mapped has its
-// last characters one by one. Where characterLoops.h's large blocks do not find a shorter way, the
+// last characters one by one. Where characterPortable.h's large blocks do not find a shorter way, the
 // characters of a vector of wide text that has any beyond ASCII are mapped by the tables.
 //
 // QZSTRING_CHARACTER_RUNS(Platform) are the entries of its row of kernels.h.
@@ -14,7 +14,7 @@
 #include <type_traits>
 
 #include "primitives/characterComparisonBlocks.h"
-#include "primitives/characterLoops.h"
+#include "primitives/characterPortable.h"
 #include "primitives/characterVectors.h"
 
 namespace qzString::kernels::characters {
@@ -103,7 +103,7 @@ QZSTRING_KERNEL void mapShort(char* text, std::size_t count) {
         mapEnds<Platform, Case, std::uint32_t>(text, count);
     } else {
         for (std::size_t i = 0; i < count; ++i)
-            text[i] = loops::mapAscii<Case>(text[i]);
+            text[i] = portable::mapAscii<Case>(text[i]);
     }
 }
 
@@ -129,15 +129,15 @@ template <class Platform, class Case>
 QZSTRING_KERNEL void mapRun(wchar_t* text, std::size_t count) {
     constexpr std::size_t kLength = Platform::kBytes / sizeof(wchar_t);
     using Whole = Vector<wchar_t, Platform::kBytes>;
-    std::size_t at = loops::mapBlocks<Case>(text, count);
+    std::size_t at = portable::mapBlocks<Case>(text, count);
     for (; count - at >= kLength; at += kLength) {
         const auto characters = load<Whole>(text + at);
         if (isAsciiVector<Platform, wchar_t, Platform::kBytes>(characters))
             store(text + at, characters ^ changes<Case, wchar_t, Platform::kBytes>(characters));
         else
-            loops::mapEach<Case>(text + at, kLength);
+            portable::mapEach<Case>(text + at, kLength);
     }
-    loops::mapEach<Case>(text + at, count - at);
+    portable::mapEach<Case>(text + at, count - at);
 }
 
 template <class Platform, class Case, class Char>
@@ -146,11 +146,12 @@ QZSTRING_TARGET void toCase(Char* text, std::size_t count) noexcept {
     Platform::leave();
 }
 
-#define QZSTRING_CHARACTER_RUNS(Platform)                                                                   \
-    characters::isAscii<Platform, char>, characters::isAscii<Platform, wchar_t>,                            \
-        characters::toCase<Platform, loops::Lower, char>, characters::toCase<Platform, loops::Upper, char>, \
-        characters::toCase<Platform, loops::Lower, wchar_t>,                                                \
-        characters::toCase<Platform, loops::Upper, wchar_t>, characters::compareNoCase<Platform, char>,     \
+#define QZSTRING_CHARACTER_RUNS(Platform)                                                                  \
+    characters::isAscii<Platform, char>, characters::isAscii<Platform, wchar_t>,                           \
+        characters::toCase<Platform, portable::Lower, char>,                                               \
+        characters::toCase<Platform, portable::Upper, char>,                                               \
+        characters::toCase<Platform, portable::Lower, wchar_t>,                                            \
+        characters::toCase<Platform, portable::Upper, wchar_t>, characters::compareNoCase<Platform, char>, \
         characters::compareNoCase<Platform, wchar_t>
 
 }  // namespace qzString::kernels::characters

@@ -10,7 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "primitives/characterLoops.h"
+#include "primitives/characterPortable.h"
 #include "primitives/characterVectors.h"
 
 namespace qzString::kernels::characters {
@@ -44,7 +44,7 @@ QZSTRING_KERNEL std::size_t placeOf(Vector<Char, kBytes> difference, const Char*
         return place < kHalf ? place : place + count - 2 * kHalf;
     }
     for (std::size_t i = 0; i < count; ++i) {
-        if (loops::foldCharacter(a[i]) != loops::foldCharacter(b[i]))
+        if (portable::foldCharacter(a[i]) != portable::foldCharacter(b[i]))
             return i;
     }
     return kNowhere;
@@ -103,8 +103,8 @@ QZSTRING_KERNEL std::size_t placeOfDifference(const Char* a, const Char* b, std:
         return placeInShort<Platform>(a, b, count);
     if (count <= 2 * kLength)
         return placeInTwo<Platform, kBytes>(a, b, count);
-    constexpr std::size_t kAhead = loops::kPrefetched / sizeof(Char);
-    const bool isLong = count * sizeof(Char) >= loops::kBeyondFirstCache;
+    constexpr std::size_t kAhead = portable::kPrefetched / sizeof(Char);
+    const bool isLong = count * sizeof(Char) >= portable::kBeyondFirstCache;
     std::size_t at = 0;
     for (; count - at >= 4 * kLength; at += 4 * kLength) {
         Vector<Char, kBytes> all{};
@@ -132,8 +132,8 @@ QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char*
                                   std::size_t bCount) noexcept {
     const std::size_t place = placeOfDifference<Platform>(a, b, aCount < bCount ? aCount : bCount);
     Platform::leave();
-    return place == kNowhere ? loops::compareLengths(aCount, bCount)
-                             : loops::compareFolded(a + place, b + place);
+    return place == kNowhere ? portable::compareLengths(aCount, bCount)
+                             : portable::compareFolded(a + place, b + place);
 }
 
 }  // namespace qzString::kernels::characters

@@ -19,6 +19,10 @@
 #include <limits>
 #include <type_traits>
 
+#ifndef QZSTRING_TARGET
+#error "included after avx2.h or neon.h"
+#endif
+
 namespace qzString::kernels::characters {
 
 // Of unsigned elements.

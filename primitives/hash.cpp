@@ -1,9 +1,8 @@
-// What is fastest changes with the length, and nothing else decides, so that every kernel gives the same
-// value:
+// The algorithm is chosen by the length alone, so that every kernel gives the same value:
 //
 // - up to 128 bytes: inline (hashInline.h).
 // - up to 512: as those from 113 on, four chains, each of which takes 16 bytes of every 64.
-// - above: XXH3 in vector lanes (hashLoops.h).
+// - above: XXH3 in vector lanes (hashStripes.h).
 //
 // docs/performance.md has the times, and what SMHasher3 says of the whole.
 #include "primitives/hash.h"
@@ -11,14 +10,14 @@
 #include <cstddef>
 
 #include "primitives/hashInline.h"
-#include "primitives/hashLoops.h"
 #include "primitives/inline.h"
 #include "primitives/kernels.h"
+#define QZSTRING_TARGET  // the base set
+#include "primitives/hashStripes.h"
 
 namespace {
 
 using qz::detail::fold;
-using qz::detail::kRapidSeed;
 using qz::detail::kSecret;
 
 // Where the vector lanes have caught up, if nothing waits for the value.

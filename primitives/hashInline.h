@@ -63,9 +63,7 @@ std::uint64_t readWord(const unsigned char* at) noexcept {
 // A value that compilers would regroup an exclusive or with: one that is known early, so that what is known late
 // does not wait for two, or a chain, of which they would keep both halves in registers that they have not.
 inline std::uint64_t keptWhole(std::uint64_t value) noexcept {
-#if defined(__GNUC__) || defined(__clang__)
     asm("" : "+r"(value));
-#endif
     return value;
 }
 

@@ -8,24 +8,15 @@
 #ifndef QZSTRING_PRIMITIVES_INLINE_H
 #define QZSTRING_PRIMITIVES_INLINE_H
 
-#if defined(__GNUC__) || defined(__clang__)
 #define QZSTRING_INLINE __attribute__((always_inline)) inline
 #define QZSTRING_NOINLINE __attribute__((noinline))
 #define QZSTRING_LIKELY(condition) __builtin_expect(condition, true)
 #define QZSTRING_ONE_BY_ONE asm("")
-#else
-#define QZSTRING_INLINE inline
-#define QZSTRING_NOINLINE
-#define QZSTRING_LIKELY(condition) (condition)
-#define QZSTRING_ONE_BY_ONE
-#endif
 
 #if defined(__clang__)
 #define QZSTRING_KEEP_LOOP _Pragma("clang loop unroll(disable)")
-#elif defined(__GNUC__)
-#define QZSTRING_KEEP_LOOP _Pragma("GCC unroll 1")
 #else
-#define QZSTRING_KEEP_LOOP
+#define QZSTRING_KEEP_LOOP _Pragma("GCC unroll 1")
 #endif
 
 #endif

@@ -6,7 +6,7 @@
 
 #include "primitives/avx2.h"
 #include "primitives/characterBlocks.h"
-#include "primitives/hashLoops.h"
+#include "primitives/hashStripes.h"
 #include "primitives/utf8Kernels.h"
 
 namespace qzString::kernels {

@@ -7,7 +7,7 @@
 #include "primitives/neon.h"
 // After the header that defines QZSTRING_TARGET.
 #include "primitives/characterBlocks.h"
-#include "primitives/hashLoops.h"
+#include "primitives/hashStripes.h"
 #include "primitives/utf8Kernels.h"
 
 namespace qzString::kernels {

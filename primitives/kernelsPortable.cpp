@@ -2,10 +2,11 @@
 #include <algorithm>
 #include <iterator>
 
-#include "primitives/characterLoops.h"
-#include "primitives/hashLoops.h"
+#include "primitives/characterPortable.h"
 #include "primitives/kernels.h"
 #include "primitives/utf8Portable.h"
+#define QZSTRING_TARGET  // the base set
+#include "primitives/hashStripes.h"
 
 namespace qzString::kernels {
 namespace {
@@ -48,14 +49,14 @@ const Kernels kPortable = {
     utf8::Whole<utf8::encode<wchar_t>>::convert,
     utf8::Whole<utf8::encodedLength<wchar_t>>::convert,
     utf8::decodedLength<wchar_t>,
-    loops::isAsciiRun<char>,
-    loops::isAsciiRun<wchar_t>,
-    loops::mapRun<loops::Lower>,
-    loops::mapRun<loops::Upper>,
-    loops::mapRun<loops::Lower>,
-    loops::mapRun<loops::Upper>,
-    loops::compareNoCaseRun<char>,
-    loops::compareNoCaseRun<wchar_t>,
+    portable::isAsciiRun<char>,
+    portable::isAsciiRun<wchar_t>,
+    portable::mapRun<portable::Lower>,
+    portable::mapRun<portable::Upper>,
+    portable::mapRun<portable::Lower>,
+    portable::mapRun<portable::Upper>,
+    portable::compareNoCaseRun<char>,
+    portable::compareNoCaseRun<wchar_t>,
     hashLanes,
 };
 

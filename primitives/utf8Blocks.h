@@ -36,6 +36,10 @@
 
 #include "primitives/inline.h"
 
+#ifndef QZSTRING_TARGET
+#error "included after avx2.h or neon.h"
+#endif
+
 namespace qzString::kernels::blocks {
 
 // ---- Long text ----

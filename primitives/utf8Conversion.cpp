@@ -16,12 +16,12 @@ constexpr wchar_t kReplacement = 0xFFFD;
 // Returns the length, or output::kFailure where there is no room.
 std::size_t decodeSubstituting(const char* source, std::size_t length, wchar_t* destination,
                                std::size_t capacity, bool& replaced) {
-    const kernels::Kernels& kernel = kernels::active();
     const bool counts = destination == nullptr;
     const auto hasRoom = [&](const Progress& total) { return counts || total.written <= capacity; };
     Progress total{0, 0};
     for (;;) {
         const char* const rest = source + total.read;
+        const kernels::Kernels& kernel = kernels::active();  // another one after the process's first call
         const Progress sound = kernel.wellFormed(rest, length - total.read);
         wchar_t* const to = counts ? nullptr : destination + total.written;
         total = {total.read + sound.read, total.written + sound.written};

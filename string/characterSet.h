@@ -7,7 +7,7 @@
 
 #include <cstddef>
 
-#include "string/search.h"
+#include "string/scanner.h"
 
 namespace qzString::search {
 

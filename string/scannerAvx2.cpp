@@ -1,5 +1,5 @@
 // The scans of searching in AVX2: 32 bytes or 8 wide elements a vector.
-#include "string/scanners.h"
+#include "string/scanner.h"
 
 #if QZSTRING_VECTORS_X86
 
@@ -9,8 +9,7 @@
 
 #define QZSTRING_FEATURES(X) X("avx2") X("bmi")
 #define QZSTRING_TARGET QZSTRING_TARGET_OF(QZSTRING_FEATURES)
-#define QZSTRING_LEAVE() _mm256_zeroupper()
-#include "string/scanLoops.h"
+#include "string/scanBlocks.h"
 
 namespace qzString::search {
 namespace {
@@ -33,7 +32,12 @@ QZSTRING_TARGET inline __m128i halfOf(std::uint64_t low, std::uint64_t high) {
     return _mm_set_epi64x(static_cast<long long>(high), static_cast<long long>(low));
 }
 
-struct Bytes {
+// What every vector of this source has.
+struct Platform {
+    QZSTRING_TARGET static void leave() { _mm256_zeroupper(); }
+};
+
+struct Bytes : Platform {
     using Element = char;
     static constexpr std::size_t kLanes = 32;
 
@@ -65,7 +69,7 @@ struct Bytes {
     }
 };
 
-struct Wides {
+struct Wides : Platform {
     using Element = wchar_t;
     static constexpr std::size_t kLanes = 8;
 
@@ -98,7 +102,7 @@ struct Wides {
 };
 
 // A filter in two registers: of a character's bit, permutation finds the word and a shift the place.
-struct Filter {
+struct Filter : Platform {
     static constexpr std::size_t kLanes = 8;
     __m256i exact, shared;
 
@@ -131,13 +135,10 @@ struct Filter {
     }
 };
 
-QZSTRING_SCANNER_FUNCTIONS(Bytes, Wides)
-QZSTRING_SET_FUNCTIONS(Filter)
-
 }  // namespace
 
-const Scanner kAvx2Scanner = {"avx2",     usable,   nextNarrow, nextWide,
-                              lastNarrow, lastWide, nextInSet,  lastInSet};
+const Scanner kAvx2Scanner = {"avx2",          usable,          scanNext<Bytes>,       scanNext<Wides>,
+                              scanLast<Bytes>, scanLast<Wides>, scanNextInSet<Filter>, scanLastInSet<Filter>};
 
 }  // namespace qzString::search
 

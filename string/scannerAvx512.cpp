@@ -1,5 +1,5 @@
 // The scans of searching in AVX-512: 64 bytes or 16 wide elements a vector, the rest of a range under a mask.
-#include "string/scanners.h"
+#include "string/scanner.h"
 
 #if QZSTRING_VECTORS_X86
 
@@ -12,8 +12,7 @@
 
 #define QZSTRING_FEATURES(X) X("avx512f") X("avx512bw") X("avx512vl") X("bmi") X("bmi2")
 #define QZSTRING_TARGET QZSTRING_TARGET_OF(QZSTRING_FEATURES)
-#define QZSTRING_LEAVE() _mm256_zeroupper()
-#include "string/scanLoops.h"
+#include "string/scanBlocks.h"
 
 namespace qzString::search {
 namespace {
@@ -24,7 +23,12 @@ bool usable() {
     return true;
 }
 
-struct Bytes {
+// What every vector of this source has.
+struct Platform {
+    QZSTRING_TARGET static void leave() { _mm256_zeroupper(); }
+};
+
+struct Bytes : Platform {
     using Element = char;
     static constexpr std::size_t kLanes = 64;
 
@@ -47,7 +51,7 @@ struct Bytes {
     }
 };
 
-struct Wides {
+struct Wides : Platform {
     using Element = wchar_t;
     static constexpr std::size_t kLanes = 16;
 
@@ -70,7 +74,7 @@ struct Wides {
 };
 
 // A filter in one register: of a character's bit, permutation finds the word and rotation the place.
-struct Filter {
+struct Filter : Platform {
     static constexpr std::size_t kLanes = 16;
     __m512i words;
 
@@ -105,13 +109,11 @@ struct Filter {
     }
 };
 
-QZSTRING_SCANNER_FUNCTIONS(Bytes, Wides)
-QZSTRING_SET_FUNCTIONS(Filter)
-
 }  // namespace
 
-const Scanner kAvx512Scanner = {"avx512",   usable,   nextNarrow, nextWide,
-                                lastNarrow, lastWide, nextInSet,  lastInSet};
+const Scanner kAvx512Scanner = {
+    "avx512",        usable,          scanNext<Bytes>,       scanNext<Wides>,
+    scanLast<Bytes>, scanLast<Wides>, scanNextInSet<Filter>, scanLastInSet<Filter>};
 
 }  // namespace qzString::search
 

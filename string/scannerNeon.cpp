@@ -1,13 +1,12 @@
 // The scans of searching in NEON: 16 bytes or 4 wide elements a vector, 16 wide elements a step for a set.
-#include "string/scanners.h"
+#include "string/scanner.h"
 
 #if QZSTRING_VECTORS_NEON
 
 #include <arm_neon.h>
 
-#define QZSTRING_TARGET   // in the base set of AArch64
-#define QZSTRING_LEAVE()  // nothing to clean
-#include "string/scanLoops.h"
+#define QZSTRING_TARGET  // in the base set of AArch64
+#include "string/scanBlocks.h"
 
 namespace qzString::search {
 namespace {
@@ -20,7 +19,12 @@ uint8x16_t ofWords(std::uint64_t low, std::uint64_t high) {
     return vcombine_u8(vcreate_u8(low), vcreate_u8(high));
 }
 
-struct Bytes {
+// What every vector of this source has.
+struct Platform {
+    static void leave() {}
+};
+
+struct Bytes : Platform {
     using Element = char;
     static constexpr std::size_t kLanes = 16;
 
@@ -47,7 +51,7 @@ struct Bytes {
     }
 };
 
-struct Wides {
+struct Wides : Platform {
     using Element = wchar_t;
     static constexpr std::size_t kLanes = 4;
 
@@ -75,7 +79,7 @@ struct Wides {
 
 // A filter in four registers, looked up byte by byte for the low bits of sixteen characters; 32 bytes on for
 // those that have others.
-struct Filter {
+struct Filter : Platform {
     static constexpr std::size_t kLanes = 16;
     const SetFilter& filter;
     uint8x16x4_t bits;
@@ -119,13 +123,10 @@ struct Filter {
     }
 };
 
-QZSTRING_SCANNER_FUNCTIONS(Bytes, Wides)
-QZSTRING_SET_FUNCTIONS(Filter)
-
 }  // namespace
 
-const Scanner kNeonScanner = {"neon",     alwaysUsable, nextNarrow, nextWide,
-                              lastNarrow, lastWide,     nextInSet,  lastInSet};
+const Scanner kNeonScanner = {"neon",          alwaysUsable,    scanNext<Bytes>,       scanNext<Wides>,
+                              scanLast<Bytes>, scanLast<Wides>, scanNextInSet<Filter>, scanLastInSet<Filter>};
 
 }  // namespace qzString::search
 

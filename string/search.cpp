@@ -6,86 +6,18 @@
 //
 // The guard: on repetitive text there may be a place to compare at every position. Each failed comparison is
 // charged with the length of the needle; when the charges exceed a multiple of the way gone, the search goes
-// on by the Two-Way algorithm (Crochemore and Perrin, "Two-way string-matching", JACM 38, 1991), linear in
-// every case, without memory.
+// on by the Two-Way algorithm (twoWay.h), linear in every case.
 #include "string/search.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdint>
-#include <iterator>
 #include <string>
 
-#include "string/scanners.h"
+#include "string/scanner.h"
+#include "string/twoWay.h"
 
 namespace qzString::search {
 namespace {
-
-// ---- Scanners ----
-
-bool alwaysUsable() {
-    return true;
-}
-
-template <class Char>
-std::size_t nextPortable(const Char* text, std::size_t count, std::size_t first, Char a, std::size_t second,
-                         Char b) {
-    for (std::size_t at = 0; at < count; ++at) {
-        const Char* const found = std::char_traits<Char>::find(text + at + first, count - at, a);
-        if (found == nullptr)
-            break;
-        at = static_cast<std::size_t>(found - text) - first;
-        if (text[at + second] == b)
-            return at;
-    }
-    return count;
-}
-
-template <class Char>
-std::size_t lastPortable(const Char* text, std::size_t count, std::size_t first, Char a, std::size_t second,
-                         Char b) {
-    for (std::size_t at = count; at-- > 0;) {
-        if (text[at + first] == a && text[at + second] == b)
-            return at;
-    }
-    return kNotFound;
-}
-
-std::size_t nextInSetPortable(const wchar_t* text, std::size_t count, const SetFilter& filter) {
-    std::size_t at = 0;
-    while (at < count && !filter.passes(text[at]))
-        ++at;
-    return at;
-}
-
-std::size_t lastInSetPortable(const wchar_t* text, std::size_t count, const SetFilter& filter) {
-    std::size_t end = count;
-    while (end > 0 && !filter.passes(text[end - 1]))
-        --end;
-    return end - 1;
-}
-
-const Scanner kPortableScanner = {
-    "portable",         alwaysUsable,          nextPortable<char>, nextPortable<wchar_t>,
-    lastPortable<char>, lastPortable<wchar_t>, nextInSetPortable,  lastInSetPortable};
-
-const Scanner* const kBestFirst[] = {
-#if QZSTRING_VECTORS_X86
-    &kAvx512Scanner,
-    &kAvx2Scanner,
-#elif QZSTRING_VECTORS_NEON
-    &kNeonScanner,
-#endif
-    &kPortableScanner,
-};
-
-std::atomic<const Scanner*> chosenScanner{nullptr};
-
-const Scanner& choose() {
-    const Scanner& best = firstUsable(kBestFirst);
-    chosenScanner.store(&best, std::memory_order_relaxed);
-    return best;
-}
 
 // ---- The choice of the two elements ----
 
@@ -134,106 +66,21 @@ Anchors chooseAnchors(const Char* needle, std::size_t length) {
     return anchors;
 }
 
-// ---- Two-Way ----
-
-// An array read from its beginning, or from its end.
-template <class Char>
-struct Forwards {
-    const Char* elements;
-    Char operator[](std::size_t i) const { return elements[i]; }
-};
-template <class Char>
-struct Backwards {
-    const Char* last;
-    Char operator[](std::size_t i) const { return *(last - i); }
-};
-
-struct Factorization {
-    std::size_t split;   // the needle's critical position: where its right part begins
-    std::size_t period;  // of the right part
-};
-
-// The maximal suffix in one of the two orders of elements.
-template <class Reader, class Before>
-Factorization maximalSuffix(Reader needle, std::size_t length, Before before) {
-    std::size_t suffix = 0;  // where the best so far begins
-    std::size_t candidate = 1;
-    std::size_t matched = 0;
-    std::size_t period = 1;
-    while (candidate + matched < length) {
-        const auto c = needle[candidate + matched];
-        const auto s = needle[suffix + matched];
-        if (before(c, s)) {
-            candidate += matched + 1;
-            matched = 0;
-            period = candidate - suffix;
-        } else if (c == s) {
-            if (++matched == period) {
-                candidate += period;
-                matched = 0;
-            }
-        } else {
-            suffix = candidate++;
-            matched = 0;
-            period = 1;
-        }
-    }
-    return {suffix, period};
-}
-
-template <class Reader>
-Factorization factorize(Reader needle, std::size_t length) {
-    const Factorization up = maximalSuffix(needle, length, [](auto x, auto y) { return x < y; });
-    const Factorization down = maximalSuffix(needle, length, [](auto x, auto y) { return y < x; });
-    return up.split > down.split ? up : down;
-}
-
-// The lowest i at which needle stands in text, or kNotFound; 0 < needleLength <= length.
-template <class Reader>
-std::size_t twoWay(Reader text, std::size_t length, Reader needle, std::size_t needleLength) {
-    const Factorization factors = factorize(needle, needleLength);
-    const std::size_t split = factors.split;
-    std::size_t period = factors.period;
-    bool isPeriodic = split + period <= needleLength;
-    for (std::size_t i = 0; isPeriodic && i < split; ++i)
-        isPeriodic = needle[i] == needle[i + period];
-    if (!isPeriodic)
-        period = std::max(split, needleLength - split) + 1;
-
-    // In a periodic needle, a beginning known to match after a shift by the period.
-    std::size_t known = 0;
-    for (std::size_t at = 0; at + needleLength <= length;) {
-        std::size_t i = std::max(split, known);
-        while (i < needleLength && needle[i] == text[at + i])
-            ++i;
-        if (i < needleLength) {
-            at += i - split + 1;
-            known = 0;
-            continue;
-        }
-        i = split;
-        while (i > known && needle[i - 1] == text[at + i - 1])
-            --i;
-        if (i <= known)
-            return at;
-        at += period;
-        known = isPeriodic ? needleLength - period : 0;
-    }
-    return kNotFound;
-}
-
 // ---- The search ----
 
-// What failed comparisons have cost, against the way gone.
-class Charges {
+// What comparisons in vain may cost, counted in elements: each at most the needle's length, and the call. The
+// scan gives way when they have cost eight for every element gone, which is more than Two-Way takes, and 4,096
+// more: text with a few such places is not worth preparing Two-Way.
+class Budget {
   public:
-    explicit Charges(std::size_t needleLength) : each(needleLength + 16) {}
-    bool exceed(std::size_t way) {
+    explicit Budget(std::size_t needleLength) : each(needleLength + kCall) {}
+    bool isSpent(std::size_t way) {
         total += each;
         return total > 8 * way + 4096 + each;
     }
 
   private:
+    static constexpr std::size_t kCall = 16;
     std::size_t each;
     std::size_t total = 0;
 };
@@ -259,7 +106,7 @@ std::size_t findForwards(const Char* text, std::size_t length, const Char* needl
     }
     const std::size_t end = length - needleLength + 1;
     const Anchors anchors = end - from <= kShort ? Anchors{0, needleLength - 1} : choose();
-    Charges charges(needleLength);
+    Budget budget(needleLength);
     for (std::size_t at = from;; ++at) {
         at += next(text + at, end - at, anchors.first, needle[anchors.first], anchors.second,
                    needle[anchors.second]);
@@ -267,7 +114,7 @@ std::size_t findForwards(const Char* text, std::size_t length, const Char* needl
             return kNotFound;
         if (standsAt(text + at, needle, needleLength))
             return at;
-        if (charges.exceed(at - from)) {
+        if (budget.isSpent(at - from)) {
             const std::size_t found =
                 twoWay(Forwards<Char>{text + at}, length - at, Forwards<Char>{needle}, needleLength);
             return found == kNotFound ? kNotFound : at + found;
@@ -283,14 +130,14 @@ std::size_t findBackwards(const Char* text, std::size_t length, const Char* need
     const std::size_t highest = std::min(from, length - needleLength);
     const Anchors anchors = highest < kShort || needleLength == 1 ? Anchors{0, needleLength - 1}
                                                                   : chooseAnchors(needle, needleLength);
-    Charges charges(needleLength);
+    Budget budget(needleLength);
     for (std::size_t end = highest + 1;;) {
         const std::size_t at =
             last(text, end, anchors.first, needle[anchors.first], anchors.second, needle[anchors.second]);
         if (at == kNotFound || standsAt(text + at, needle, needleLength))
             return at;
         end = at;
-        if (charges.exceed(highest - at)) {
+        if (budget.isSpent(highest - at)) {
             // The same search in the mirror: of the text that ends where the needle would at the next lower
             // position.
             const std::size_t rest = end - 1 + needleLength;
@@ -304,19 +151,6 @@ std::size_t findBackwards(const Char* text, std::size_t length, const Char* need
 }
 
 }  // namespace
-
-const Scanner& active() {
-    const Scanner* const chosen = chosenScanner.load(std::memory_order_relaxed);
-    return chosen != nullptr ? *chosen : choose();
-}
-
-Rows<Scanner> allScanners() {
-    return {std::begin(kBestFirst), std::end(kBestFirst)};
-}
-
-void useScanner(const Scanner* pinned) {
-    chosenScanner.store(pinned, std::memory_order_relaxed);
-}
 
 std::size_t findFirst(const char* text, std::size_t length, const char* needle, std::size_t needleLength,
                       std::size_t from) {

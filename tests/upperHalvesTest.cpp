@@ -9,7 +9,7 @@
 #include <cstdint>
 
 #include "everyKernel.h"
-#include "string/search.h"
+#include "string/scanner.h"
 #include "support.h"
 
 namespace {

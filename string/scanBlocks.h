@@ -1,21 +1,33 @@
-// The scans of searching over any vector type: for two elements of a needle, and, below, for characters that a
-// set's filter lets pass. Internal, not installed; included by one source per instruction set, which defines
-// QZSTRING_TARGET (the attribute that lets a function use the instructions) and passes its vector: Element, kLanes, splat(element), equal(pointer, vector),
-// equalFirst(pointer, count, vector) for one to kLanes - 1 elements, and noneOfFour(pointer, vector) for four
-// vectors in a row; what a set's filter is says the comment there. Masks have one bit per element.
+// The scans of searching over any vectors: for two elements of a needle, and, below, for characters that a set's
+// filter lets pass. Internal, not installed; included by one source per instruction set, which defines
+// QZSTRING_TARGET (the attribute that lets a function use the instructions) and passes its vectors.
+//
+// Vector, of a needle's elements, has the type Element and their number kLanes, and as static functions, masks
+// having one bit per element:
+//   splat(element)                           a vector of it
+//   mask equal(pointer, vector)              of kLanes elements
+//   mask equalFirst(pointer, count, vector)  of 1 to kLanes - 1
+//   bool noneOfFour(pointer, vector)         of four vectors in a row
+//   void leave()                             before a scanner returns
+// Filter, made of a SetFilter, has kLanes and leave() as well, and:
+//   mask passing(pointer), passingFirst(pointer, count); bool nonePassesOfFour(pointer)
 //
 // At every position the rarer of the two elements is looked for first, four vectors per branch; only where it
 // stands is the other one compared. Blocks lie wholly among the positions asked for, so that the loads at the
 // two offsets lie inside the text; the last one lies over some of the one before. Fewer positions than a block
 // has are loaded under a mask, or as two halves that may overlap (equalShort).
-#ifndef QZSTRING_STRING_SCANLOOPS_H
-#define QZSTRING_STRING_SCANLOOPS_H
+#ifndef QZSTRING_STRING_SCANBLOCKS_H
+#define QZSTRING_STRING_SCANBLOCKS_H
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
-#include "string/search.h"
+#include "string/scanner.h"
+
+#ifndef QZSTRING_TARGET
+#error "defined by the source, before this header"
+#endif
 
 namespace qzString::search {
 
@@ -63,6 +75,8 @@ QZSTRING_TARGET inline std::uint64_t equalShort(const typename Vector::Element* 
     }
     return (equal & lowBits(each)) | (equal >> each & lowBits(each)) << (count - each);
 }
+
+// ---- Two elements ----
 
 template <class Vector>
 QZSTRING_TARGET inline std::size_t next(const typename Vector::Element* text, std::size_t count,
@@ -156,12 +170,11 @@ QZSTRING_TARGET inline std::size_t last(const typename Vector::Element* text, st
     return both == 0 ? kNotFound : 63 - static_cast<std::size_t>(__builtin_clzll(both));
 }
 
-// The scan for characters that a set's filter lets pass: kLanes at a time, four times as many per branch. Vector
-// is made of the filter and has passing(pointer) and passingFirst(pointer, count), as equal above, and
-// nonePassesOfFour(pointer).
-template <class Vector>
-QZSTRING_TARGET inline std::size_t nextPassing(const wchar_t* text, std::size_t count, const Vector& filter) {
-    constexpr std::size_t kLanes = Vector::kLanes;
+// ---- Characters of a set: kLanes at a time, four times as many per branch ----
+
+template <class Filter>
+QZSTRING_TARGET inline std::size_t nextPassing(const wchar_t* text, std::size_t count, const Filter& filter) {
+    constexpr std::size_t kLanes = Filter::kLanes;
     std::size_t at = 0;
     while (count - at >= 4 * kLanes && filter.nonePassesOfFour(text + at))
         at += 4 * kLanes;
@@ -182,9 +195,9 @@ QZSTRING_TARGET inline std::size_t nextPassing(const wchar_t* text, std::size_t 
     return passing == 0 ? count : at + static_cast<std::size_t>(__builtin_ctzll(passing));
 }
 
-template <class Vector>
-QZSTRING_TARGET inline std::size_t lastPassing(const wchar_t* text, std::size_t count, const Vector& filter) {
-    constexpr std::size_t kLanes = Vector::kLanes;
+template <class Filter>
+QZSTRING_TARGET inline std::size_t lastPassing(const wchar_t* text, std::size_t count, const Filter& filter) {
+    constexpr std::size_t kLanes = Filter::kLanes;
     std::size_t end = count;
     while (end >= 4 * kLanes && filter.nonePassesOfFour(text + end - 4 * kLanes))
         end -= 4 * kLanes;
@@ -197,6 +210,40 @@ QZSTRING_TARGET inline std::size_t lastPassing(const wchar_t* text, std::size_t 
         return kNotFound;
     const std::uint64_t passing = count >= kLanes ? filter.passing(text) : filter.passingFirst(text, end);
     return passing == 0 ? kNotFound : 63 - static_cast<std::size_t>(__builtin_clzll(passing));
+}
+
+// ---- The entries of a row ----
+
+template <class Vector>
+QZSTRING_TARGET std::size_t scanNext(const typename Vector::Element* text, std::size_t count,
+                                     std::size_t first, typename Vector::Element a, std::size_t second,
+                                     typename Vector::Element b) {
+    const std::size_t found = next<Vector>(text, count, first, a, second, b);
+    Vector::leave();
+    return found;
+}
+
+template <class Vector>
+QZSTRING_TARGET std::size_t scanLast(const typename Vector::Element* text, std::size_t count,
+                                     std::size_t first, typename Vector::Element a, std::size_t second,
+                                     typename Vector::Element b) {
+    const std::size_t found = last<Vector>(text, count, first, a, second, b);
+    Vector::leave();
+    return found;
+}
+
+template <class Filter>
+QZSTRING_TARGET std::size_t scanNextInSet(const wchar_t* text, std::size_t count, const SetFilter& filter) {
+    const std::size_t found = nextPassing(text, count, Filter(filter));
+    Filter::leave();
+    return found;
+}
+
+template <class Filter>
+QZSTRING_TARGET std::size_t scanLastInSet(const wchar_t* text, std::size_t count, const SetFilter& filter) {
+    const std::size_t found = lastPassing(text, count, Filter(filter));
+    Filter::leave();
+    return found;
 }
 
 }  // namespace qzString::search

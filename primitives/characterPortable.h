@@ -3,8 +3,8 @@
 //
 // The loops work a block at a time, with one decision per block, so that the inner loops have a fixed length
 // and no exit: that is what vectorises. What is left after the last whole block goes character by character.
-#ifndef QZSTRING_PRIMITIVES_CHARACTERLOOPS_H
-#define QZSTRING_PRIMITIVES_CHARACTERLOOPS_H
+#ifndef QZSTRING_PRIMITIVES_CHARACTERPORTABLE_H
+#define QZSTRING_PRIMITIVES_CHARACTERPORTABLE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +14,7 @@
 #include "primitives/characterTables.h"
 #include "primitives/inline.h"
 
-namespace qzString::loops {
+namespace qzString::portable {
 
 template <class Char>
 inline constexpr std::size_t kBlock = 128 / sizeof(Char);
@@ -192,6 +192,6 @@ QZSTRING_INLINE int compareNoCaseRun(const Char* a, std::size_t aCount, const Ch
     return at == common ? compareLengths(aCount, bCount) : compareFolded(a + at, b + at);
 }
 
-}  // namespace qzString::loops
+}  // namespace qzString::portable
 
 #endif

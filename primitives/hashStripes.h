@@ -6,8 +6,8 @@
 // block starts at byte 8 n of the secret. After 16 stripes the secret is used up: the lanes are scrambled and
 // a new block begins. The last 64 bytes of the text are one more stripe, which may overlap the one before and
 // is never followed by a scramble.
-#ifndef QZSTRING_PRIMITIVES_HASHLOOPS_H
-#define QZSTRING_PRIMITIVES_HASHLOOPS_H
+#ifndef QZSTRING_PRIMITIVES_HASHSTRIPES_H
+#define QZSTRING_PRIMITIVES_HASHSTRIPES_H
 
 #include <cstddef>
 #include <cstdint>
@@ -15,10 +15,8 @@
 #include "primitives/hashInline.h"
 #include "primitives/inline.h"
 
-// The attribute that lets a kernel's source use its instructions: defined there before this header, or
-// nothing.
-#if !defined(QZSTRING_TARGET)
-#define QZSTRING_TARGET
+#ifndef QZSTRING_TARGET
+#error "defined by the source, before this header: the attribute that lets a kernel use its instructions"
 #endif
 
 namespace qzString::hashing {
@@ -42,9 +40,7 @@ inline constexpr std::size_t kMergeSecret = 11;        // and the final merge
 // spill it to the stack.
 QZSTRING_INLINE const unsigned char* freshSecret() {
     const unsigned char* secret = kSecret;
-#if defined(__GNUC__) || defined(__clang__)
     asm("" : "+r"(secret));
-#endif
     return secret;
 }
 

@@ -1,0 +1,123 @@
+// Comparison without case in AVX-512. Internal, not installed.
+//
+// Whole vectors are compared but for the case of ASCII letters; in wide text, those that differ are mapped and
+// compared again. The last vector lies over some of the one before.
+#ifndef QZSTRING_PRIMITIVES_CHARACTERCOMPARISONAVX512_H
+#define QZSTRING_PRIMITIVES_CHARACTERCOMPARISONAVX512_H
+
+#include "primitives/avx512.h"
+#include "primitives/characterCaseAvx512.h"
+#include "primitives/characterPortable.h"
+#include "primitives/inline.h"
+
+namespace qzString::kernels::avx512 {
+
+// Where the lower-case forms of two vectors differ. In ASCII letters, bit 5 does not count. The first vector
+// stands at `text`.
+QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const char*) {
+    const __m512i difference = _mm512_xor_si512(a, b);
+    const __m512i fromFirst =
+        _mm512_sub_epi8(_mm512_or_si512(a, everywhere<repeat8(0x20)>()), everywhere<repeat8('a')>());
+    const __mmask64 letters = _mm512_cmplt_epu8_mask(fromFirst, everywhere<repeat8(26)>());
+    const __m512i inAny = everywhere<repeat8(0xFF)>();
+    const __m512i inLetters = everywhere<repeat8(0xDF)>();
+    return _mm512_test_epi8_mask(difference, _mm512_mask_mov_epi8(inAny, letters, inLetters));
+}
+
+QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const wchar_t* text) {
+    const __m512i difference = _mm512_xor_si512(a, b);
+    const __m512i fromFirst =
+        _mm512_sub_epi32(_mm512_or_si512(a, _mm512_set1_epi32(0x20)), _mm512_set1_epi32('a'));
+    const __mmask16 letters = _mm512_cmplt_epu32_mask(fromFirst, _mm512_set1_epi32(26));
+    const __mmask16 differ = _mm512_test_epi32_mask(
+        difference, _mm512_mask_mov_epi32(_mm512_set1_epi32(-1), letters, _mm512_set1_epi32(~0x20)));
+    if (differ == 0)
+        return 0;
+    // The first character is at hand sooner than the first that differs.
+    Mapping<portable::Lower, wchar_t> map(isAscii(*text) ? text[_tzcnt_u32(differ)] : *text);
+    return _mm512_mask_cmpneq_epi32_mask(differ, map.mapAtHand(a), map.mapAtHand(b));
+}
+
+template <class Char>
+QZSTRING_KERNEL std::uint64_t differencesAt(const Char* a, const Char* b) {
+    return differences(_mm512_loadu_si512(a), _mm512_loadu_si512(b), a);
+}
+
+// The same for up to 16 bytes, in small registers: they leave nothing to clean, which pays in a call of 2 ns.
+QZSTRING_KERNEL std::uint64_t shortDifferences(const char* a, const char* b, std::size_t count) {
+    const __mmask16 lanes = lowLanes(count);
+    const __m128i first = _mm_maskz_loadu_epi8(lanes, a);
+    const __m128i difference = _mm_xor_si128(first, _mm_maskz_loadu_epi8(lanes, b));
+    const __m128i fromFirst = _mm_sub_epi8(_mm_or_si128(first, _mm_set1_epi8(0x20)), _mm_set1_epi8('a'));
+    const __mmask16 letters = _mm_cmplt_epu8_mask(fromFirst, _mm_set1_epi8(26));
+    return _mm_test_epi8_mask(difference,
+                              _mm_mask_mov_epi8(_mm_set1_epi8(-1), letters, _mm_set1_epi8(~0x20)));
+}
+
+// The order of texts at the first of the places found to differ, from `at` on, or by their lengths.
+template <class Char>
+QZSTRING_KERNEL int orderAt(std::size_t at, std::uint64_t found, const Char* a, std::size_t aCount,
+                            const Char* b, std::size_t bCount) {
+    if (found == 0)
+        return portable::compareLengths(aCount, bCount);
+    at += static_cast<std::size_t>(_tzcnt_u64(found));
+    return portable::compareFolded(a + at, b + at);
+}
+
+// Texts equal up to `at`; narrow ones have more than 16 bytes in common.
+template <class Char>
+QZSTRING_KERNEL int compareFrom(std::size_t at, const Char* a, std::size_t aCount, const Char* b,
+                                std::size_t bCount) {
+    const std::size_t count = aCount < bCount ? aCount : bCount;
+    std::uint64_t found = 0;
+    while (found == 0 && count - at > kElements<Char>) {
+        found = differencesAt(a + at, b + at);
+        if (found == 0)
+            at += kElements<Char>;
+    }
+    if (found == 0) {
+        if (count > kElements<Char>) {
+            at = count - kElements<Char>;
+            found = differencesAt(a + at, b + at);
+        } else {
+            found = differences(loadShort(a, count * sizeof(Char)), loadShort(b, count * sizeof(Char)), a);
+        }
+    }
+    _mm256_zeroupper();
+    return orderAt(at, found, a, aCount, b, bCount);
+}
+
+// Texts that fill the first cache go along the cache lines of the first of the two, and are fetched ahead.
+template <class Char>
+QZSTRING_TARGET QZSTRING_NOINLINE int compareLong(const Char* a, std::size_t aCount, const Char* b,
+                                                  std::size_t bCount) {
+    constexpr std::size_t kAhead = portable::kPrefetched / sizeof(Char);
+    const std::size_t count = aCount < bCount ? aCount : bCount;
+    std::size_t at = 0;
+    if (differencesAt(a, b) == 0) {
+        at = kElements<Char> - reinterpret_cast<std::uintptr_t>(a) / sizeof(Char) % kElements<Char>;
+        for (; count - at > kAhead && differencesAt(a + at, b + at) == 0; at += kElements<Char>) {
+            _mm_prefetch(reinterpret_cast<const char*>(a + at + kAhead), _MM_HINT_T0);
+            _mm_prefetch(reinterpret_cast<const char*>(b + at + kAhead), _MM_HINT_T0);
+        }
+    }
+    return compareFrom(at, a, aCount, b, bCount);
+}
+
+template <class Char>
+QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char* b,
+                                  std::size_t bCount) noexcept {
+    const std::size_t count = aCount < bCount ? aCount : bCount;
+    if (sizeof(Char) == 1 && count <= 16) {
+        const std::uint64_t found =
+            shortDifferences(reinterpret_cast<const char*>(a), reinterpret_cast<const char*>(b), count);
+        return orderAt(0, found, a, aCount, b, bCount);
+    }
+    if (count * sizeof(Char) >= portable::kBeyondFirstCache)
+        return compareLong(a, aCount, b, bCount);
+    return compareFrom(0, a, aCount, b, bCount);
+}
+
+}  // namespace qzString::kernels::avx512
+
+#endif
