@@ -8,6 +8,7 @@
 #include "primitives/hash.h"
 #include "string/CString.h"
 #include "string/IString.h"
+#include "string/view.h"
 
 namespace qzString {
 namespace {
@@ -55,7 +56,7 @@ int CString::compare(const CString& other) const noexcept {
 }
 
 int CString::compare(const char* other) const noexcept {
-    return exactOrder<char>(text, other == nullptr ? std::string_view() : std::string_view(other));
+    return exactOrder<char>(text, detail::view(other));
 }
 
 int CString::compareNoCase(const CString& other) const noexcept {

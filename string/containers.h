@@ -25,25 +25,6 @@ namespace qzString {
 
 namespace detail {
 
-inline std::string_view view(const CString& s) noexcept {
-    return asView(s);
-}
-inline std::wstring_view view(const IString& s) noexcept {
-    return asView(s);
-}
-inline std::string_view view(std::string_view s) noexcept {
-    return s;
-}
-inline std::wstring_view view(std::wstring_view s) noexcept {
-    return s;
-}
-inline std::string_view view(const char* s) noexcept {
-    return s == nullptr ? std::string_view() : std::string_view(s);
-}
-inline std::wstring_view view(const wchar_t* s) noexcept {
-    return s == nullptr ? std::wstring_view() : std::wstring_view(s);
-}
-
 inline std::uint64_t hashView(std::string_view s) noexcept {
     return qz::hashfunction(reinterpret_cast<const unsigned char*>(s.data()), static_cast<int>(s.size()));
 }

@@ -8,6 +8,7 @@
 
 #include "string/IString.h"
 #include "string/scratch.h"
+#include "string/view.h"
 
 namespace qzString {
 namespace {
@@ -116,13 +117,9 @@ Result decodeBy(Convert convert, const char* s, std::size_t length, Encoding enc
     }
 }
 
-std::size_t lengthOf(const char* s) {
-    return s == nullptr ? 0 : std::strlen(s);
-}
-
 // A new string's text; empty where there is none or it does not convert.
 std::wstring decoded(const char* s, Encoding encoding, bool* ok) {
-    const std::size_t length = lengthOf(s);
+    const std::size_t length = detail::view(s).size();
     if (length == 0) {
         report(ok, true);
         return {};
@@ -157,7 +154,7 @@ void IString::convertFromMultibyte(const char* s, Encoding encoding, bool* ok) {
 }
 
 IString& IString::assign(const char* s, Encoding encoding, bool* ok) {
-    const std::size_t length = lengthOf(s);
+    const std::size_t length = detail::view(s).size();
     if (length == 0)
         report(ok, true);
     if (length == 0 || !decode(s, length, encoding, ok))

@@ -5,22 +5,10 @@
 
 #include "string/CString.h"
 #include "string/IString.h"
+#include "string/view.h"
 
 namespace qzString {
 namespace {
-
-template <class Char>
-void assignTerminated(std::basic_string<Char>& text, const Char* s) {
-    if (s == nullptr)
-        text.clear();
-    else
-        text.assign(s);
-}
-
-template <class Char>
-std::basic_string<Char> terminated(const Char* s) {
-    return s == nullptr ? std::basic_string<Char>() : std::basic_string<Char>(s);
-}
 
 // A negative count widens to a length beyond any string's, which the standard string refuses.
 template <class Char>
@@ -66,7 +54,7 @@ void makeRoom(std::wstring& text, std::size_t characters, std::string& cache, st
 
 // ---- CString ----
 
-CString::CString(const char* s) : text(terminated(s)) {}
+CString::CString(const char* s) : text(detail::view(s)) {}
 
 CString::CString(const char* s, int count) : text(counted(s, count)) {}
 
@@ -80,7 +68,7 @@ CString& CString::assign(const CString& other) {
 }
 
 CString& CString::assign(const char* s) {
-    assignTerminated(text, s);
+    text.assign(detail::view(s));
     return *this;
 }
 
@@ -99,7 +87,7 @@ bool CString::doBoundsCheck(unsigned int pos, unsigned int count) const noexcept
 
 // ---- IString ----
 
-IString::IString(const wchar_t* s) : wideText(terminated(s)) {}
+IString::IString(const wchar_t* s) : wideText(detail::view(s)) {}
 
 IString::IString(const wchar_t* s, int count) : wideText(counted(s, count)) {}
 
@@ -146,7 +134,7 @@ IString& IString::assign(const IString& other) {
 IString& IString::assign(const wchar_t* s) {
     if (s == nullptr && wideText.empty())
         return *this;
-    assignTerminated(wideText, s);
+    wideText.assign(detail::view(s));
     return changed();
 }
 

@@ -3,19 +3,14 @@
 
 #include "string/CString.h"
 #include "string/IString.h"
+#include "string/view.h"
 
 namespace qzString {
 namespace {
 
 // The standard strings' own range operations do the edits: they check the position, cut the count, leave the
-// string as it was where they fail, and accept characters of the string itself. What is added here: a null
-// pointer contributes nothing, and erasing from an empty string is never an error.
-
-template <class Char>
-const Char* orEmpty(const Char* s) {
-    static constexpr Char kEmpty[] = {0};
-    return s == nullptr ? kEmpty : s;
-}
+// string as it was where they fail, and accept characters of the string itself. What is added here: erasing
+// from an empty string is never an error.
 
 // Returns false where there was nothing to erase from.
 template <class Char>
@@ -51,7 +46,7 @@ CString& CString::append(const CString& x) {
 }
 
 CString& CString::append(const char* x) {
-    text.append(orEmpty(x));
+    text.append(detail::view(x));
     return *this;
 }
 
@@ -78,7 +73,7 @@ CString& CString::insert(unsigned int pos, const CString& x) {
 }
 
 CString& CString::insert(unsigned int pos, const char* x) {
-    text.insert(pos, orEmpty(x));
+    text.insert(pos, detail::view(x));
     return *this;
 }
 
@@ -102,7 +97,7 @@ CString& CString::replace(unsigned int pos, unsigned int count, const CString& x
 }
 
 CString& CString::replace(unsigned int pos, unsigned int count, const char* x) {
-    text.replace(pos, count, orEmpty(x));
+    text.replace(pos, count, detail::view(x));
     return *this;
 }
 
@@ -131,7 +126,7 @@ IString& IString::append(const IString& x) {
 }
 
 IString& IString::append(const wchar_t* x) {
-    wideText.append(orEmpty(x));
+    wideText.append(detail::view(x));
     return changed();
 }
 
@@ -158,7 +153,7 @@ IString& IString::insert(unsigned int pos, const IString& x) {
 }
 
 IString& IString::insert(unsigned int pos, const wchar_t* x) {
-    wideText.insert(pos, orEmpty(x));
+    wideText.insert(pos, detail::view(x));
     return changed();
 }
 
@@ -181,7 +176,7 @@ IString& IString::replace(unsigned int pos, unsigned int count, const IString& x
 }
 
 IString& IString::replace(unsigned int pos, unsigned int count, const wchar_t* x) {
-    wideText.replace(pos, count, orEmpty(x));
+    wideText.replace(pos, count, detail::view(x));
     return changed();
 }
 

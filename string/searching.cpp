@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -8,6 +7,7 @@
 #include "string/IString.h"
 #include "string/characterSet.h"
 #include "string/search.h"
+#include "string/view.h"
 
 namespace qzString {
 namespace {
@@ -16,11 +16,6 @@ constexpr unsigned int kNone = CString::npos;
 
 unsigned int position(std::size_t found) {
     return found == search::kNotFound ? kNone : static_cast<unsigned int>(found);
-}
-
-template <class Char>
-std::basic_string_view<Char> terminated(const Char* s) {
-    return s == nullptr ? std::basic_string_view<Char>() : std::basic_string_view<Char>(s);
 }
 
 // An empty needle is found nowhere.
@@ -67,7 +62,7 @@ unsigned int CString::find(const CString& needle, unsigned int pos) const noexce
 }
 
 unsigned int CString::find(const char* needle, unsigned int pos) const noexcept {
-    return findText<char>(text, terminated(needle), pos);
+    return findText<char>(text, detail::view(needle), pos);
 }
 
 unsigned int CString::find(char needle, unsigned int pos) const noexcept {
@@ -79,7 +74,7 @@ unsigned int CString::rfind(const CString& needle, unsigned int pos) const noexc
 }
 
 unsigned int CString::rfind(const char* needle, unsigned int pos) const noexcept {
-    return rfindText<char>(text, terminated(needle), pos);
+    return rfindText<char>(text, detail::view(needle), pos);
 }
 
 unsigned int CString::rfind(char needle, unsigned int pos) const noexcept {
@@ -105,7 +100,7 @@ unsigned int IString::find(const IString& needle, unsigned int pos) const noexce
 }
 
 unsigned int IString::find(const wchar_t* needle, unsigned int pos) const noexcept {
-    return findText<wchar_t>(wideText, terminated(needle), pos);
+    return findText<wchar_t>(wideText, detail::view(needle), pos);
 }
 
 unsigned int IString::find(wchar_t needle, unsigned int pos) const noexcept {
@@ -117,7 +112,7 @@ unsigned int IString::rfind(const IString& needle, unsigned int pos) const noexc
 }
 
 unsigned int IString::rfind(const wchar_t* needle, unsigned int pos) const noexcept {
-    return rfindText<wchar_t>(wideText, terminated(needle), pos);
+    return rfindText<wchar_t>(wideText, detail::view(needle), pos);
 }
 
 unsigned int IString::rfind(wchar_t needle, unsigned int pos) const noexcept {

@@ -20,6 +20,30 @@ namespace qzString {
     return {s.asWChar(), s.length()};
 }
 
+namespace detail {
+
+// The text of whatever stands for one; of a pointer, up to its NUL, and none where it is null.
+inline std::string_view view(const CString& s) noexcept {
+    return asView(s);
+}
+inline std::wstring_view view(const IString& s) noexcept {
+    return asView(s);
+}
+inline std::string_view view(std::string_view s) noexcept {
+    return s;
+}
+inline std::wstring_view view(std::wstring_view s) noexcept {
+    return s;
+}
+inline std::string_view view(const char* s) noexcept {
+    return s == nullptr ? std::string_view() : std::string_view(s);
+}
+inline std::wstring_view view(const wchar_t* s) noexcept {
+    return s == nullptr ? std::wstring_view() : std::wstring_view(s);
+}
+
+}  // namespace detail
+
 }  // namespace qzString
 
 #endif
