@@ -68,8 +68,8 @@ void addDecoders(const std::string& name, const std::string& bytes) {
 #if defined(PEER_SIMDUTF)
     inputs::add(name + "/simdutf", size, [=] {
         benchmark::DoNotOptimize(simdutf::utf32_length_from_utf8(source->data(), size));
-        benchmark::DoNotOptimize(simdutf::convert_utf8_to_utf32(source->data(), size,
-                                                                reinterpret_cast<char32_t*>(room->data())));
+        benchmark::DoNotOptimize(
+            simdutf::convert_utf8_to_utf32(source->data(), size, reinterpret_cast<char32_t*>(room->data())));
     });
 #endif
 #if defined(PEER_UTF8CPP)

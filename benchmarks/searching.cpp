@@ -1,8 +1,6 @@
-// Searching and replacing, narrow and wide, with needles whose first letter is rare or common in the text, and
-// searching for characters of a set.
-#include <algorithm>
+// Searching and replacing, narrow and wide, with needles whose first letter is rare or common in the text,
+// and searching for characters of a set.
 #include <cstring>
-#include <cwchar>
 #include <memory>
 
 #include "inputs.h"

@@ -15,6 +15,11 @@ struct Rows {
     [[nodiscard]] const Row* const* end() const { return last; }
 };
 
+// What the portable row says, and those of instructions that the architecture always has.
+inline bool alwaysUsable() {
+    return true;
+}
+
 // The first row that this processor can run; the last one always can.
 template <class Row, std::size_t kCount>
 const Row& firstUsable(const Row* const (&bestFirst)[kCount]) {

@@ -6,7 +6,6 @@
 
 #include <clocale>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -14,7 +13,6 @@
 #include "primitives/conversion.h"
 #include "string/IString.h"
 
-using qzString::CString;
 using qzString::IString;
 
 namespace {

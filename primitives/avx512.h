@@ -37,8 +37,8 @@ QZSTRING_KERNEL bool anyBits(__m512i vector) {
     return _mm512_test_epi32_mask(vector, _mm512_set1_epi32(kBits)) != 0;
 }
 
-// The same of a text of up to 64 bytes, in small registers: up to 32 bytes leave nothing to clear. Its last
-// bytes are taken from anywhere: kBits are those of an element, repeated.
+// The same for up to 64 bytes; up to 32 in 128-bit registers, which leave no upper halves in use. The second
+// load may begin inside an element: kBits repeats for every element of the text.
 template <int kBits>
 QZSTRING_KERNEL bool anyBitsShort(const char* text, std::size_t bytes) {
     if (bytes > 32) {
@@ -59,6 +59,12 @@ alignas(64) constexpr unsigned char kPlaces[64] = {
     0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21,
     22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43,
     44, 45, 46, 47, 48, 49, 50, 51, 52, 53, 54, 55, 56, 57, 58, 59, 60, 61, 62, 63};
+
+// The entries of the conversions have the code for short text in themselves and take no stack: what short
+// text costs is the call. The kernels of longer text report their results themselves and are jumped to:
+// where an entry calls one, g++ 12 aligns its stack for vectors first, short text or not. Where short text
+// is loaded in several ways, each has the code behind it to itself, as a jump more costs a tenth of the
+// call.
 
 // Short text and its neighbours in memory: a load waits for stores under way to any byte of its range, masked
 // or not, and nothing that a masked store has in its range is handed to a load early. What stands behind a

@@ -6,7 +6,7 @@
 // primitives/characterTables.h.
 //
 // The one-character forms answer for ASCII inline, so that loops over them compile to vector code. The run
-// forms do the same to `count` characters in the widest registers that the processor has; ASCII and scripts
+// forms do the same to `count` characters by the vector kernel that fits the processor; ASCII and scripts
 // without case are the fastest.
 #ifndef QZSTRING_PRIMITIVES_CHARACTER_H
 #define QZSTRING_PRIMITIVES_CHARACTER_H

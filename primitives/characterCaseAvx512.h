@@ -2,10 +2,10 @@
 //
 // Every loop takes whole vectors, the last one over some of the one before.
 //
-// In wide text ASCII goes by arithmetic; characters between U+2E80 and U+A63F have no case; what else there is
-// looks up what to add in the tables (characterTables.h), by permutations of two blocks of the table. Those of
-// the last look-up stay in registers: letters of one script seldom need others. Before others are fetched, a bit
-// for each tells whether they have case at all, as dozens of blocks of Hangul have not.
+// In wide text ASCII goes by arithmetic; characters between U+2E80 and U+A63F have no case; what else there
+// is looks up what to add in the tables (characterTables.h), by permutations of two blocks of the table.
+// Those of the last look-up stay in registers: letters of one script seldom need others. Before others are
+// fetched, a bit for each tells whether they have case at all, as dozens of blocks of Hangul have not.
 #ifndef QZSTRING_PRIMITIVES_CHARACTERCASEAVX512_H
 #define QZSTRING_PRIMITIVES_CHARACTERCASEAVX512_H
 
@@ -41,7 +41,7 @@ constexpr int kPairBits = tables::kBlockBits + 1;
 template <class Case>
 class Mapping<Case, wchar_t> {
   public:
-    // Begins with the blocks around a character, which keeps a look-up out of the first vector's road.
+    // Begins with the blocks around a character, which keeps a look-up out of the first vector's path.
     QZSTRING_KERNEL explicit Mapping(wchar_t first) {
         const auto u = static_cast<char32_t>(first);
         choose(u < Case::kLimit ? static_cast<int>(u >> kPairBits) : 0);

@@ -1,7 +1,7 @@
 // Comparison without case in AVX-512. Internal, not installed.
 //
-// Whole vectors are compared but for the case of ASCII letters; in wide text, those that differ are mapped and
-// compared again. The last vector lies over some of the one before.
+// Whole vectors are compared but for the case of ASCII letters; in wide text, those that differ are mapped
+// and compared again. The last vector lies over some of the one before.
 #ifndef QZSTRING_PRIMITIVES_CHARACTERCOMPARISONAVX512_H
 #define QZSTRING_PRIMITIVES_CHARACTERCOMPARISONAVX512_H
 

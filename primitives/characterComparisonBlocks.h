@@ -15,7 +15,8 @@
 
 namespace qzString::kernels::characters {
 
-// In what two vectors differ where ASCII letters may differ in case: nothing, or any bits of an element.
+// The bits in which two vectors differ, but for the case of ASCII letters: an element is zero where its
+// characters are equal in that sense.
 template <class Char, std::size_t kBytes>
 QZSTRING_KERNEL Vector<Char, kBytes> differenceOf(Vector<Char, kBytes> a, Vector<Char, kBytes> b) {
     using Element = std::make_unsigned_t<Char>;
@@ -31,8 +32,8 @@ QZSTRING_KERNEL Vector<Char, kBytes> differenceAt(const Char* a, const Char* b) 
 
 constexpr std::size_t kNowhere = ~std::size_t{0};
 
-// The first place at which the lower-case forms of `count` characters differ in truth, of which a vector has
-// the first and the last kHalf.
+// The first position at which the lower-case forms really differ, among `count` characters of which the
+// vector has the first and the last kHalf.
 template <class Platform, class Char, std::size_t kBytes, std::size_t kHalf>
 QZSTRING_KERNEL std::size_t placeOf(Vector<Char, kBytes> difference, const Char* a, const Char* b,
                                     std::size_t count) {

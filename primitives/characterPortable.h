@@ -1,5 +1,6 @@
-// The run forms of the character primitives as plain loops: the portable kernel's, and what the others do with
-// text for which they have nothing better. They are left to the compiler to vectorise. Internal, not installed.
+// The run forms of the character primitives as plain loops: the portable kernel's, and what the others do
+// with text for which they have nothing better. They are left to the compiler to vectorise. Internal, not
+// installed.
 //
 // The loops work a block at a time, with one decision per block, so that the inner loops have a fixed length
 // and no exit: that is what vectorises. What is left after the last whole block goes character by character.
@@ -154,8 +155,8 @@ QZSTRING_INLINE int compareLengths(std::size_t a, std::size_t b) {
     return static_cast<int>(a > b) - static_cast<int>(a < b);
 }
 
-// Two texts that fill the first cache together are fetched so many bytes ahead where they are compared: left to
-// the processor, that takes a quarter to a half longer.
+// Two texts that fill the first cache together are fetched so many bytes ahead where they are compared: left
+// to the processor, that takes a quarter to a half longer.
 inline constexpr std::size_t kBeyondFirstCache = 24576;
 inline constexpr std::size_t kPrefetched = 1024;
 

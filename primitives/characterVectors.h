@@ -61,8 +61,8 @@ QZSTRING_KERNEL void storeFirstAndLast(void* text, std::size_t bytes, From vecto
     store<Word>(static_cast<char*>(text) + bytes - sizeof(Word), words[1]);
 }
 
-// The first, the middle and the last of one to three bytes: all of them in order, some repeated where there are
-// fewer.
+// The first, the middle and the last of one to three bytes: all of them in order, some repeated where there
+// are fewer.
 template <class To>
 QZSTRING_KERNEL To loadThree(const void* text, std::size_t bytes) {
     const auto* const byte = static_cast<const unsigned char*>(text);

@@ -3,7 +3,7 @@
 // All converters share one contract:
 // - Lengths and capacities count elements of their own text: bytes of multibyte text, `wchar_t` of wide text.
 //   Sources need no terminator and destinations get none. A NUL is a character like any other. Source and
-//   destination must not overlap.
+//   destination must not overlap. A source may be null where its length is 0.
 // - With a null destination and a capacity of 0 nothing is written and the result is the length that the
 //   whole text needs. With a destination the result is the number of elements written; that length suffices
 //   as capacity.

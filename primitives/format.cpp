@@ -82,8 +82,6 @@ class Room {
 
 }  // namespace
 
-// Output that is formatted, or does not fit, leaves errno as it was.
-
 int KT_vsnprintf(char* buffer, unsigned int size, const char* format, va_list arguments) {
     if (format == nullptr)
         return kNever;

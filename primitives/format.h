@@ -9,7 +9,8 @@
 //   terminator, or -1 where that length is 0. The buffer's content means nothing;
 // - INT_MIN: no buffer would do. The format is null or the platform refuses it, a character cannot be
 //   converted, or the output has more than INT_MAX characters.
-// Raises std::bad_alloc where the platform's formatter runs out of memory.
+// Raises std::bad_alloc where the platform's formatter runs out of memory. Output that is formatted, or does
+// not fit, leaves errno as it was.
 //
 // Complexity: one pass over the output; two where a wide one of 1,024 characters and more does not fit. Takes
 // 4 KiB of stack.

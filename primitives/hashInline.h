@@ -1,8 +1,9 @@
-// The hash of up to 128 bytes, inline: a call would cost a tenth to a third of it.
+// The hash of up to 128 bytes, inline: a call would cost a tenth to a third of it. A part of hash.h, not to
+// be included alone.
 //
 // Up to 16 bytes it is rapidhash (version 3, seed 0). Longer text is mixed as rapidhash does: every 16 bytes
-// are multiplied with what the 16 before them gave. But the chains that this makes are three, from 113 bytes on
-// four, side by side, of two links at most; and the last 16 bytes, which may overlap those before, are
+// are multiplied with what the 16 before them gave. But the chains that this makes are three, from 113 bytes
+// on four, side by side, of two links at most; and the last 16 bytes, which may overlap those before, are
 // multiplied without waiting for any. That takes as many multiplications as one chain, half the time of it
 // where something waits.
 #ifndef QZSTRING_PRIMITIVES_HASHINLINE_H
@@ -60,8 +61,8 @@ std::uint64_t readWord(const unsigned char* at) noexcept {
     return value;
 }
 
-// A value that compilers would regroup an exclusive or with: one that is known early, so that what is known late
-// does not wait for two, or a chain, of which they would keep both halves in registers that they have not.
+// Hides where a value comes from. Compilers regroup exclusive ors otherwise, so that what is known last
+// waits for two of them, or keep both halves of every product in registers, of which there are not enough.
 inline std::uint64_t keptWhole(std::uint64_t value) noexcept {
     asm("" : "+r"(value));
     return value;

@@ -1,9 +1,9 @@
 // The kernels: the loops over text that are worth a version of their own per instruction set. Internal, not
 // installed.
 //
-// Each version is one row of a table, best first, the portable one last and always usable. The first row that
-// the processor can run is chosen at the first call of an entry, and for good; there is no static initialiser.
-// Tests and benchmarks iterate over allKernels() and may pin one with useKernels().
+// Each version is one row of a table, best first, the portable one last and always usable. The first row
+// that the processor can run is chosen at the first call of an entry, and for good; there is no static
+// initialiser. Tests and benchmarks iterate over allKernels() and may pin one with useKernels().
 //
 // Contract of every kernel: nothing is read outside the source, whatever the alignment, and nothing written
 // past the capacity nor, where the whole text converts, past the count returned; on return the upper halves
@@ -68,9 +68,9 @@ Rows<Kernels> allKernels();
 // library.
 void useKernels(const Kernels* pinned);
 
-// The version in use: at first a row whose entries choose one and go on in it. To ask in every call whether one
-// is chosen would cost the shortest a tenth. What is kept of active() over several calls may be that first row,
-// which chooses again each time.
+// The version in use: at first a row whose entries choose one and go on in it. To ask in every call whether
+// one is chosen would cost the shortest a tenth. What is kept of active() over several calls may be that
+// first row, which chooses again each time.
 extern const Kernels kChoosing;
 inline std::atomic<const Kernels*> chosenKernels{&kChoosing};
 inline const Kernels& active() {

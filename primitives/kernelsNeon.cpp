@@ -13,10 +13,6 @@
 namespace qzString::kernels {
 namespace {
 
-bool alwaysUsable() {
-    return true;
-}
-
 // ---- Character runs ----
 
 struct Platform {

@@ -11,10 +11,6 @@
 namespace qzString::kernels {
 namespace {
 
-bool alwaysUsable() {
-    return true;
-}
-
 struct PortableLanes {
     std::uint64_t* lanes;
 

@@ -1,10 +1,10 @@
 // Conversion in the locale's encoding, by mbrtowc and wcrtomb with a shift state of the call's own.
 //
 // Three things make this more than a loop over them:
-// - A multibyte character can stand for two wide ones or more, and two wide characters can share one multibyte
-//   character (BIG5-HKSCS 88 62 is U+00CA U+0304), or can be waited for (CP1258 41 may go on to U+00C0). The C
-//   functions then keep characters in the state: they take bytes and give none, or give one for no bytes. So 0
-//   means NUL only where the character is NUL, and the end of the text has to be flushed.
+// - A multibyte character can stand for two wide ones or more, and two wide characters can share one
+//   multibyte character (BIG5-HKSCS 88 62 is U+00CA U+0304), or can be waited for (CP1258 41 may go on to
+//   U+00C0). The C functions then keep characters in the state: they take bytes and give none, or give one
+//   for no bytes. So 0 means NUL only where the character is NUL, and the end of the text has to be flushed.
 // - The C functions cost a call per character. Where the code set is UTF-8 the text takes the library's own
 //   conversion, which is also stricter; elsewhere runs of ASCII are copied, once ASCII has been seen to mean
 //   itself.
@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <cwchar>
 #include <iterator>
@@ -107,8 +106,8 @@ bool copyAsciiRun(const Element* text, std::size_t length, std::size_t& at, Outp
     return true;
 }
 
-// Whether the C library makes nothing of a character, and does not keep it either. Where characters wait, what
-// it writes for this one does not tell: it may be theirs.
+// Whether the C library makes nothing of a character, and does not keep it either. Where characters wait,
+// what it writes for this one does not tell: it may be theirs.
 bool isDropped(wchar_t c) {
     std::mbstate_t state{};
     char bytes[MB_LEN_MAX * 2];
@@ -163,7 +162,8 @@ bool decodeInto(const char* source, std::size_t length, Output& output) {
         } else if (read == 0) {
             if (!isWaiting)
                 return false;  // neither bytes nor state would ever end
-            // glibc gives the second character of EUC-JISX0213 again and again, and does not change the state.
+            // glibc gives the second character of EUC-JISX0213 again and again, and does not change the
+            // state.
             if (std::memcmp(&before, &state, sizeof state) == 0)
                 state = {};
         }

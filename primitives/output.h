@@ -36,7 +36,7 @@ struct Writer {
     }
 };
 
-// The length that a conversion gives which fails.
+// Stands for the length where a conversion fails.
 inline constexpr std::size_t kFailure = SIZE_MAX;
 
 // What a converter returns, and stores through `ok`: lengths that 32 bits cannot hold are failures, too.

@@ -41,7 +41,7 @@ std::size_t decodeSubstituting(const char* source, std::size_t length, wchar_t* 
     }
 }
 
-// Out of line, so that the strict road is nothing but a jump.
+// Out of line, so that the strict path is nothing but a jump.
 QZSTRING_NOINLINE unsigned int convertSubstituting(const char* source, std::size_t length,
                                                    wchar_t* destination, std::size_t capacity, bool* ok) {
     bool replaced = false;

@@ -121,8 +121,8 @@ QZSTRING_KERNEL std::size_t measureOnly(__m512i block, std::size_t length) {
     return faulty ? kFailure : characters;
 }
 
-// Each way of loading has the code behind it to itself: a jump more costs a tenth of the call. From 49
-// bytes on the text is loaded before it is asked for ASCII, which saves the two loads of that question.
+// From 49 bytes on the text is loaded before it is asked for ASCII, which saves the two loads of that
+// question.
 QZSTRING_KERNEL std::size_t measureShort(const char* source, std::size_t length) {
     if (length > 48) {
         const __m512i block = loadUpTo64(source, length);
@@ -202,9 +202,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const char* source,
 
 }  // namespace
 
-// Texts of up to four blocks take no stack: what they cost is the calls. The kernels of longer text report
-// themselves and are jumped to: where it calls one, g++ 12 has an entry align its stack for vectors first,
-// short text or not.
+// An entry, as avx512.h describes them.
 QZSTRING_TARGET unsigned int decodedLength(const char* source, std::size_t length, bool* ok) {
     if (QZSTRING_LIKELY(length <= kBlock))
         return output::report(measureShort(source, length), ok);

@@ -336,8 +336,8 @@ QZSTRING_KERNEL std::size_t decodeOnly(__m512i block, std::size_t length, wchar_
     return count;
 }
 
-// Each way of loading has the code behind it to itself: a jump more costs a tenth of the call. From 49
-// bytes on the text is loaded before it is asked for ASCII, which saves the two loads of that question.
+// From 49 bytes on the text is loaded before it is asked for ASCII, which saves the two loads of that
+// question.
 QZSTRING_KERNEL std::size_t decodeShort(const char* source, std::size_t length, wchar_t* destination,
                                         std::size_t capacity) {
     if (length > 48) {
@@ -401,9 +401,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int decodeBlocks(const char* source, 
 
 }  // namespace
 
-// Texts of one block take no stack: what they cost is the call. The kernels of longer text report themselves
-// and are jumped to: where it calls one, g++ 12 has an entry align its stack for vectors first, short text or
-// not.
+// An entry, as avx512.h describes them.
 QZSTRING_TARGET unsigned int decode(const char* source, std::size_t length, wchar_t* destination,
                                     std::size_t capacity, bool* ok) {
     return QZSTRING_LIKELY(length <= kBlock)

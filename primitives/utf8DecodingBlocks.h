@@ -89,9 +89,9 @@ QZSTRING_KERNEL Run findRun(std::uint32_t ends) {
     return {static_cast<int>(first) + 1 - width, width};
 }
 
-// Whether what stands before the run is whole and written, and nothing of the run is: it begins with the
-// block, or with the one character that has begun before the block and goes on in it. The text before the
-// block has no fault: the last character would else be looked for beyond it.
+// Whether a run begins at the block's first byte, or right behind the end of one character that began before
+// the block: what stands before it is then whole and written, and nothing of the run is. The text before
+// must have no fault: lastCharacter() would step past it otherwise.
 QZSTRING_KERNEL bool beginsAt(const Run& run, const char* source, const char* block) {
     if (run.start == 0)
         return !utf8::isContinuation(*block) && !utf8::endsInside(source, block);

@@ -1,9 +1,9 @@
 // The length of encoded UTF-8 in AVX-512: a sum of the bytes that characters need beyond one each.
 //
-// Those are counted by comparisons in 16-bit lanes: two for text below U+10000, three for other. (Whole blocks
-// of other text, where it is long, are looked up by the number of leading zeros.) The masks go to general
-// registers and are counted there: lanes would have to be added up at the end, which short text cannot afford,
-// and take as many instructions in a loop.
+// Those are counted by comparisons in 16-bit lanes: two for text below U+10000, three for other. (Whole
+// blocks of other text, where it is long, are looked up by the number of leading zeros.) The masks go to
+// general registers and are counted there: lanes would have to be added up at the end, which short text
+// cannot afford, and take as many instructions in a loop.
 //
 // Long text that has been measured from its beginning to its end has left the cache when the conversion comes
 // back to its beginning, so it is measured from its last piece to its first.
@@ -159,8 +159,8 @@ QZSTRING_KERNEL std::size_t toCacheLine(const wchar_t* source) {
 // Characters: small beside the second cache, long beside what a hardware prefetcher takes to begin.
 constexpr std::size_t kPiece = 1 << 16;
 
-// The sums of a block's bytes beyond one a character, by leading zeros: where some are above U+FFFF that takes
-// fewer instructions. A lane grows by at most 12 a block: far from 2^32 in 2^26 blocks.
+// The sums of a block's bytes beyond one a character, by leading zeros: where some are above U+FFFF that
+// takes fewer instructions. A lane grows by at most 12 a block: far from 2^32 in 2^26 blocks.
 QZSTRING_KERNEL __m512i addByZeros(__m512i sums, const Characters& block) {
     const __m512i parts[] = {block.a, block.b, block.c, block.d};
     for (const __m512i characters : parts)
@@ -224,8 +224,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const wchar_t* sour
 
 }  // namespace
 
-// Short text takes no stack: what it costs is the call. The kernels of longer text report themselves and are
-// jumped to: where it calls one, g++ 12 has an entry align its stack for vectors first, short text or not.
+// An entry, as avx512.h describes them.
 QZSTRING_TARGET unsigned int encodedLength(const wchar_t* source, std::size_t length, bool* ok) {
     if (length <= 16)
         return output::report(measureVector(source, length), ok);

@@ -281,8 +281,7 @@ QZSTRING_KERNEL std::size_t encodeVector(const wchar_t* source, std::size_t leng
 
 }  // namespace
 
-// Short text takes no stack: what it costs is the call. The kernels of longer text report themselves and are
-// jumped to: where it calls one, g++ 12 has an entry align its stack for vectors first, short text or not.
+// An entry, as avx512.h describes them.
 QZSTRING_TARGET unsigned int encode(const wchar_t* source, std::size_t length, char* destination,
                                     std::size_t capacity, bool* ok) {
     if (length <= 16)

@@ -1,4 +1,5 @@
-// The UTF-8 conversions of the vector kernels, in utf8*.cpp; kernels.h has the contract. Internal.
+// The UTF-8 conversions of the vector kernels, in utf8*.cpp; kernels.h has the contract. Internal, not
+// installed.
 #ifndef QZSTRING_PRIMITIVES_UTF8KERNELS_H
 #define QZSTRING_PRIMITIVES_UTF8KERNELS_H
 

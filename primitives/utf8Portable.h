@@ -1,5 +1,5 @@
-// UTF-8 in portable code, for any width of wide element: the reference for the kernels, which leave to it
-// where a fault is, and some of them very short texts and ends. Internal, not installed.
+// UTF-8 in portable code, for any width of wide element: the reference for the kernels, which use it to find
+// the place of a fault, and some of them for very short texts and for ends. Internal, not installed.
 //
 // Counting and converting are one template over an output: a Counter adds up, a Writer stores as far as its
 // room goes. Runs of ASCII go eight bytes at a time; every other character is checked against the Unicode

@@ -11,12 +11,14 @@
 // What holds for every member, unless its comment says otherwise:
 // - Positions, counts and lengths are `unsigned int` and count characters. `npos` as a count means up to the
 //   end, as a result not found. A count that reaches past the end is cut there. Texts of 2^32 - 1 characters
-//   and more are not supported, and not looked for.
+//   and more are not supported, and not checked for.
 // - A position equal to the length is valid where text is edited or extracted; a greater one raises
 //   std::out_of_range. Nothing else is checked: at() and operator[] trust their position.
 // - A null `const char*` stands for empty text. An argument may be, or point into, the string that is edited.
 // - std::length_error and std::bad_alloc pass through; the string is then as it was.
-// - Borrowed pointers and references are valid until the string is next changed or destroyed.
+// - Borrowed pointers and references are valid until the string is next changed, given more room (reserve) or
+//   destroyed.
+// - A member that returns a reference to a string returns the string itself.
 // - Const members may run on one object from several threads at once.
 #ifndef QZSTRING_STRING_CSTRING_H
 #define QZSTRING_STRING_CSTRING_H
@@ -134,8 +136,8 @@ class QZSTRING_EXPORT CString {
     [[nodiscard]] unsigned int rfind(const char* needle, unsigned int pos = npos) const noexcept;
     [[nodiscard]] unsigned int rfind(char needle, unsigned int pos = npos) const noexcept;
     // The nearest character that `accepts`, which is called once for each character examined, in the order of
-    // the search, and never after its first true. rfind from a position at or beyond the length starts at the
-    // last one.
+    // the search, and never after its first true. It is not null, and what it throws passes through. rfind
+    // from a position at or beyond the length starts at the last character.
     [[nodiscard]] unsigned int find(bool (*accepts)(char), unsigned int pos = 0) const;
     [[nodiscard]] unsigned int rfind(bool (*accepts)(char), unsigned int pos = npos) const;
     // True when every character is below 0x80.

@@ -75,9 +75,9 @@ class QZSTRING_EXPORT IString {
 
     // ---- Multibyte text, through the cache ----
 
-    // Makes the cache hold the text, NULs included, in the encoding; converts only where it does not already:
-    // a form in the locale's encoding stays when the locale changes. `*ok` says whether the text could be
-    // encoded whole; a failure is not cached.
+    // Makes the cache hold the text, NULs included, in the encoding. Converts only where the cache is not
+    // valid for it already: a change of the locale does not make it invalid. `*ok` says whether the text
+    // could be encoded whole; a failure is not cached.
     void convertToMultibyte(Encoding encoding, bool* ok = nullptr) const;
     // The cached form, NUL-terminated and never null; empty where the text could not be encoded. Valid
     // until the string changes or another encoding is asked for; asking again for the same one returns the
@@ -93,7 +93,7 @@ class QZSTRING_EXPORT IString {
     // The locale's form up to its first NUL.
     [[nodiscard]] CString convertToCString() const;
 
-    // ---- Length and capacity ----
+    // ---- Length and capacity: as CString; reserve leaves the cache as it is ----
 
     [[nodiscard]] unsigned int length() const noexcept { return static_cast<unsigned int>(wideText.size()); }
     [[nodiscard]] unsigned int capacity() const noexcept {
@@ -112,7 +112,7 @@ class QZSTRING_EXPORT IString {
     // length() + 1 wide characters in memory from malloc; a null pointer when malloc has no room.
     [[nodiscard]] wchar_t* copyAsWChar() const;
 
-    // ---- Exchange and bounds checks ----
+    // ---- Exchange and bounds checks: as CString ----
 
     // Exchanges the texts in constant time; both caches become invalid.
     void swap(IString& other) noexcept;
@@ -143,9 +143,9 @@ class QZSTRING_EXPORT IString {
     // ---- Replacement by content: where nothing is found, text and cache stay as they are ----
 
     // Every occurrence of `pattern`, from left to right and without overlap; inserted text is not searched
-    // again. Linear in the text. Where that grows, in place if it has room, and with memory for the places
-    // of the occurrences, four bytes each. Should memory run out, what was replaced before stays. Either
-    // argument may be this string.
+    // again. Linear in the text. Where the text grows, it takes memory for the places of the occurrences,
+    // four bytes each, or, where there is no room even for the first, new storage. Should memory run out,
+    // what was replaced before stays. Either argument may be this string.
     IString& replace(const IString& pattern, const IString& replacement);
     IString& replaceFirst(const IString& pattern, const IString& replacement);
     // Every occurrence of a character, which is a change even by the same one. Narrow ones are decoded in the

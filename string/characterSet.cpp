@@ -10,8 +10,8 @@ CharacterSet::CharacterSet(const wchar_t* members, std::size_t count) : members_
         filter_.add(members[i]);
 }
 
-// Where the filter lets pass what is no member, the characters around it are often alike: some are looked at one
-// by one before the next scan.
+// False positives of the filter come in groups, as the characters of a script do: a few characters are
+// looked at one by one before the next scan.
 constexpr std::size_t kOneByOne = 8;
 
 std::size_t CharacterSet::findFirstIn(const wchar_t* text, std::size_t length, std::size_t from) const {

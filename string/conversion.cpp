@@ -18,7 +18,8 @@ namespace {
 constexpr std::size_t kWideOnStack = 262144;
 constexpr std::size_t kBytesOnStack = 1048576;
 
-// New text of up to that many elements goes through a buffer: its storage would have to be zeroed first.
+// Up to this many elements are converted in a buffer on the stack and copied: storage of a string's own
+// would be zeroed first.
 constexpr std::size_t kShort = 1024;
 // Bytes of a cache line of the processor: where stores go across two, reading back what was just stored
 // waits.
@@ -184,7 +185,7 @@ IString::IString(unsigned int count, char c, Encoding encoding, bool* ok) {
 
 // ---- Encoding ----
 
-// Apart from the conversion, whose buffer costs three times what this does.
+// The cheap cases stay out of encode(), whose buffer on the stack costs three times what they do.
 void IString::convertToMultibyte(Encoding encoding, bool* ok) const {
     if (isCachedIn(encoding)) {
         report(ok, true);

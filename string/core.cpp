@@ -31,8 +31,8 @@ bool isRangeWithin(unsigned int length, unsigned int pos, unsigned int count) {
     return pos < length && (count == CString::npos || count <= length);
 }
 
-// Makes room for so many elements in both strings, or in neither should memory run out. What they held is lost
-// where they had no room.
+// Makes room for so many elements in both strings, or in neither should memory run out. What they held is
+// lost where they had no room.
 void makeRoom(std::wstring& text, std::size_t characters, std::string& cache, std::size_t bytes) {
     const bool textLacks = characters > text.capacity();
     const bool cacheLacks = bytes > cache.capacity();

@@ -1,9 +1,9 @@
-// The scans of searching over any vectors: for two elements of a needle, and, below, for characters that a set's
-// filter lets pass. Internal, not installed; included by one source per instruction set, which defines
+// The scans of searching over any vectors: for two elements of a needle, and, below, for characters that a
+// set's filter lets pass. Internal, not installed; included by one source per instruction set, which defines
 // QZSTRING_TARGET (the attribute that lets a function use the instructions) and passes its vectors.
 //
-// Vector, of a needle's elements, has the type Element and their number kLanes, and as static functions, masks
-// having one bit per element:
+// Vector, of a needle's elements, has the type Element and their number kLanes, and as static functions,
+// masks having one bit per element:
 //   splat(element)                           a vector of it
 //   mask equal(pointer, vector)              of kLanes elements
 //   mask equalFirst(pointer, count, vector)  of 1 to kLanes - 1
@@ -12,10 +12,10 @@
 // Filter, made of a SetFilter, has kLanes and leave() as well, and:
 //   mask passing(pointer), passingFirst(pointer, count); bool nonePassesOfFour(pointer)
 //
-// At every position the rarer of the two elements is looked for first, four vectors per branch; only where it
-// stands is the other one compared. Blocks lie wholly among the positions asked for, so that the loads at the
-// two offsets lie inside the text; the last one lies over some of the one before. Fewer positions than a block
-// has are loaded under a mask, or as two halves that may overlap (equalShort).
+// At every position the rarer of the two elements is looked for first, four vectors per branch; only where
+// it stands is the other one compared. Blocks lie wholly among the positions asked for, so that the loads at
+// the two offsets lie inside the text; the last one lies over some of the one before. Fewer positions than a
+// block has are loaded under a mask, or as two halves that may overlap (equalShort).
 #ifndef QZSTRING_STRING_SCANBLOCKS_H
 #define QZSTRING_STRING_SCANBLOCKS_H
 
@@ -42,8 +42,9 @@ std::uint64_t loadWord(const char* at) {
     return word;
 }
 
-// The mask of fewer elements than a vector has, one at least, where there is no load under a mask. Of 16 bytes,
-// Vector has equalWords(low, high, vector) and, where it is larger itself, equalHalf(pointer, vector).
+// The mask of fewer elements than a vector has, one at least, where there is no load under a mask. Of 16
+// bytes, Vector has equalWords(low, high, vector) and, where it is larger itself, equalHalf(pointer,
+// vector).
 template <class Vector, class Wanted>
 QZSTRING_TARGET inline std::uint64_t equalShort(const typename Vector::Element* p, std::size_t count,
                                                 Wanted wanted) {

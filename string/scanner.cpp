@@ -8,10 +8,6 @@
 namespace qzString::search {
 namespace {
 
-bool alwaysUsable() {
-    return true;
-}
-
 template <class Char>
 std::size_t nextPortable(const Char* text, std::size_t count, std::size_t first, Char a, std::size_t second,
                          Char b) {

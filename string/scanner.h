@@ -36,9 +36,9 @@ struct alignas(64) SetFilter {
 struct Scanner {
     const char* name;
     bool (*usable)();
-    // The lowest position below `count` at which `text[position + first]` is `a` and `text[position + second]`
-    // is `b`, or `count`; and the highest, or kNotFound. Nothing is read but `count` elements from each of the
-    // two offsets on.
+    // The lowest position below `count` at which `text[position + first]` is `a` and `text[position +
+    // second]` is `b`, or `count`; and the highest, or kNotFound. Nothing is read but `count` elements from
+    // each of the two offsets on.
     std::size_t (*nextNarrow)(const char* text, std::size_t count, std::size_t first, char a,
                               std::size_t second, char b);
     std::size_t (*nextWide)(const wchar_t* text, std::size_t count, std::size_t first, wchar_t a,

@@ -11,10 +11,6 @@
 namespace qzString::search {
 namespace {
 
-bool alwaysUsable() {
-    return true;
-}
-
 uint8x16_t ofWords(std::uint64_t low, std::uint64_t high) {
     return vcombine_u8(vcreate_u8(low), vcreate_u8(high));
 }

@@ -63,12 +63,7 @@ bool stackHasRoom(std::size_t bytes) {
     constexpr std::size_t kMargin = std::size_t{64} << 10;  // for the converters, and for signal handlers
     if (bytes <= kAlwaysThere)
         return true;
-    thread_local bool asked = false;
-    thread_local StackBounds bounds = kUnknown;
-    if (!asked) {
-        bounds = currentThreadBounds();
-        asked = true;
-    }
+    thread_local const StackBounds bounds = currentThreadBounds();
     const auto here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
     return here > bounds.low && here < bounds.high && here - bounds.low >= bytes + kMargin;
 }

@@ -68,9 +68,9 @@ Anchors chooseAnchors(const Char* needle, std::size_t length) {
 
 // ---- The search ----
 
-// What comparisons in vain may cost, counted in elements: each at most the needle's length, and the call. The
-// scan gives way when they have cost eight for every element gone, which is more than Two-Way takes, and 4,096
-// more: text with a few such places is not worth preparing Two-Way.
+// What comparisons in vain may cost, counted in elements: each at most the needle's length, and the call.
+// The scan gives way when they have cost eight for every element gone, which is more than Two-Way takes, and
+// 4,096 more: text with a few such places is not worth preparing Two-Way.
 class Budget {
   public:
     explicit Budget(std::size_t needleLength) : each(needleLength + kCall) {}

@@ -17,8 +17,8 @@ std::size_t findFirst(const char* text, std::size_t length, const char* needle, 
 std::size_t findFirst(const wchar_t* text, std::size_t length, const wchar_t* needle,
                       std::size_t needleLength, std::size_t from);
 
-// The two of a needle's elements that are scanned for: the rarest, and the next; in short text the first and the
-// last.
+// The two of a needle's elements that are scanned for: the rarest, and the next; in short text the first and
+// the last.
 struct Anchors {
     std::size_t first, second;
 };

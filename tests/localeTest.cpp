@@ -127,8 +127,8 @@ TEST_F(Locale, ConvertsCharactersThatStandForTwo) {
     }
 }
 
-// Characters that may go on in the next byte, or come in several steps; ASCII that means something else; a byte
-// besides zero that is NUL. Not the other way: of two forms with one meaning only one is written.
+// Characters that may go on in the next byte, or come in several steps; ASCII that means something else; a
+// byte besides zero that is NUL. Not the other way: of two forms with one meaning only one is written.
 TEST_F(Locale, DecodesCharactersThatWait) {
     const struct {
         const char* locale;
