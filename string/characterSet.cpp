@@ -4,48 +4,102 @@
 #include <cwchar>
 
 namespace qzString::search {
+namespace {
 
-CharacterSet::CharacterSet(const wchar_t* members, std::size_t count) : members_(members), count_(count) {
-    for (std::size_t i = 0; i < count; ++i)
-        filter_.add(members[i]);
+// A small set, and how many characters are compared with each of its members: all of a text so short that the
+// filter would take longer to make than to use, of others those that are near.
+constexpr std::size_t kFewMembers = 16;
+
+std::size_t nearby(std::size_t length) {
+    constexpr std::size_t kShort = 48;
+    constexpr std::size_t kNear = 16;
+    return length <= kShort ? length : kNear;
 }
 
-// False positives of the filter come in groups, as the characters of a script do: a few characters are
-// looked at one by one before the next scan.
+// False positives of the filter come in groups, as the characters of a script do: a few characters are looked at
+// one by one before the next scan.
 constexpr std::size_t kOneByOne = 8;
 
-std::size_t CharacterSet::findFirstIn(const wchar_t* text, std::size_t length, std::size_t from) const {
-    std::size_t at = count_ == 0 ? length : from;
-    while (at < length) {
-        at += active().nextInSet(text + at, length - at, filter_);
-        const std::size_t end = length - at < kOneByOne ? length : at + kOneByOne;
-        for (; at < end; ++at) {
-            if (contains(text[at]))
-                return at;
-        }
+class FilteredSet {
+  public:
+    explicit FilteredSet(std::wstring_view members) : members_(members) {
+        for (const wchar_t c : members)
+            filter_.add(c);
     }
-    return kNotFound;
+
+    [[nodiscard]] std::size_t findFirstIn(std::wstring_view text, std::size_t from) const {
+        std::size_t at = from;
+        while (at < text.size()) {
+            at += active().nextInSet(text.data() + at, text.size() - at, filter_);
+            const std::size_t end = std::min(text.size(), at + kOneByOne);
+            for (; at < end; ++at) {
+                if (contains(text[at]))
+                    return at;
+            }
+        }
+        return kNotFound;
+    }
+
+    // In all of the text.
+    [[nodiscard]] std::size_t findLastIn(std::wstring_view text) const {
+        std::size_t end = text.size();
+        while (end > 0) {
+            end = active().lastInSet(text.data(), end, filter_) + 1;  // 0 where there is none
+            const std::size_t begin = end < kOneByOne ? 0 : end - kOneByOne;
+            for (; end > begin; --end) {
+                if (contains(text[end - 1]))
+                    return end - 1;
+            }
+        }
+        return kNotFound;
+    }
+
+  private:
+    [[nodiscard]] bool contains(wchar_t c) const {
+        constexpr std::size_t kFew = 8;  // a call costs more
+        if (!filter_.passes(c) || SetFilter::isExact(c))
+            return filter_.passes(c);
+        return members_.size() <= kFew ? std::find(members_.begin(), members_.end(), c) != members_.end()
+                                       : std::wmemchr(members_.data(), c, members_.size()) != nullptr;
+    }
+
+    SetFilter filter_;
+    std::wstring_view members_;
+};
+
+}  // namespace
+
+std::size_t findFirstOf(std::wstring_view text, std::wstring_view members, std::size_t from) {
+    if (from >= text.size() || members.empty())
+        return kNotFound;
+    if (members.size() <= kFewMembers) {
+        const std::size_t near = nearby(text.size() - from);
+        const std::size_t found =
+            active().nextOfFew(text.data() + from, near, members.data(), members.size());
+        from += found;
+        if (found < near)
+            return from;
+        if (from == text.size())
+            return kNotFound;
+    }
+    return FilteredSet(members).findFirstIn(text, from);
 }
 
-std::size_t CharacterSet::findLastIn(const wchar_t* text, std::size_t length, std::size_t from) const {
-    std::size_t end = count_ == 0 ? 0 : from < length ? from + 1 : length;
-    while (end > 0) {
-        end = active().lastInSet(text, end, filter_) + 1;  // 0 where there is none
-        const std::size_t begin = end < kOneByOne ? 0 : end - kOneByOne;
-        for (; end > begin; --end) {
-            if (contains(text[end - 1]))
-                return end - 1;
-        }
+std::size_t findLastOf(std::wstring_view text, std::wstring_view members, std::size_t from) {
+    if (text.empty() || members.empty())
+        return kNotFound;
+    std::size_t end = std::min(from, text.size() - 1) + 1;
+    if (members.size() <= kFewMembers) {
+        const std::size_t far = end - nearby(end);
+        const std::size_t found =
+            active().lastOfFew(text.data() + far, end - far, members.data(), members.size());
+        if (found != kNotFound)
+            return far + found;
+        end = far;
+        if (end == 0)
+            return kNotFound;
     }
-    return kNotFound;
-}
-
-bool CharacterSet::contains(wchar_t c) const {
-    constexpr std::size_t kFew = 8;  // a call costs more
-    if (!filter_.passes(c) || SetFilter::isExact(c))
-        return filter_.passes(c);
-    return count_ <= kFew ? std::find(members_, members_ + count_, c) != members_ + count_
-                          : std::wmemchr(members_, c, count_) != nullptr;
+    return FilteredSet(members).findLastIn(text.substr(0, end));
 }
 
 }  // namespace qzString::search

@@ -1,33 +1,21 @@
-// A set of wide characters, to look for in text. Internal, not installed.
+// Search for the characters of a set. Internal, not installed.
 //
-// Most of a text is told from the set's members by a filter of 512 bits, 8 or 16 characters at a time; what
-// the filter lets pass and is not below 256 is looked up among the members. Nothing is allocated.
+// Positions and lengths count characters; nothing is allocated. Short text, and what is near in longer one, is
+// compared with every member of a small set. Most of the rest is told from the members by a filter of 512 bits;
+// what that lets pass and is not below 256 is looked up among the members.
 #ifndef QZSTRING_STRING_CHARACTERSET_H
 #define QZSTRING_STRING_CHARACTERSET_H
 
 #include <cstddef>
+#include <string_view>
 
 #include "string/scanner.h"
 
 namespace qzString::search {
 
-// Borrows its members.
-class CharacterSet {
-  public:
-    CharacterSet(const wchar_t* members, std::size_t count);
-
-    // The lowest position of a member from `from` on, and the highest up to `from`, or kNotFound; positions
-    // and lengths as in search.h.
-    [[nodiscard]] std::size_t findFirstIn(const wchar_t* text, std::size_t length, std::size_t from) const;
-    [[nodiscard]] std::size_t findLastIn(const wchar_t* text, std::size_t length, std::size_t from) const;
-
-  private:
-    [[nodiscard]] bool contains(wchar_t c) const;
-
-    SetFilter filter_;
-    const wchar_t* members_;
-    std::size_t count_;
-};
+// The lowest position of a member from `from` on, and the highest up to `from`, or kNotFound.
+std::size_t findFirstOf(std::wstring_view text, std::wstring_view members, std::size_t from);
+std::size_t findLastOf(std::wstring_view text, std::wstring_view members, std::size_t from);
 
 }  // namespace qzString::search
 

@@ -213,6 +213,34 @@ QZSTRING_TARGET inline std::size_t lastPassing(const wchar_t* text, std::size_t 
     return passing == 0 ? kNotFound : 63 - static_cast<std::size_t>(__builtin_clzll(passing));
 }
 
+// A set of few members, as a Filter.
+template <class Vector>
+struct Few {
+    static constexpr std::size_t kLanes = Vector::kLanes;
+    const wchar_t* members;
+    std::size_t count;
+
+    QZSTRING_TARGET std::uint64_t passing(const wchar_t* p) const {
+        std::uint64_t passing = 0;
+        for (std::size_t i = 0; i < count; ++i)
+            passing |= Vector::equal(p, Vector::splat(members[i]));
+        return passing;
+    }
+    QZSTRING_TARGET std::uint64_t passingFirst(const wchar_t* p, std::size_t length) const {
+        std::uint64_t passing = 0;
+        for (std::size_t i = 0; i < count; ++i)
+            passing |= Vector::equalFirst(p, length, Vector::splat(members[i]));
+        return passing;
+    }
+    QZSTRING_TARGET bool nonePassesOfFour(const wchar_t* p) const {
+        for (std::size_t i = 0; i < count; ++i) {
+            if (!Vector::noneOfFour(p, Vector::splat(members[i])))
+                return false;
+        }
+        return true;
+    }
+};
+
 // ---- The entries of a row ----
 
 template <class Vector>
@@ -244,6 +272,22 @@ template <class Filter>
 QZSTRING_TARGET std::size_t scanLastInSet(const wchar_t* text, std::size_t count, const SetFilter& filter) {
     const std::size_t found = lastPassing(text, count, Filter(filter));
     Filter::leave();
+    return found;
+}
+
+template <class Vector>
+QZSTRING_TARGET std::size_t scanNextOfFew(const wchar_t* text, std::size_t count, const wchar_t* members,
+                                          std::size_t memberCount) {
+    const std::size_t found = nextPassing(text, count, Few<Vector>{members, memberCount});
+    Vector::leave();
+    return found;
+}
+
+template <class Vector>
+QZSTRING_TARGET std::size_t scanLastOfFew(const wchar_t* text, std::size_t count, const wchar_t* members,
+                                          std::size_t memberCount) {
+    const std::size_t found = lastPassing(text, count, Few<Vector>{members, memberCount});
+    Vector::leave();
     return found;
 }
 

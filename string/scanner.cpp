@@ -1,9 +1,11 @@
 // The portable scanner, and the choice of one.
 #include "string/scanner.h"
 
+#include <algorithm>
 #include <atomic>
 #include <iterator>
 #include <string>
+#include <string_view>
 
 namespace qzString::search {
 namespace {
@@ -46,9 +48,21 @@ std::size_t lastInSetPortable(const wchar_t* text, std::size_t count, const SetF
     return end - 1;
 }
 
+std::size_t nextOfFewPortable(const wchar_t* text, std::size_t count, const wchar_t* members,
+                              std::size_t memberCount) {
+    const wchar_t* const end = text + count;
+    return static_cast<std::size_t>(std::find_first_of(text, end, members, members + memberCount) - text);
+}
+
+std::size_t lastOfFewPortable(const wchar_t* text, std::size_t count, const wchar_t* members,
+                              std::size_t memberCount) {
+    return std::wstring_view(text, count).find_last_of({members, memberCount});
+}
+
 const Scanner kPortableScanner = {
     "portable",         alwaysUsable,          nextPortable<char>, nextPortable<wchar_t>,
-    lastPortable<char>, lastPortable<wchar_t>, nextInSetPortable,  lastInSetPortable};
+    lastPortable<char>, lastPortable<wchar_t>, nextInSetPortable,  lastInSetPortable,
+    nextOfFewPortable,  lastOfFewPortable};
 
 const Scanner* const kBestFirst[] = {
 #if QZSTRING_VECTORS_X86

@@ -50,6 +50,11 @@ struct Scanner {
     // The lowest position below `count` whose character passes, or `count`; and the highest, or kNotFound.
     std::size_t (*nextInSet)(const wchar_t* text, std::size_t count, const SetFilter& filter);
     std::size_t (*lastInSet)(const wchar_t* text, std::size_t count, const SetFilter& filter);
+    // The same of the members themselves, each of which takes a comparison.
+    std::size_t (*nextOfFew)(const wchar_t* text, std::size_t count, const wchar_t* members,
+                             std::size_t memberCount);
+    std::size_t (*lastOfFew)(const wchar_t* text, std::size_t count, const wchar_t* members,
+                             std::size_t memberCount);
 };
 
 // The one in use.

@@ -137,8 +137,16 @@ struct Filter : Platform {
 
 }  // namespace
 
-const Scanner kAvx2Scanner = {"avx2",          usable,          scanNext<Bytes>,       scanNext<Wides>,
-                              scanLast<Bytes>, scanLast<Wides>, scanNextInSet<Filter>, scanLastInSet<Filter>};
+const Scanner kAvx2Scanner = {"avx2",
+                              usable,
+                              scanNext<Bytes>,
+                              scanNext<Wides>,
+                              scanLast<Bytes>,
+                              scanLast<Wides>,
+                              scanNextInSet<Filter>,
+                              scanLastInSet<Filter>,
+                              scanNextOfFew<Wides>,
+                              scanLastOfFew<Wides>};
 
 }  // namespace qzString::search
 

@@ -111,9 +111,16 @@ struct Filter : Platform {
 
 }  // namespace
 
-const Scanner kAvx512Scanner = {
-    "avx512",        usable,          scanNext<Bytes>,       scanNext<Wides>,
-    scanLast<Bytes>, scanLast<Wides>, scanNextInSet<Filter>, scanLastInSet<Filter>};
+const Scanner kAvx512Scanner = {"avx512",
+                                usable,
+                                scanNext<Bytes>,
+                                scanNext<Wides>,
+                                scanLast<Bytes>,
+                                scanLast<Wides>,
+                                scanNextInSet<Filter>,
+                                scanLastInSet<Filter>,
+                                scanNextOfFew<Wides>,
+                                scanLastOfFew<Wides>};
 
 }  // namespace qzString::search
 

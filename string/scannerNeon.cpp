@@ -121,8 +121,16 @@ struct Filter : Platform {
 
 }  // namespace
 
-const Scanner kNeonScanner = {"neon",          alwaysUsable,    scanNext<Bytes>,       scanNext<Wides>,
-                              scanLast<Bytes>, scanLast<Wides>, scanNextInSet<Filter>, scanLastInSet<Filter>};
+const Scanner kNeonScanner = {"neon",
+                              alwaysUsable,
+                              scanNext<Bytes>,
+                              scanNext<Wides>,
+                              scanLast<Bytes>,
+                              scanLast<Wides>,
+                              scanNextInSet<Filter>,
+                              scanLastInSet<Filter>,
+                              scanNextOfFew<Wides>,
+                              scanLastOfFew<Wides>};
 
 }  // namespace qzString::search
 

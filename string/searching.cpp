@@ -128,13 +128,11 @@ unsigned int IString::rfind(bool (*accepts)(wchar_t), unsigned int pos) const {
 }
 
 unsigned int IString::findAny(const IString& set, unsigned int pos) const noexcept {
-    const search::CharacterSet members(set.wideText.data(), set.wideText.size());
-    return position(members.findFirstIn(wideText.data(), wideText.size(), pos));
+    return position(search::findFirstOf(wideText, set.wideText, pos));
 }
 
 unsigned int IString::rfindAny(const IString& set, unsigned int pos) const noexcept {
-    const search::CharacterSet members(set.wideText.data(), set.wideText.size());
-    return position(members.findLastIn(wideText.data(), wideText.size(), pos));
+    return position(search::findLastOf(wideText, set.wideText, pos));
 }
 
 bool IString::isAscii() const noexcept {

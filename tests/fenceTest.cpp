@@ -200,10 +200,13 @@ TEST(Fence, HoldsSearching) {
                           qzString::search::kNotFound);
                 ASSERT_EQ(qzString::search::findLast(wide, wideText.size(), L"RQ", 2, wideText.size()),
                           qzString::search::kNotFound);
-                const qzString::search::CharacterSet set(L"R", 2);  // with the zero
-                ASSERT_EQ(set.findFirstIn(wide, wideText.size(), 0), qzString::search::kNotFound);
-                ASSERT_EQ(set.findLastIn(wide, wideText.size(), wideText.size()),
-                          qzString::search::kNotFound);
+                for (const std::size_t members : {2, 20}) {
+                    const std::wstring set(members, L'R');
+                    const std::wstring_view view(wide, wideText.size());
+                    ASSERT_EQ(qzString::search::findFirstOf(view, set, 0), qzString::search::kNotFound);
+                    ASSERT_EQ(qzString::search::findLastOf(view, set, view.size()),
+                              qzString::search::kNotFound);
+                }
             }
         });
     }

@@ -150,6 +150,9 @@ TEST_F(UpperHalves, AreCleanAfterSearching) {
                 filter.add(first);
                 expectClean("nextInSet", wideEnd, [&] { scanner->nextInSet(wide.data(), wideEnd, filter); });
                 expectClean("lastInSet", wideEnd, [&] { scanner->lastInSet(wide.data(), wideEnd, filter); });
+                const wchar_t few[] = {static_cast<wchar_t>(first), L'?'};
+                expectClean("nextOfFew", wideEnd, [&] { scanner->nextOfFew(wide.data(), wideEnd, few, 2); });
+                expectClean("lastOfFew", wideEnd, [&] { scanner->lastOfFew(wide.data(), wideEnd, few, 2); });
             }
         });
     }
