@@ -25,24 +25,39 @@ int failed(int error) {
     return kNever;
 }
 
-// The length of the whole wide output, or what failed() says. vswprintf does not tell: it fails alike for
-// want of room and for good. A stream that grows in memory has room for anything. `entry` is errno as the
-// directive %m is to see it.
-int wideLength(const wchar_t* format, va_list arguments, int entry) {
+// The length of a whole output; where it is negative, what went wrong.
+struct Measured {
+    int length;
+    int error;
+};
+
+// By a stream that grows in memory, which has room for anything. `entry` is errno as the directive %m is to
+// see it.
+Measured measureWide(const wchar_t* format, va_list arguments, int entry) {
     wchar_t* text = nullptr;
-    std::size_t length = 0;
-    std::FILE* const stream = open_wmemstream(&text, &length);
+    std::size_t size = 0;
+    std::FILE* const stream = open_wmemstream(&text, &size);
     if (stream == nullptr)
-        return failed(ENOMEM);
+        return {-1, ENOMEM};
     errno = entry;
-    int written = std::vfwprintf(stream, format, arguments);
-    int error = errno;
-    if (std::fclose(stream) != 0 && written >= 0) {
-        written = -1;
-        error = errno;
-    }
+    Measured measured{std::vfwprintf(stream, format, arguments), errno};
+    if (std::fclose(stream) != 0 && measured.length >= 0)
+        measured = {-1, errno};
     std::free(text);
-    return written >= 0 ? written : failed(error);
+    return measured;
+}
+
+// The length of the whole wide output, or what failed() says. vswprintf does not tell: it fails alike for
+// want of room and for good.
+int wideLength(const wchar_t* format, va_list arguments, int entry) {
+    va_list again;
+    va_copy(again, arguments);
+    Measured measured = measureWide(format, arguments, entry);
+    // Whose ENOMEM? glibc leaves errno alone where it cannot convert a character.
+    if (measured.length < 0 && measured.error == ENOMEM && entry == ENOMEM)
+        measured = measureWide(format, again, 0);
+    va_end(again);
+    return measured.length >= 0 ? measured.length : failed(measured.error);
 }
 
 // No output is longer than INT_MAX, and some platforms refuse a larger size.
@@ -62,6 +77,8 @@ class Room {
 
     // The result for output of that length, which is in the room where it fits there.
     [[nodiscard]] int take(int length) {
+        if (length == INT_MAX)
+            return kNever;  // a size of more is not usable
         const auto count = static_cast<std::size_t>(length);
         if (count >= size_)
             return doesNotFit(length);

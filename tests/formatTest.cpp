@@ -1,6 +1,7 @@
 // The bounded formatters: what they say of output that fits, does not fit, and never can.
 #include "primitives/format.h"
 
+#include <cerrno>
 #include <climits>
 #include <clocale>
 
@@ -68,16 +69,23 @@ TYPED_TEST(Format, TellsWhatCanNeverSucceed) {
     EXPECT_EQ(formatInto(buffer, 100, static_cast<const TypeParam*>(nullptr)), INT_MIN);
     std::setlocale(LC_ALL, "C");
     for (const unsigned int size : {0U, 1U, 100U}) {
-        if constexpr (sizeof(TypeParam) == 1) {
-            EXPECT_EQ(formatInto(buffer, size, "%ls", L"\x416"), INT_MIN);
-        } else {
-            EXPECT_EQ(formatInto(buffer, size, L"%s", "\xFF"), INT_MIN);
+        for (const int entry : {0, ENOMEM}) {  // the caller's, not the formatter's
+            errno = entry;
+            if constexpr (sizeof(TypeParam) == 1) {
+                EXPECT_EQ(formatInto(buffer, size, "%ls", L"\x416"), INT_MIN);
+            } else {
+                EXPECT_EQ(formatInto(buffer, size, L"%s", "\xFF"), INT_MIN);
+                errno = entry;
+                EXPECT_EQ(formatInto(buffer, size, L"%c", 0xE9), INT_MIN);
+            }
         }
     }
 }
 
 TEST(FormatLimits, OutputBeyondIntNeverSucceeds) {
-    EXPECT_EQ(formatInto(static_cast<char*>(nullptr), 0, "%*d.", INT_MAX, 1), INT_MIN);
+    EXPECT_EQ(formatInto(static_cast<char*>(nullptr), 0, "%*d", INT_MAX, 1), INT_MIN);
+    char buffer[10];
+    EXPECT_EQ(formatInto(buffer, UINT_MAX, "%5d", 7), 5);
 }
 
 TYPED_TEST(Format, MeasuresBeyondThePlatformsOwnBuffers) {

@@ -106,13 +106,19 @@ TYPED_TEST(Formatting, BeginsWithTheHint) {
     EXPECT_EQ(attempts([&] { s.format(format, 255, 7); }), 1);
     EXPECT_EQ(attempts([&] { s.format(format, 256, 7); }), 2);
     EXPECT_EQ(attempts([&] { s.format(&object, 255, 7); }), 1);
+    EXPECT_EQ(attempts([&] { s.format(&object, 256, 7); }), 2);
     EXPECT_EQ(attempts([&] { s.format(500, format, 499, 7); }), 1);
     EXPECT_EQ(attempts([&] { s.format(500, format, 500, 7); }), 2);
     EXPECT_EQ(attempts([&] { s.format(500, &object, 499, 7); }), 1);
+    // It formats twice: an attempt more each.
+    EXPECT_EQ(attempts([&] { formatList(s, format, 256, 7); }),
+              attempts([&] { formatList(s, format, 255, 7); }) + 2);
     if constexpr (std::is_same_v<TypeParam, IString>) {  // narrow output is decoded from a string of its own
         EXPECT_EQ(attempts([&] { s.format("%*d", 255, 7); }), 2);
         EXPECT_EQ(attempts([&] { s.format("%*d", 256, 7); }), 3);
         EXPECT_EQ(attempts([&] { s.format(500, "%*d", 499, 7); }), 2);
+        EXPECT_EQ(attempts([&] { formatNarrowList(s, "%*d", 256, 7); }),
+                  attempts([&] { formatNarrowList(s, "%*d", 255, 7); }) + 2);
     }
 }
 

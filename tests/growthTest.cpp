@@ -1,5 +1,6 @@
 // The growth loop of formatting, against formatters of the test's own: which sizes it tries, and when it
 // gives up.
+#include <cerrno>
 #include <climits>
 #include <cstdarg>
 #include <cwchar>
@@ -16,11 +17,18 @@ namespace {
 std::vector<unsigned int> tried;
 std::int64_t needed = 0;
 bool tellsLength = false;
+long blocks = 0;  // of memory, at the first attempt
 
 template <class Char>
 int formatted(Char* buffer, unsigned int size, va_list arguments) {
+    tried.reserve(10);
+    if (tried.empty())
+        blocks = Allocations::live();
     tried.push_back(size);
     EXPECT_EQ(va_arg(arguments, int), 7);  // every attempt starts from the first argument
+    EXPECT_EQ(errno, ENOENT);              // and with the caller's errno
+    errno = EBADF;
+    EXPECT_EQ(Allocations::live(), blocks) << "more than one buffer";
     if (needed == INT_MIN)
         return INT_MIN;
     if (needed >= size)
@@ -34,6 +42,7 @@ int formatted(Char* buffer, unsigned int size, va_list arguments) {
 template <class Char>
 bool run(std::basic_string<Char>& target, unsigned int hint, const Char* format, ...) {
     tried.clear();
+    errno = ENOENT;
     va_list arguments;
     va_start(arguments, format);
     const bool done = qzString::doFormat(target, format, arguments, hint);
@@ -69,6 +78,7 @@ TYPED_TEST(Growth, TriesTheSizesOfTheSeries) {
         {256, 256, true, {256, 1280}},
         {256, 1279, true, {256, 1280}},
         {256, 1280, true, {256, 2304}},
+        {256, 2303, true, {256, 2304}},
         {0, 1, true, {0, 1024}},  // -1 tells nothing
         {7, 1000000, true, {7, 1000455}},
     };
