@@ -4,6 +4,8 @@
 #include <string_view>
 #include <vector>
 
+#include "primitives/character.h"
+#include "primitives/conversion.h"
 #include "string/IString.h"
 #include "string/search.h"
 
@@ -96,8 +98,11 @@ bool replaceInNewStorage(std::wstring& text, const Substitution& what, std::size
 // The wide character that a byte is on its own in the current locale. Returns false where it is none.
 bool decodeByte(char byte, wchar_t& c) {
     const char text[] = {byte, '\0'};
-    std::mbstate_t initial{};
-    return std::mbrtowc(&c, text, 1, &initial) <= 1;
+    std::mbstate_t state{};
+    if (std::mbrtowc(&c, text, 1, &state) <= 1 && std::mbsinit(&state) != 0)
+        return true;
+    // A letter that may be composed with what follows, as those of ASCII in CP1258, is kept in the state.
+    return isAscii(byte) && MBStoWCS(text, 1, &c, 1, nullptr) == 1;
 }
 
 }  // namespace

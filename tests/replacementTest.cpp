@@ -95,12 +95,13 @@ TEST(Replacement, ReplacesTheFirstOccurrence) {
     EXPECT_EQ(value(IString(L"abcb").replaceFirst(L"b", L"")), L"acb");
     EXPECT_EQ(value(IString(L"abcb").replaceFirst(L"", L"XY")), L"abcb");
     EXPECT_EQ(value(IString(L"abcb").replaceFirst(L"x", L"XY")), L"abcb");
+    EXPECT_EQ(value(IString(L"b-b\0c", 5).replaceFirst(IString(L"b\0", 2), L"x")), L"b-xc");
 }
 
 TEST(Replacement, ReplacesCharacters) {
     EXPECT_EQ(value(IString(L"banana").replace(L'a', L'b')), L"bbnbnb");
     EXPECT_EQ(value(IString(L"banana").replace(L'x', L'y')), L"banana");
-    EXPECT_EQ(value(IString(L"a\0b", 3).replace(L'\0', L'.')), L"a.b");
+    EXPECT_STREQ(IString(L"a\0b", 3).replace(L'\0', L'.').asWChar(), L"a.b");  // but not the terminator
     EXPECT_EQ(value(IString(L"a\x416").replace(L'\x416', L'\0')), std::wstring(L"a\0", 2));
     EXPECT_EQ(value(IString().replace(L'\0', L'x')), L"");
 }
@@ -118,6 +119,9 @@ TEST(Replacement, DecodesNarrowCharactersInTheLocale) {
     EXPECT_EQ(value(IString(L"aba").replace('a', '\xA4')),
               L"aba");  // half a character leaves no state behind
     EXPECT_EQ(value(IString(L"aba").replace('b', 'c')), L"aca");
+    ASSERT_NE(std::setlocale(LC_ALL, "vi_VN.CP1258"), nullptr);
+    EXPECT_EQ(value(IString(L"a-b\0", 4).replace('a', 'o')), std::wstring(L"o-b\0", 4));  // each may go on to
+    EXPECT_EQ(value(IString(L"a-b\0", 4).replace('-', 'u')), std::wstring(L"aub\0", 4));  // be another letter
     std::setlocale(LC_ALL, "C");
 }
 
