@@ -41,7 +41,7 @@ inline constexpr std::size_t kFailure = SIZE_MAX;
 
 // What a converter returns, and stores through `ok`: lengths that 32 bits cannot hold are failures, too.
 inline unsigned int report(std::size_t written, bool* ok) {
-    const bool converted = written <= UINT32_MAX;
+    const bool converted = written != kFailure && written <= UINT32_MAX;
     if (ok != nullptr)
         *ok = converted;
     return converted ? static_cast<unsigned int>(written) : 0;

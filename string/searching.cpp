@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -46,7 +45,7 @@ unsigned int findAccepted(std::basic_string_view<Char> text, bool (*accepts)(Cha
 
 template <class Char>
 unsigned int rfindAccepted(std::basic_string_view<Char> text, bool (*accepts)(Char), unsigned int pos) {
-    for (std::size_t i = std::min<std::size_t>(std::size_t{pos} + 1, text.size()); i > 0; --i) {
+    for (std::size_t i = pos < text.size() ? pos + 1 : text.size(); i > 0; --i) {
         if (accepts(text[i - 1]))
             return static_cast<unsigned int>(i - 1);
     }
