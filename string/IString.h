@@ -44,6 +44,7 @@ class QZSTRING_EXPORT IString {
     // Exactly `count` characters, NULs included. A null `s` gives an empty string whatever the count; a
     // negative count otherwise raises std::length_error.
     IString(const wchar_t* s, int count);
+    IString(const wchar_t* s, Encoding encoding) = delete;  // wide text has none, and it is no count
     explicit IString(wchar_t c);
     IString(unsigned int count, wchar_t c);
 
@@ -61,8 +62,8 @@ class QZSTRING_EXPORT IString {
 
     // The text decoded, up to its first NUL. Text that is not well-formed in the encoding gives an empty
     // string: never part of it, never the old value. `*ok`, where given, says whether the text converted
-    // (empty text and a null pointer do). After assign the cache is empty and invalid. The text may be what
-    // asMultibyte() returned.
+    // (empty text and a null pointer do); it is false where std::bad_alloc is raised. After assign the cache
+    // is empty and invalid. The text may be what asMultibyte() returned.
     IString(const char* s, Encoding encoding, bool* ok = nullptr);
     IString(const CString& s, Encoding encoding, bool* ok = nullptr);
     IString(char c, Encoding encoding, bool* ok = nullptr);
@@ -88,7 +89,7 @@ class QZSTRING_EXPORT IString {
     unsigned int asMultibyteStoreSize(Encoding encoding) const;
     unsigned int asUTF8StoreSize() const;
     // A copy of that form and its terminator in memory from malloc, which the caller releases with free. A
-    // null pointer when malloc has no room.
+    // null pointer when malloc has no room, whatever `*ok` says of the form.
     [[nodiscard]] char* copyAsMultibyte(Encoding encoding, bool* ok = nullptr) const;
     // The locale's form up to its first NUL.
     [[nodiscard]] CString convertToCString() const;
@@ -174,7 +175,8 @@ class QZSTRING_EXPORT IString {
     [[nodiscard]] unsigned int find(bool (*accepts)(wchar_t), unsigned int pos = 0) const;
     [[nodiscard]] unsigned int rfind(bool (*accepts)(wchar_t), unsigned int pos = npos) const;
     // The nearest character that is a member of `set`, at `pos` or later (findAny), at `pos` or earlier
-    // (rfindAny, from the last character where `pos` is beyond it). npos when there is none.
+    // (rfindAny, from the last character where `pos` is beyond it). npos when there is none. Linear in the
+    // text where the set is below U+0100; else at most in the text times the set.
     [[nodiscard]] unsigned int findAny(const IString& set, unsigned int pos = 0) const noexcept;
     [[nodiscard]] unsigned int rfindAny(const IString& set, unsigned int pos = npos) const noexcept;
     [[nodiscard]] bool isAscii() const noexcept;

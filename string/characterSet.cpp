@@ -16,8 +16,8 @@ std::size_t nearby(std::size_t length) {
     return length <= kShort ? length : kNear;
 }
 
-// False positives of the filter come in groups, as the characters of a script do: a few characters are looked at
-// one by one before the next scan.
+// False positives of the filter come in groups, as the characters of a script do: a few characters are
+// looked at one by one before the next scan.
 constexpr std::size_t kOneByOne = 8;
 
 class FilteredSet {

@@ -2,7 +2,7 @@
 //
 // The whole text is written, NULs included, with the stream's width and fill. An IString goes to a wide
 // stream as it is and to a narrow one as UTF-8; one that cannot be encoded sets the stream's failbit and
-// writes nothing. The cache of the string is not touched.
+// writes nothing. The cache of the string is not touched. std::bad_alloc passes through.
 #ifndef QZSTRING_STRING_STREAM_H
 #define QZSTRING_STRING_STREAM_H
 

@@ -356,6 +356,28 @@ TEST_F(Cache, ConvertsOnlyWhenItMust) {
     EXPECT_EQ(failing.asUTF8StoreSize(), 1U);
 }
 
+// A failed form takes the one that was valid with it.
+TEST_F(Cache, AFailureInOneEncodingIsNoHitInAnother) {
+    const IString s = cached(kUTF8);
+    converters().querySucceeds = false;
+    s.asMultibyte(kMultibyte);
+    converters().querySucceeds = true;
+    EXPECT_STREQ(s.asUTF8(), "abc");
+}
+
+// Any other value asks for the locale's, and is what the cache is then valid for.
+TEST_F(Cache, TakesAnyValueForAnEncoding) {
+    static_assert(kMultibyte == 0 && kUTF8 == 1 && qzString::kNoEncoding == 3);
+    constexpr auto kOther = static_cast<Encoding>(7);
+    const IString s("abc", kOther);
+    s.asMultibyte(kOther);
+    for (const Call& call : converters().calls)
+        EXPECT_EQ(call.converter, call.converter[0] == 'M' ? "MBStoWCS" : "WCStoMBS");
+    EXPECT_EQ(takeCalls(), 4U);
+    EXPECT_TRUE(isValid(s, kOther));
+    EXPECT_FALSE(isValid(s, kMultibyte));
+}
+
 // A request for no encoding never passes off stale bytes as the text.
 TEST_F(Cache, NoEncodingIsNeverAHit) {
     IString s = cached(kUTF8);
@@ -404,8 +426,9 @@ TEST_F(Cache, CopiesTheForm) {
     SetUp();
     const IString unlucky = cached(kUTF8);
     Allocations::failAt(1);
-    EXPECT_EQ(unlucky.copyAsMultibyte(kUTF8), nullptr);
+    EXPECT_EQ(unlucky.copyAsMultibyte(kUTF8, &(ok = false)), nullptr);
     Allocations::failAt(0);
+    EXPECT_TRUE(ok);  // of the form
 }
 
 // Up to the limits scratch memory is the stack's, above them the heap's; and on a thread whose stack has no
@@ -439,19 +462,23 @@ TEST_F(Cache, TakesScratchMemoryFromTheStackUpToItsLimits) {
     EXPECT_EQ(encodeAllocations(kByteLimit), 1);
 
     // A stack of 256 KiB has no room for the 800 KB that decoding takes, nor for the 200 KB of encoding.
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 256 << 10);
-    pthread_t thread;
-    const auto convertThere = [](void*) -> void* {
-        decodeAllocations(1);
-        EXPECT_EQ(decodeAllocations(200000), 1);
-        EXPECT_EQ(encodeAllocations(200000), 1);
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attributes, convertThere, nullptr), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
+    static long allocations = 0;
+    for (const std::size_t stackSize : {std::size_t{256} << 10, std::size_t{8} << 20}) {
+        allocations = stackSize < (1 << 20) ? 1 : 0;
+        pthread_attr_t attributes;
+        pthread_attr_init(&attributes);
+        pthread_attr_setstacksize(&attributes, stackSize);
+        pthread_t thread;
+        const auto convertThere = [](void*) -> void* {
+            decodeAllocations(1);
+            EXPECT_EQ(decodeAllocations(200000), allocations);
+            EXPECT_EQ(encodeAllocations(200000), allocations);
+            return nullptr;
+        };
+        ASSERT_EQ(pthread_create(&thread, &attributes, convertThere, nullptr), 0);
+        pthread_join(thread, nullptr);
+        pthread_attr_destroy(&attributes);
+    }
 }
 
 // Memory that runs out leaves text, cache and tag as they were, and the flag false.

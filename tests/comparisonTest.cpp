@@ -172,6 +172,7 @@ TYPED_TEST(Comparison, Collates) {
         EXPECT_EQ(TypeParam().collate(TypeParam()), 0);
     }
     std::setlocale(LC_ALL, "C");
+    EXPECT_EQ(sign(make<TypeParam>("A").collateNoCase(make<TypeParam>("_"))), 1);  // by lower case
     const TypeParam text = make<TypeParam>("A text that is too long to be kept inside the string object");
     failEveryAllocation([] { return 0; }, [&](int) { (void)text.collateNoCase(text); }, [](int) {});
 }

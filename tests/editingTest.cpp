@@ -101,6 +101,8 @@ TYPED_TEST(Editing, Erases) {
     TypeParam s = make<TypeParam>("abc");
     s.erase(1);  // to the end by default
     EXPECT_EQ(value(s), wide<TypeParam>("a"));
+    EXPECT_EQ(value(make<TypeParam>("abc").remove(1)), wide<TypeParam>("a"));
+    EXPECT_EQ(value(make<TypeParam>("abcd").substr(1)), wide<TypeParam>("bcd"));
 }
 
 TYPED_TEST(Editing, TakesItsOwnTextAsArgument) {

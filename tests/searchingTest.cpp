@@ -1,6 +1,7 @@
 // Searching of both classes, set search and the ASCII test.
 #include <chrono>
 #include <random>
+#include <tuple>
 
 #include "string/search.h"
 #include "support.h"
@@ -77,6 +78,12 @@ TYPED_TEST(Searching, FindsText) {
             EXPECT_EQ(s.rfind(static_cast<const Char<TypeParam>*>(nullptr), c.pos), kNone);
         }
     }
+    const TypeParam twice = make<TypeParam>("xabab");  // all of it by default
+    const TypeParam ab = make<TypeParam>("ab");
+    EXPECT_EQ(std::tuple(twice.find(ab), twice.find(asView(ab).data()), twice.find(ab[0])),
+              std::tuple(1U, 1U, 1U));
+    EXPECT_EQ(std::tuple(twice.rfind(ab), twice.rfind(asView(ab).data()), twice.rfind(ab[0])),
+              std::tuple(3U, 3U, 3U));
     const TypeParam nul = make<TypeParam>(std::string_view("a\0b", 3));
     EXPECT_EQ(nul.find(Char<TypeParam>{0}), 1U);
     EXPECT_EQ(nul.rfind(Char<TypeParam>{0}), 1U);
@@ -257,6 +264,8 @@ TEST(Searching, FindsAnyOfASet) {
             EXPECT_EQ(s.rfindAny(set, c.pos), c.rfind);
         }
     }
+    EXPECT_EQ(s.findAny(L";,"), 1U);
+    EXPECT_EQ(s.rfindAny(L";,"), 3U);
     EXPECT_EQ(s.findAny(L""), kNone);
     EXPECT_EQ(s.rfindAny(L""), kNone);
     EXPECT_EQ(IString().findAny(L"a"), kNone);
