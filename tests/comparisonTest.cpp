@@ -109,18 +109,6 @@ TYPED_TEST(Comparison, IgnoresCase) {
         EXPECT_EQ(a.compareNoCase(a), 0);
         EXPECT_EQ(value(a), value(raw<TypeParam>(c.a)));
     }
-    // A difference at every place of texts of every length around a block.
-    for (unsigned int length = 1; length < 300; length += 1 + length / 30) {
-        const TypeParam a(length, Char<TypeParam>{'Q'});
-        const TypeParam b(length, Char<TypeParam>{'q'});
-        ASSERT_EQ(a.compareNoCase(b), 0);
-        for (unsigned int at = 0; at < length; ++at) {
-            TypeParam larger = b;
-            larger.replace(at, 1, Char<TypeParam>{'r'});
-            ASSERT_LT(a.compareNoCase(larger), 0) << length << ' ' << at;
-            ASSERT_GT(larger.compareNoCase(a), 0) << length << ' ' << at;
-        }
-    }
     Allocations::failAt(0);
     const TypeParam a = make<TypeParam>(std::string(10000, 'X'));
     const long before = Allocations::count();

@@ -68,24 +68,12 @@ TEST(Trimming, KnowsUnicodeWhiteSpaceInWideTextOnly) {
               "a\x85");
 }
 
-TYPED_TEST(Trimming, MapsCaseOfAnyLength) {
-    for (unsigned int length = 0; length < 300; ++length) {
-        std::string text;
-        std::string lower;
-        std::string upper;
-        for (unsigned int i = 0; i < length; ++i) {
-            const char c = static_cast<char>((i * 37 + length) % 128);
-            text += c;
-            lower += c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-            upper += c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
-        }
-        TypeParam lowered = make<TypeParam>(text);
-        TypeParam raised = make<TypeParam>(text);
-        lowered.toLowerCase();
-        raised.toUpperCase();
-        ASSERT_EQ(value(lowered), wide<TypeParam>(lower));
-        ASSERT_EQ(value(raised), wide<TypeParam>(upper));
-    }
+TYPED_TEST(Trimming, MapsCase) {
+    TypeParam s = make<TypeParam>(std::string_view("@AZ[`az{ 09\0bY", 14));
+    s.toLowerCase();
+    EXPECT_EQ(value(s), wide<TypeParam>(std::string_view("@az[`az{ 09\0by", 14)));
+    s.toUpperCase();
+    EXPECT_EQ(value(s), wide<TypeParam>(std::string_view("@AZ[`AZ{ 09\0BY", 14)));
 }
 
 TEST(Trimming, MapsCaseBeyondAsciiInWideTextOnly) {
