@@ -1,5 +1,4 @@
 // Searching of both classes, set search and the ASCII test.
-#include <chrono>
 #include <random>
 #include <tuple>
 
@@ -199,10 +198,10 @@ TYPED_TEST(Searching, StaysLinearOnNearMisses) {
     using C = Char<TypeParam>;
     const TypeParam text(4'000'000, C{'a'});
     const TypeParam needle = plus(TypeParam(1'000'000, C{'a'}), TypeParam(C{'b'}));
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(text.find(needle), kNone);
-    EXPECT_EQ(text.rfind(needle), kNone);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+    expectLinear([&] {
+        EXPECT_EQ(text.find(needle), kNone);
+        EXPECT_EQ(text.rfind(needle), kNone);
+    });
 }
 
 namespace {

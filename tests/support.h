@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -118,6 +119,14 @@ void failEveryAllocation(Prepare prepare, Operation operation, Check check) {
         EXPECT_LE(Allocations::live(), before) << "leaked after failed allocation " << nth;
         EXPECT_TRUE(raised) << "after failed allocation " << nth;
     }
+}
+
+// Runs what takes well below a second where it is linear, and minutes where it is not.
+template <class Body>
+void expectLinear(Body body) {
+    const auto begin = std::chrono::steady_clock::now();
+    body();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
 }
 
 }  // namespace support

@@ -94,7 +94,7 @@ TYPED_TEST(Trimming, IsLinear) {
     constexpr unsigned int kMany = 10'000'000;
     TypeParam s(kMany, Char<TypeParam>{' '});
     s.append(Char<TypeParam>{'x'}).append(TypeParam(kMany, Char<TypeParam>{' '}));
-    EXPECT_EQ(value(s.stripSpaces().rstripSpaces()), wide<TypeParam>("x"));
+    expectLinear([&] { EXPECT_EQ(value(s.stripSpaces().rstripSpaces()), wide<TypeParam>("x")); });
     TypeParam t(kMany, Char<TypeParam>{'x'});
-    EXPECT_EQ(t.strip(Char<TypeParam>{'x'}).length(), 0U);
+    expectLinear([&] { EXPECT_EQ(t.strip(Char<TypeParam>{'x'}).length(), 0U); });
 }
