@@ -31,6 +31,8 @@
 
 namespace qzString {
 
+enum Encoding : std::uint32_t;  // string/IString.h
+
 class QZSTRING_EXPORT CString {
   public:
     static constexpr unsigned int npos = 0xFFFFFFFFU;
@@ -42,6 +44,7 @@ class QZSTRING_EXPORT CString {
     // Exactly `count` characters, NULs included. A null `s` gives an empty string whatever the count; a
     // negative count otherwise raises std::length_error.
     CString(const char* s, int count);
+    CString(const char* s, Encoding encoding) = delete;  // narrow text is not converted, and it is no count
     explicit CString(char c);
     CString(unsigned int count, char c);
 

@@ -11,7 +11,7 @@ namespace qzString {
 
 // Whether the calling thread's stack has room for that many bytes and a fair margin. False where the platform
 // does not tell, or where the thread runs on a stack elsewhere. (One that a coroutine has carved from the
-// thread's own is taken for all of it.)
+// thread's own is taken for all of it, and of the main thread's limit what it was at the first call.)
 bool stackHasRoom(std::size_t bytes);
 
 // Room for `count` elements: at `onStack`, or from malloc where that is null. Raises std::bad_alloc.

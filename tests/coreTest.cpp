@@ -66,6 +66,7 @@ TYPED_TEST(Core, CopiesMovesAndAssigns) {
     static_assert(std::is_nothrow_move_constructible_v<String> && std::is_nothrow_move_assignable_v<String>);
     static_assert(std::is_convertible_v<const C*, String> && !std::is_convertible_v<C, String>);
     static_assert(!std::is_polymorphic_v<String>);
+    static_assert(!std::is_constructible_v<String, const C*, qzString::Encoding>);  // no count
     static_assert(String::npos == 0xFFFFFFFFU);
     const String original = make<String>(std::string_view("a\0b", 3));
 

@@ -1,5 +1,5 @@
-// Converters of the tests' own, which record every call and answer as they are told, in place of the library's; and
-// the fixture of the tests of the multibyte cache.
+// Converters of the tests' own, which record every call and answer as they are told, in place of the
+// library's; and the fixture of the tests of the multibyte cache.
 #ifndef QZSTRING_TESTS_RECORDINGCONVERTERS_H
 #define QZSTRING_TESTS_RECORDINGCONVERTERS_H
 
