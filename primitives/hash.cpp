@@ -68,5 +68,5 @@ std::uint64_t qz::detail::hashLonger(const unsigned char* p, std::size_t length)
         if (rest > 48)
             c = link(c, p + 32, secret + 48);
     }
-    return finishLinks(p + rest, a ^ b ^ c ^ d, length);
+    return finishLinks(p + rest, a ^ b ^ c ^ d, qz::detail::kRapid[1] ^ length, length);
 }

@@ -98,12 +98,20 @@ inline std::uint64_t link(std::uint64_t chain, const unsigned char* p, const uns
 
 // The last 16 bytes, and what the chains made of those before. The length goes into both products: from the
 // second alone, a text and one longer by zeros would get hashes of known differences; from the first alone,
-// the same ones where the words make up for it.
-inline std::uint64_t finishLinks(const unsigned char* end, std::uint64_t chains,
+// the same ones where the words make up for it. `first` is kRapid[1] ^ length.
+inline std::uint64_t finishLinks(const unsigned char* end, std::uint64_t chains, std::uint64_t first,
                                  std::size_t length) noexcept {
-    const Product last = multiply(readWord<std::uint64_t>(end - 16) ^ (kRapid[1] ^ length),
-                                  readWord<std::uint64_t>(end - 8) ^ kRapid[3]);
-    return fold(last.low ^ chains, last.high ^ (kRapid[6] ^ length));
+    const std::uint64_t second = keptWhole(kRapid[6] ^ length);
+    const Product last =
+        multiply(readWord<std::uint64_t>(end - 16) ^ first, readWord<std::uint64_t>(end - 8) ^ kRapid[3]);
+    return fold(last.low ^ chains, last.high ^ second);
+}
+
+// The same, where there are registers for what is known early. The result is kept from being joined to that of
+// other lengths, by way of moves and a jump.
+inline std::uint64_t finishShort(const unsigned char* end, std::uint64_t chains,
+                                 std::size_t length) noexcept {
+    return keptWhole(finishLinks(end, chains, keptWhole(kRapid[1] ^ length), length));
 }
 
 // 17 to 112 bytes.
@@ -125,7 +133,7 @@ inline std::uint64_t hashShort(const unsigned char* p, std::size_t length) noexc
         }
         a ^= b;
     }
-    return finishLinks(p + length, a, length);
+    return finishShort(p + length, a, length);
 }
 
 // 113 to 128 bytes: the four chains of longer text, without its loop.
@@ -136,7 +144,7 @@ inline std::uint64_t hashFourChains(const unsigned char* p, std::size_t length) 
     a = keptWhole(link(a, p + 64, kSecret + 32) ^ link(kRapidSeed, p + 48, kSecret + 24));
     b = keptWhole(link(b, p + 80, kSecret + 40));
     c = link(c, p + 96, kSecret + 48);
-    return finishLinks(p + length, a ^ b ^ c, length);
+    return finishLinks(p + length, a ^ b ^ c, kRapid[1] ^ length, length);
 }
 
 }  // namespace qz::detail
