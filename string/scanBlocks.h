@@ -291,6 +291,21 @@ QZSTRING_TARGET std::size_t scanLastOfFew(const wchar_t* text, std::size_t count
     return found;
 }
 
+// A row, of the vectors for narrow elements, for wide ones and for a filter.
+template <class Narrow, class Wide, class Filter>
+constexpr Scanner scannerOf(const char* name, bool (*usable)()) {
+    return {name,
+            usable,
+            scanNext<Narrow>,
+            scanNext<Wide>,
+            scanLast<Narrow>,
+            scanLast<Wide>,
+            scanNextInSet<Filter>,
+            scanLastInSet<Filter>,
+            scanNextOfFew<Wide>,
+            scanLastOfFew<Wide>};
+}
+
 }  // namespace qzString::search
 
 #endif

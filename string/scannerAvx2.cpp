@@ -137,16 +137,7 @@ struct Filter : Platform {
 
 }  // namespace
 
-const Scanner kAvx2Scanner = {"avx2",
-                              usable,
-                              scanNext<Bytes>,
-                              scanNext<Wides>,
-                              scanLast<Bytes>,
-                              scanLast<Wides>,
-                              scanNextInSet<Filter>,
-                              scanLastInSet<Filter>,
-                              scanNextOfFew<Wides>,
-                              scanLastOfFew<Wides>};
+const Scanner kAvx2Scanner = scannerOf<Bytes, Wides, Filter>("avx2", usable);
 
 }  // namespace qzString::search
 

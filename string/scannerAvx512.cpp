@@ -111,16 +111,7 @@ struct Filter : Platform {
 
 }  // namespace
 
-const Scanner kAvx512Scanner = {"avx512",
-                                usable,
-                                scanNext<Bytes>,
-                                scanNext<Wides>,
-                                scanLast<Bytes>,
-                                scanLast<Wides>,
-                                scanNextInSet<Filter>,
-                                scanLastInSet<Filter>,
-                                scanNextOfFew<Wides>,
-                                scanLastOfFew<Wides>};
+const Scanner kAvx512Scanner = scannerOf<Bytes, Wides, Filter>("avx512", usable);
 
 }  // namespace qzString::search
 

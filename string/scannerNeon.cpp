@@ -121,16 +121,7 @@ struct Filter : Platform {
 
 }  // namespace
 
-const Scanner kNeonScanner = {"neon",
-                              alwaysUsable,
-                              scanNext<Bytes>,
-                              scanNext<Wides>,
-                              scanLast<Bytes>,
-                              scanLast<Wides>,
-                              scanNextInSet<Filter>,
-                              scanLastInSet<Filter>,
-                              scanNextOfFew<Wides>,
-                              scanLastOfFew<Wides>};
+const Scanner kNeonScanner = scannerOf<Bytes, Wides, Filter>("neon", alwaysUsable);
 
 }  // namespace qzString::search
 

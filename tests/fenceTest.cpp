@@ -200,7 +200,7 @@ TEST(Fence, HoldsSearching) {
                           qzString::search::kNotFound);
                 ASSERT_EQ(qzString::search::findLast(wide, wideText.size(), L"RQ", 2, wideText.size()),
                           qzString::search::kNotFound);
-                for (const std::size_t members : {2, 20}) {
+                for (const std::size_t members : {2U, 20U}) {
                     const std::wstring set(members, L'R');
                     const std::wstring_view view(wide, wideText.size());
                     ASSERT_EQ(qzString::search::findFirstOf(view, set, 0), qzString::search::kNotFound);
