@@ -8,7 +8,6 @@
 
 #include "inputs.h"
 #include "primitives/conversion.h"
-#include "primitives/kernels.h"
 #if defined(PEER_ICU)
 #include <unicode/ustring.h>
 #endif

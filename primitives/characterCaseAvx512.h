@@ -9,6 +9,9 @@
 #ifndef QZSTRING_PRIMITIVES_CHARACTERCASEAVX512_H
 #define QZSTRING_PRIMITIVES_CHARACTERCASEAVX512_H
 
+#include <cstddef>
+#include <cstdint>
+
 #include "primitives/avx512.h"
 #include "primitives/characterPortable.h"
 

@@ -5,6 +5,9 @@
 #ifndef QZSTRING_PRIMITIVES_CHARACTERCOMPARISONAVX512_H
 #define QZSTRING_PRIMITIVES_CHARACTERCOMPARISONAVX512_H
 
+#include <cstddef>
+#include <cstdint>
+
 #include "primitives/avx512.h"
 #include "primitives/characterCaseAvx512.h"
 #include "primitives/characterPortable.h"

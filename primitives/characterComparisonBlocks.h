@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "primitives/characterPortable.h"
 #include "primitives/characterVectors.h"

@@ -53,7 +53,7 @@ int wideLength(const wchar_t* format, va_list arguments, int entry) {
     va_list again;
     va_copy(again, arguments);
     Measured measured = measureWide(format, arguments, entry);
-    // Whose ENOMEM? glibc leaves errno alone where it cannot convert a character.
+    // It may be the caller's: glibc leaves errno alone where it cannot convert a character.
     if (measured.length < 0 && measured.error == ENOMEM && entry == ENOMEM)
         measured = measureWide(format, again, 0);
     va_end(again);

@@ -1,5 +1,5 @@
-// The hash of up to 128 bytes, inline: a call would cost a tenth to a third of it. A part of hash.h, not to
-// be included alone.
+// The hash of up to 128 bytes, inline: a call would cost a tenth to a third of it. A part of hash.h,
+// which programs include.
 //
 // Up to 16 bytes it is rapidhash (version 3, seed 0). Longer text is mixed as rapidhash does: every 16 bytes
 // are multiplied with what the 16 before them gave. But the chains that this makes are three, from 113 bytes
@@ -107,8 +107,8 @@ inline std::uint64_t finishLinks(const unsigned char* end, std::uint64_t chains,
     return fold(last.low ^ chains, last.high ^ second);
 }
 
-// The same, where there are registers for what is known early. The result is kept from being joined to that of
-// other lengths, by way of moves and a jump.
+// The same for short text, where registers are free. The result is hidden from the compiler, which would
+// else merge this end with that of other lengths, at the cost of moves and a jump.
 inline std::uint64_t finishShort(const unsigned char* end, std::uint64_t chains,
                                  std::size_t length) noexcept {
     return keptWhole(finishLinks(end, chains, keptWhole(kRapid[1] ^ length), length));

@@ -21,7 +21,8 @@ std::size_t decodeSubstituting(const char* source, std::size_t length, wchar_t* 
     Progress total{0, 0};
     for (;;) {
         const char* const rest = source + total.read;
-        const kernels::Kernels& kernel = kernels::active();  // another one after the process's first call
+        const kernels::Kernels& kernel =
+            kernels::active();  // not once: the first call through the table replaces its row
         const Progress sound = kernel.wellFormed(rest, length - total.read);
         wchar_t* const to = counts ? nullptr : destination + total.written;
         total = {total.read + sound.read, total.written + sound.written};

@@ -1,4 +1,5 @@
-// Decoding UTF-8 and its size query in AVX2, 32 bytes a block: utf8Blocks.h has the algorithm.
+// Decoding UTF-8 and its size query in AVX2, 32 bytes a block: utf8DecodingBlocks.h and
+// utf8DecodedLengthBlocks.h have the algorithms.
 #include "primitives/kernels.h"
 
 #if QZSTRING_VECTORS_X86

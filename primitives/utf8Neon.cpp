@@ -1,4 +1,5 @@
-// UTF-8 in NEON. Decoding goes by blocks of 16 bytes: utf8Blocks.h has the algorithm.
+// UTF-8 in NEON. Decoding and its size query go by blocks of 16 bytes: utf8DecodingBlocks.h and
+// utf8DecodedLengthBlocks.h have the algorithms.
 //
 // Encoding, 4 characters a block, ASCII 16: each is spread over the four bytes of its lane, lead byte first
 // and right-aligned; for each combination of four lengths a table has the shuffle that moves the bytes in use

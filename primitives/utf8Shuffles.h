@@ -9,7 +9,7 @@ namespace qzString::kernels::shuffles {
 
 using Shuffle = std::array<unsigned char, 16>;
 
-// ---- Decoding: eight elements of 16 bits, those to keep a mask that is the index ----
+// ---- Decoding: keeps some of eight 16-bit elements; the index is the mask of those kept ----
 
 constexpr std::array<Shuffle, 256> makeSelections() {
     std::array<Shuffle, 256> selections{};

@@ -11,6 +11,8 @@ import sys
 OURS = "qzString"
 # The library by other ways, and what a measurement consists of: no peers.
 OURS_OTHERWISE = ("class", "locale", "copy")
+# What the plot leaves out, as not everyone has it.
+UNPACKAGED = ("simdutf", "rapidhash")
 
 
 def medians(files):
@@ -74,7 +76,7 @@ def draw(path, rates):
         y = 40 + i * step
         label = " ".join(name.split("/")[:2])
         parts.append(f'<text x="{left - 8}" y="{y + 15}" text-anchor="end">{label}</text>')
-        peers = peers_of(row)
+        peers = {who: rate for who, rate in peers_of(row).items() if who not in UNPACKAGED}
         best = max(peers, key=peers.get) if peers else None
         for offset, who, color in ((0, OURS, "#2a6fdb"), (12, best, "#b8bec8")):
             if who is None:

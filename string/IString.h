@@ -149,8 +149,9 @@ class QZSTRING_EXPORT IString {
     // what was replaced before stays. Either argument may be this string.
     IString& replace(const IString& pattern, const IString& replacement);
     IString& replaceFirst(const IString& pattern, const IString& replacement);
-    // Every occurrence of a character, which is a change even by the same one. Narrow ones are decoded in the
-    // locale first; where either is not a whole character there, nothing changes.
+    // Every occurrence of a character, which is a change even by the same one. Narrow ones are decoded in
+    // the locale first; where either is not a whole character there, nothing changes. (Beyond ASCII, a byte
+    // that may be composed with the next is none.)
     IString& replace(wchar_t from, wchar_t to) noexcept;
     IString& replace(char from, char to);
 

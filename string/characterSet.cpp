@@ -6,8 +6,8 @@
 namespace qzString::search {
 namespace {
 
-// A small set, and how many characters are compared with each of its members: all of a text so short that the
-// filter would take longer to make than to use, of others those that are near.
+// Sets of up to so many members are first compared member by member: with all of a text so short that to
+// make the filter would take longer, else with the characters nearest to where the search begins.
 constexpr std::size_t kFewMembers = 16;
 
 std::size_t nearby(std::size_t length) {
@@ -70,7 +70,7 @@ class FilteredSet {
 }  // namespace
 
 std::size_t findFirstOf(std::wstring_view text, std::wstring_view members, std::size_t from) {
-    if (from >= text.size() || members.empty())
+    if (from >= text.size())
         return kNotFound;
     if (members.size() <= kFewMembers) {
         const std::size_t near = nearby(text.size() - from);
@@ -86,7 +86,7 @@ std::size_t findFirstOf(std::wstring_view text, std::wstring_view members, std::
 }
 
 std::size_t findLastOf(std::wstring_view text, std::wstring_view members, std::size_t from) {
-    if (text.empty() || members.empty())
+    if (text.empty())
         return kNotFound;
     std::size_t end = std::min(from, text.size() - 1) + 1;
     if (members.size() <= kFewMembers) {

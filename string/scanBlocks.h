@@ -1,15 +1,16 @@
-// The scans of searching over any vectors: for two elements of a needle, and, below, for characters that a
-// set's filter lets pass. Internal, not installed; included by one source per instruction set, which defines
-// QZSTRING_TARGET (the attribute that lets a function use the instructions) and passes its vectors.
+// The scans of searching over any vectors: for two elements of a needle, and for characters of a set, by its
+// filter or, where it is small, by its members. Internal, not installed; included by one source per
+// instruction set, which defines QZSTRING_TARGET (the attribute that lets a function use the instructions)
+// and passes its vectors.
 //
-// Vector, of a needle's elements, has the type Element and their number kLanes, and as static functions,
+// Vector, of elements to compare with, has the type Element and their number kLanes, and as static functions,
 // masks having one bit per element:
 //   splat(element)                           a vector of it
 //   mask equal(pointer, vector)              of kLanes elements
 //   mask equalFirst(pointer, count, vector)  of 1 to kLanes - 1
 //   bool noneOfFour(pointer, vector)         of four vectors in a row
 //   void leave()                             before a scanner returns
-// Filter, made of a SetFilter, has kLanes and leave() as well, and:
+// Filter, made of a SetFilter (and with leave()) or of few members (Few, below), has kLanes and:
 //   mask passing(pointer), passingFirst(pointer, count); bool nonePassesOfFour(pointer)
 //
 // At every position the rarer of the two elements is looked for first, four vectors per branch; only where

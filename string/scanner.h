@@ -1,4 +1,5 @@
-// The scanners under all searches: they tell most of a text from what is looked for. Internal, not installed.
+// The inner loops of all searches: they find the few places of a text that are worth a closer look.
+// Internal, not installed.
 //
 // One version per instruction set, each a row of a table and in the file of its name; the first that the
 // processor can run is chosen at the first search. scanBlocks.h has what the versions share.
@@ -32,7 +33,7 @@ struct alignas(64) SetFilter {
 };
 
 // Scans text for the places at which two elements of a needle stand where they should, and for the characters
-// that a filter lets pass.
+// of a set, as far as its filter tells, or for the members of a small one.
 struct Scanner {
     const char* name;
     bool (*usable)();
@@ -50,7 +51,7 @@ struct Scanner {
     // The lowest position below `count` whose character passes, or `count`; and the highest, or kNotFound.
     std::size_t (*nextInSet)(const wchar_t* text, std::size_t count, const SetFilter& filter);
     std::size_t (*lastInSet)(const wchar_t* text, std::size_t count, const SetFilter& filter);
-    // The same of the members themselves, each of which takes a comparison.
+    // The same for a small set given by its members: every character is compared with every member.
     std::size_t (*nextOfFew)(const wchar_t* text, std::size_t count, const wchar_t* members,
                              std::size_t memberCount);
     std::size_t (*lastOfFew)(const wchar_t* text, std::size_t count, const wchar_t* members,

@@ -22,7 +22,7 @@ namespace qzString {
 
 namespace detail {
 
-// The text of whatever stands for one; of a pointer, up to its NUL, and none where it is null.
+// The text of a string, a view or a pointer (up to its NUL; empty where it is null).
 inline std::string_view view(const CString& s) noexcept {
     return asView(s);
 }

@@ -1,5 +1,7 @@
-// Failing and counted allocations: replaces the global operator new, and wraps malloc and free at link time
-// (-Wl,--wrap), which catches the library's own calls.
+// Failing and counted allocations: replaces the global operator new, and wraps malloc, free and
+// open_wmemstream at link time (-Wl,--wrap), which catches the library's own calls.
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <new>
 
@@ -10,6 +12,8 @@ void* __real_malloc(std::size_t size);
 void __real_free(void* memory);
 void* __wrap_malloc(std::size_t size);
 void __wrap_free(void* memory);
+std::FILE* __real_open_wmemstream(wchar_t** text, std::size_t* size);
+std::FILE* __wrap_open_wmemstream(wchar_t** text, std::size_t* size);
 }
 
 namespace {
@@ -38,6 +42,16 @@ void __wrap_free(void* memory) {
     if (memory != nullptr)
         --liveBlocks;
     __real_free(memory);
+}
+
+// A stream in memory, whose own allocations are out of sight.
+std::FILE* __wrap_open_wmemstream(wchar_t** text, std::size_t* size) {
+    if (always || (countdown > 0 && --countdown == 0)) {
+        hasFailed = true;
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return __real_open_wmemstream(text, size);
 }
 
 void* operator new(std::size_t size) {

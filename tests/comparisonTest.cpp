@@ -1,5 +1,6 @@
 // Comparison, relations, collation and hashing of both classes.
 #include <clocale>
+#include <cstring>
 #include <cwchar>
 
 #include "support.h"

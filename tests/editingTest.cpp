@@ -1,4 +1,5 @@
 // Positional editing, substrings and concatenation of both classes.
+#include <cstring>
 #include <stdexcept>
 
 #include "support.h"

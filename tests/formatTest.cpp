@@ -82,6 +82,14 @@ TYPED_TEST(Format, TellsWhatCanNeverSucceed) {
     }
 }
 
+TEST(FormatLimits, WantOfMemoryIsNoWantOfRoom) {
+    wchar_t buffer[10];
+    support::Allocations::failAt(1);
+    EXPECT_THROW(formatInto(buffer, 10, L"%*d", 2000, 7), std::bad_alloc);
+    support::Allocations::failAt(0);
+    EXPECT_EQ(formatInto(buffer, 10, L"%*d", 2000, 7), -2000);
+}
+
 TEST(FormatLimits, OutputBeyondIntNeverSucceeds) {
     EXPECT_EQ(formatInto(static_cast<char*>(nullptr), 0, "%*d", INT_MAX, 1), INT_MIN);
     char buffer[10];

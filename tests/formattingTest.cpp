@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <clocale>
 #include <cstdarg>
+#include <cstring>
 
 #include "support.h"
 
