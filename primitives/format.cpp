@@ -53,7 +53,8 @@ int wideLength(const wchar_t* format, va_list arguments, int entry) {
     va_list again;
     va_copy(again, arguments);
     Measured measured = measureWide(format, arguments, entry);
-    // It may be the caller's: glibc leaves errno alone where it cannot convert a character.
+    // An ENOMEM that was there before may still be the caller's: glibc leaves errno alone where it cannot
+    // convert a character.
     if (measured.length < 0 && measured.error == ENOMEM && entry == ENOMEM)
         measured = measureWide(format, again, 0);
     va_end(again);

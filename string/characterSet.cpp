@@ -70,7 +70,7 @@ class FilteredSet {
 }  // namespace
 
 std::size_t findFirstOf(std::wstring_view text, std::wstring_view members, std::size_t from) {
-    if (from >= text.size())
+    if (from >= text.size() || members.empty())
         return kNotFound;
     if (members.size() <= kFewMembers) {
         const std::size_t near = nearby(text.size() - from);
@@ -86,7 +86,7 @@ std::size_t findFirstOf(std::wstring_view text, std::wstring_view members, std::
 }
 
 std::size_t findLastOf(std::wstring_view text, std::wstring_view members, std::size_t from) {
-    if (text.empty())
+    if (text.empty() || members.empty())
         return kNotFound;
     std::size_t end = std::min(from, text.size() - 1) + 1;
     if (members.size() <= kFewMembers) {

@@ -10,7 +10,7 @@
 //   mask equalFirst(pointer, count, vector)  of 1 to kLanes - 1
 //   bool noneOfFour(pointer, vector)         of four vectors in a row
 //   void leave()                             before a scanner returns
-// Filter, made of a SetFilter (and with leave()) or of few members (Few, below), has kLanes and:
+// Filter, made of a SetFilter or of few members (Few, below), has kLanes and leave() as well, and:
 //   mask passing(pointer), passingFirst(pointer, count); bool nonePassesOfFour(pointer)
 //
 // At every position the rarer of the two elements is looked for first, four vectors per branch; only where
@@ -240,6 +240,7 @@ struct Few {
         }
         return true;
     }
+    QZSTRING_TARGET static void leave() { Vector::leave(); }
 };
 
 // ---- The entries of a row ----
@@ -262,33 +263,18 @@ QZSTRING_TARGET std::size_t scanLast(const typename Vector::Element* text, std::
     return found;
 }
 
-template <class Filter>
-QZSTRING_TARGET std::size_t scanNextInSet(const wchar_t* text, std::size_t count, const SetFilter& filter) {
-    const std::size_t found = nextPassing(text, count, Filter(filter));
+// `set` is what a Filter is made of.
+template <class Filter, class... Set>
+QZSTRING_TARGET std::size_t scanNextPassing(const wchar_t* text, std::size_t count, Set... set) {
+    const std::size_t found = nextPassing(text, count, Filter{set...});
     Filter::leave();
     return found;
 }
 
-template <class Filter>
-QZSTRING_TARGET std::size_t scanLastInSet(const wchar_t* text, std::size_t count, const SetFilter& filter) {
-    const std::size_t found = lastPassing(text, count, Filter(filter));
+template <class Filter, class... Set>
+QZSTRING_TARGET std::size_t scanLastPassing(const wchar_t* text, std::size_t count, Set... set) {
+    const std::size_t found = lastPassing(text, count, Filter{set...});
     Filter::leave();
-    return found;
-}
-
-template <class Vector>
-QZSTRING_TARGET std::size_t scanNextOfFew(const wchar_t* text, std::size_t count, const wchar_t* members,
-                                          std::size_t memberCount) {
-    const std::size_t found = nextPassing(text, count, Few<Vector>{members, memberCount});
-    Vector::leave();
-    return found;
-}
-
-template <class Vector>
-QZSTRING_TARGET std::size_t scanLastOfFew(const wchar_t* text, std::size_t count, const wchar_t* members,
-                                          std::size_t memberCount) {
-    const std::size_t found = lastPassing(text, count, Few<Vector>{members, memberCount});
-    Vector::leave();
     return found;
 }
 
@@ -301,10 +287,10 @@ constexpr Scanner scannerOf(const char* name, bool (*usable)()) {
             scanNext<Wide>,
             scanLast<Narrow>,
             scanLast<Wide>,
-            scanNextInSet<Filter>,
-            scanLastInSet<Filter>,
-            scanNextOfFew<Wide>,
-            scanLastOfFew<Wide>};
+            scanNextPassing<Filter, const SetFilter&>,
+            scanLastPassing<Filter, const SetFilter&>,
+            scanNextPassing<Few<Wide>, const wchar_t*, std::size_t>,
+            scanLastPassing<Few<Wide>, const wchar_t*, std::size_t>};
 }
 
 }  // namespace qzString::search

@@ -23,6 +23,7 @@ thread_local bool always = false;
 thread_local long counted = 0;
 thread_local bool hasFailed = false;
 thread_local long liveBlocks = 0;
+thread_local long mostBlocks = 0;
 
 }  // namespace
 
@@ -33,8 +34,8 @@ void* __wrap_malloc(std::size_t size) {
         return nullptr;
     }
     void* const memory = __real_malloc(size);
-    if (memory != nullptr)
-        ++liveBlocks;
+    if (memory != nullptr && ++liveBlocks > mostBlocks)
+        mostBlocks = liveBlocks;
     return memory;
 }
 
@@ -83,6 +84,7 @@ void Allocations::failAt(long nth) {
     countdown = nth;
     counted = 0;
     hasFailed = false;
+    mostBlocks = liveBlocks;
 }
 
 void Allocations::failAlways(bool on) {
@@ -99,6 +101,10 @@ long Allocations::count() {
 
 long Allocations::live() {
     return liveBlocks;
+}
+
+long Allocations::peak() {
+    return mostBlocks;
 }
 
 }  // namespace support

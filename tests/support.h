@@ -89,6 +89,7 @@ struct Allocations {
     static bool failed();  // since failAt
     static long count();   // since failAt
     static long live();    // blocks not released yet
+    static long peak();    // the most of them since failAt
 };
 
 // Runs `operation` with the first, second, ... allocation failing, until it succeeds. After each failure
