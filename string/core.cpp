@@ -31,23 +31,17 @@ bool isRangeWithin(unsigned int length, unsigned int pos, unsigned int count) {
     return pos < length && (count == CString::npos || count <= length);
 }
 
-// Makes room for so many elements in both strings, or in neither should memory run out. What they held is
-// lost where they had no room.
+// Makes room for so many elements in both strings, of which the cache lacks it, or in neither should memory
+// run out. What they held is lost where they had no room.
 void makeRoom(std::wstring& text, std::size_t characters, std::string& cache, std::size_t bytes) {
-    const bool textLacks = characters > text.capacity();
-    const bool cacheLacks = bytes > cache.capacity();
-    if (!textLacks && !cacheLacks)
-        return;
-    std::wstring textRoom;
     std::string cacheRoom;
-    if (textLacks)
+    cacheRoom.reserve(bytes);
+    if (characters > text.capacity()) {
+        std::wstring textRoom;
         textRoom.reserve(characters);
-    if (cacheLacks) {
-        cacheRoom.reserve(bytes);
-        cache.swap(cacheRoom);
-    }
-    if (textLacks)
         text.swap(textRoom);
+    }
+    cache.swap(cacheRoom);
 }
 
 }  // namespace
@@ -120,10 +114,11 @@ IString& IString::operator=(IString&& other) noexcept {
     return *this;
 }
 
-// With room for both texts neither copy can fail, so that text and cache never part.
+// Only the first copy can fail, so that text and cache never part: by then the cache has room.
 IString& IString::assign(const IString& other) {
     if (this != &other) {
-        makeRoom(wideText, other.wideText.size(), multibyteCache, other.multibyteCache.size());
+        if (other.multibyteCache.size() > multibyteCache.capacity())
+            makeRoom(wideText, other.wideText.size(), multibyteCache, other.multibyteCache.size());
         wideText.assign(other.wideText);
         multibyteCache.assign(other.multibyteCache);
         cacheEncoding = other.cacheEncoding;
