@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -119,6 +120,27 @@ Result decodeBy(Convert convert, const char* s, std::size_t length, Encoding enc
     }
 }
 
+// Whether the text lies in a string's own storage.
+bool isWithin(const std::wstring& target, const char* s, std::size_t length) {
+    const auto* const begin = reinterpret_cast<const char*>(target.data());
+    const auto* const end = begin + target.capacity() * sizeof(wchar_t);
+    return std::less<>()(s, end) && std::less<>()(begin, s + length);
+}
+
+// Makes `target` the text of a decoder, or false or empty; what it held may be lost. Long text is decoded
+// where it is to stay.
+bool overwriteByDecoded(std::wstring& target, unsigned int needed, const Decoder& decoder) {
+    if (needed <= kShort)
+        return replaceByConverted(target, needed, kWideOnStack, decoder);
+    if (target.capacity() <= needed || isWithin(target, decoder.text, decoder.length)) {
+        target = converted<wchar_t>(needed, decoder);
+    } else {
+        target.resize(std::size_t{needed} + 1);
+        target.resize(decoder(target.data(), roomFor(needed)));
+    }
+    return true;
+}
+
 // A new string's text; empty where there is none or it does not convert.
 std::wstring decoded(const char* s, Encoding encoding, bool* ok) {
     const std::size_t length = detail::view(s).size();
@@ -157,9 +179,12 @@ void IString::convertFromMultibyte(const char* s, Encoding encoding, bool* ok) {
 
 IString& IString::assign(const char* s, Encoding encoding, bool* ok) {
     const std::size_t length = detail::view(s).size();
+    const auto overwrite = [this](unsigned int needed, const Decoder& decoder) {
+        return overwriteByDecoded(wideText, needed, decoder);
+    };
     if (length == 0)
         report(ok, true);
-    if (length == 0 || !decode(s, length, encoding, ok))
+    if (length == 0 || !decodeBy<bool>(overwrite, s, length, encoding, ok))
         wideText.clear();
     multibyteCache.clear();
     return changed();

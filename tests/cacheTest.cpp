@@ -182,6 +182,17 @@ TEST_F(Cache, DecodesItsOwnCachedText) {
 
 // Every row of what a request for a form does, from an invalid cache and from one valid for the other
 // encoding.
+// It is decoded where the text was, but not over what is still to be read.
+TEST_F(Cache, AssignsTheBytesOfItsOwnText) {
+    IString s;
+    s.reserve(10000);
+    for (int i = 0; i < 1000; ++i)
+        s.append(static_cast<wchar_t>(sizeof(wchar_t) == 4 ? 0x64636261 : 0x6261));
+    const std::string bytes(reinterpret_cast<const char*>(s.asWChar()));
+    s.assign(reinterpret_cast<const char*>(s.asWChar()), kUTF8);
+    EXPECT_EQ(value(s), std::wstring(bytes.begin(), bytes.end()));
+}
+
 TEST_P(CacheOfLength, Encodes) {
     const struct {
         const char* name;
