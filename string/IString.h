@@ -22,6 +22,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <iosfwd>
 #include <string>
 
 #include "common/export.h"
@@ -202,6 +203,8 @@ class QZSTRING_EXPORT IString {
     unsigned int format(unsigned int sizeHint, const char* format, ...) QZSTRING_PRINTF(3, 4);
 
   private:
+    friend std::ostream& operator<<(std::ostream& out, const IString& s);  // string/stream.h
+
     IString& changed() noexcept {
         cacheEncoding = kNoEncoding;
         return *this;

@@ -8,9 +8,11 @@
 
 #include <cstdint>
 #include <ostream>
+#include <string>
 #include <string_view>
 #include <type_traits>
 
+#include "primitives/conversion.h"
 #include "string/view.h"
 
 namespace qzString {
@@ -24,12 +26,14 @@ inline std::wostream& operator<<(std::wostream& out, const IString& s) {
 }
 
 inline std::ostream& operator<<(std::ostream& out, const IString& s) {
-    // A copy, so that printing leaves the cached form and the pointers into it as they are.
-    const IString copy(s);  // NOLINT(performance-unnecessary-copy-initialization)
+    if (s.isCachedIn(kUTF8))
+        return out << s.multibyteCache;
+    // Beside the cache, so that printing leaves the cached form and the pointers into it as they are.
     bool ok = false;
-    const char* const bytes = copy.asUTF8(&ok);
+    std::string bytes(WCStoUTF8(s.asWChar(), s.length(), nullptr, 0, nullptr), '\0');
+    WCStoUTF8(s.asWChar(), s.length(), bytes.data(), static_cast<unsigned int>(bytes.size()), &ok);
     if (ok)
-        out << std::string_view(bytes, copy.asUTF8StoreSize() - 1);
+        out << bytes;
     else
         out.setstate(std::ios_base::failbit);
     return out;

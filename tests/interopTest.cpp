@@ -91,10 +91,15 @@ TEST(Interop, WritesToStreams) {
     failing << IString(L"x\xD800");
     EXPECT_EQ(failing.rdstate(), std::ios_base::failbit);
     EXPECT_EQ(failing.str(), "");
-    out.str("");
-    out.width(5);
-    out << IString(L"a\0b", 3);
-    EXPECT_EQ(out.str(), std::string("  a\0b", 5));
+    const IString wide(L"a\0b", 3);
+    for (const char* const state : {"not cached", "cached"}) {
+        SCOPED_TRACE(state);
+        out.str("");
+        out.width(5);
+        out << wide;
+        EXPECT_EQ(out.str(), std::string("  a\0b", 5));
+        wide.asUTF8();
+    }
 }
 
 TEST(Interop, WritingLeavesTheCacheInTheLocale) {
