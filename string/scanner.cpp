@@ -2,7 +2,6 @@
 #include "string/scanner.h"
 
 #include <algorithm>
-#include <atomic>
 #include <iterator>
 #include <string>
 #include <string_view>
@@ -74,19 +73,14 @@ const Scanner* const kBestFirst[] = {
     &kPortableScanner,
 };
 
+}  // namespace
+
 std::atomic<const Scanner*> chosenScanner{nullptr};
 
-const Scanner& choose() {
+const Scanner& chooseScanner() {
     const Scanner& best = firstUsable(kBestFirst);
     chosenScanner.store(&best, std::memory_order_relaxed);
     return best;
-}
-
-}  // namespace
-
-const Scanner& active() {
-    const Scanner* const chosen = chosenScanner.load(std::memory_order_relaxed);
-    return chosen != nullptr ? *chosen : choose();
 }
 
 Rows<Scanner> allScanners() {

@@ -6,6 +6,7 @@
 #ifndef QZSTRING_STRING_SCANNER_H
 #define QZSTRING_STRING_SCANNER_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -58,8 +59,13 @@ struct Scanner {
                              std::size_t memberCount);
 };
 
-// The one in use.
-const Scanner& active();
+// The one in use, chosen at the first search.
+extern std::atomic<const Scanner*> chosenScanner;
+const Scanner& chooseScanner();
+inline const Scanner& active() {
+    const Scanner* const chosen = chosenScanner.load(std::memory_order_relaxed);
+    return chosen != nullptr ? *chosen : chooseScanner();
+}
 
 // Every version compiled in, usable here or not.
 Rows<Scanner> allScanners();

@@ -50,10 +50,11 @@ unsigned rank(wchar_t c) {
     return value < 0x80 ? kRanks.of[value] : value < 0x100 ? kUncommon : kOtherCharacter;
 }
 
-// Of the first elements of the needle, which has at least two.
+// Of the first elements of the needle, which has at least two: a match is often near, and to look at more
+// takes longer than to come there.
 template <class Char>
 Anchors chooseAnchors(const Char* needle, std::size_t length) {
-    constexpr std::size_t kLooksAt = 32;
+    constexpr std::size_t kLooksAt = 8;
     Anchors anchors{0, 1};
     if (rank(needle[1]) < rank(needle[0]))
         anchors = {1, 0};
@@ -128,8 +129,10 @@ std::size_t findBackwards(const Char* text, std::size_t length, const Char* need
     if (length < needleLength)
         return kNotFound;
     const std::size_t highest = std::min(from, length - needleLength);
-    const Anchors anchors = highest < kShort || needleLength == 1 ? Anchors{0, needleLength - 1}
-                                                                  : chooseAnchors(needle, needleLength);
+    if (needleLength == 1)
+        return last(text, highest + 1, 0, *needle, 0, *needle);
+    const Anchors anchors =
+        highest < kShort ? Anchors{0, needleLength - 1} : chooseAnchors(needle, needleLength);
     Budget budget(needleLength);
     for (std::size_t end = highest + 1;;) {
         const std::size_t at =
