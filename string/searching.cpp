@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -36,20 +37,17 @@ unsigned int rfindText(std::basic_string_view<Char> text, std::basic_string_view
 
 template <class Char>
 unsigned int findAccepted(std::basic_string_view<Char> text, bool (*accepts)(Char), unsigned int pos) {
-    for (std::size_t i = pos; i < text.size(); ++i) {
-        if (accepts(text[i]))
-            return static_cast<unsigned int>(i);
-    }
-    return kNone;
+    if (pos >= text.size())
+        return kNone;
+    const auto found = std::find_if(text.begin() + pos, text.end(), accepts);
+    return found == text.end() ? kNone : static_cast<unsigned int>(found - text.begin());
 }
 
 template <class Char>
 unsigned int rfindAccepted(std::basic_string_view<Char> text, bool (*accepts)(Char), unsigned int pos) {
-    for (std::size_t i = pos < text.size() ? pos + 1 : text.size(); i > 0; --i) {
-        if (accepts(text[i - 1]))
-            return static_cast<unsigned int>(i - 1);
-    }
-    return kNone;
+    const std::size_t end = pos < text.size() ? pos + 1 : text.size();
+    const auto found = std::find_if(text.rend() - end, text.rend(), accepts);
+    return found == text.rend() ? kNone : static_cast<unsigned int>(text.rend() - found - 1);
 }
 
 }  // namespace
