@@ -1,7 +1,6 @@
 #include "primitives/character.h"
 
 #include <cstring>
-#include <cwchar>
 
 #include "primitives/characterPortable.h"
 #include "primitives/characterTables.h"
@@ -40,10 +39,11 @@ int compareFolded(const char* a, const char* b) noexcept {
     return std::memcmp(&lowerA, &lowerB, 1);
 }
 
+// 1 or -1, as wmemcmp gives in the C libraries; a call of it would wait for the two to be stored.
 int compareFolded(const wchar_t* a, const wchar_t* b) noexcept {
     const wchar_t lowerA = toLower(*a);
     const wchar_t lowerB = toLower(*b);
-    return std::wmemcmp(&lowerA, &lowerB, 1);
+    return static_cast<int>(lowerA > lowerB) - static_cast<int>(lowerA < lowerB);
 }
 
 }  // namespace portable
