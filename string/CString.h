@@ -153,7 +153,8 @@ class QZSTRING_EXPORT CString {
     [[nodiscard]] int compare(const CString& other) const noexcept;
     [[nodiscard]] int compare(const char* other) const noexcept;
     // As compare() on lower-cased copies, without making any. (Where the C library's memcmp lets the size
-    // of its value depend on more than the difference, as on AArch64, the sign is the same.)
+    // of its value depend on more than the difference, as on AArch64 and on x86-64 without AVX2, only the
+    // sign is sure to be the same.)
     [[nodiscard]] int compareNoCase(const CString& other) const noexcept;
     // In the order of the current locale, up to the first NUL of either text. collateNoCase ranks lower-cased
     // copies and may raise std::bad_alloc.

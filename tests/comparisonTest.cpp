@@ -22,6 +22,13 @@ int byElements(const wchar_t* a, const wchar_t* b, std::size_t n) {
     return std::wmemcmp(a, b, n);
 }
 
+// Whether the C library's memcmp values a difference alike wherever it is: that of AArch64 does not, nor that
+// of x86-64 for the oldest processors.
+bool valuesByDifference() {
+    int (*volatile const compare)(const void*, const void*, std::size_t) = std::memcmp;
+    return compare("abcd", "abzz", 4) == compare("c", "z", 1);
+}
+
 constexpr int kDiffer = 2;  // in the common beginning: the value is the C library's
 
 struct Case {
@@ -103,10 +110,10 @@ TYPED_TEST(Comparison, IgnoresCase) {
         lowerB.toLowerCase();
         EXPECT_EQ(sign(a.compareNoCase(b)), sign(c.folded));
         EXPECT_EQ(sign(b.compareNoCase(a)), -sign(c.folded));
-#if !defined(__aarch64__)  // whose memcmp makes the magnitude depend on the length
-        expectValue(a.compareNoCase(b), c.folded, lowerA, lowerB);
-        EXPECT_EQ(a.compareNoCase(b), lowerA.compare(lowerB));
-#endif
+        if (valuesByDifference()) {
+            expectValue(a.compareNoCase(b), c.folded, lowerA, lowerB);
+            EXPECT_EQ(a.compareNoCase(b), lowerA.compare(lowerB));
+        }
         EXPECT_EQ(a.compareNoCase(a), 0);
         EXPECT_EQ(value(a), value(raw<TypeParam>(c.a)));
     }
