@@ -22,13 +22,17 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
-#include <iosfwd>
 #include <string>
+#include <type_traits>
 
 #include "common/export.h"
 #include "string/CString.h"
 
 namespace qzString {
+
+namespace detail {
+struct CachedForm;
+}
 
 // The encodings of multibyte text. Any value but kUTF8 asks for that of the current locale. kNoEncoding marks
 // a cache that holds nothing valid, and is not to be asked for: the form would be made anew every time.
@@ -45,7 +49,9 @@ class QZSTRING_EXPORT IString {
     // Exactly `count` characters, NULs included. A null `s` gives an empty string whatever the count; a
     // negative count otherwise raises std::length_error.
     IString(const wchar_t* s, int count);
-    IString(const wchar_t* s, Encoding encoding) = delete;  // wide text has none, and it is no count
+    // Wide text has no encoding, and that is no count.
+    template <class Wide, class = std::enable_if_t<std::is_same_v<Wide, wchar_t>>>
+    IString(const Wide* s, Encoding encoding) = delete;
     explicit IString(wchar_t c);
     IString(unsigned int count, wchar_t c);
 
@@ -90,7 +96,8 @@ class QZSTRING_EXPORT IString {
     unsigned int asMultibyteStoreSize(Encoding encoding) const;
     unsigned int asUTF8StoreSize() const;
     // A copy of that form and its terminator in memory from malloc, which the caller releases with free. A
-    // null pointer when malloc has no room, whatever `*ok` says of the form.
+    // null pointer when malloc has no room for the copy, whatever `*ok` says of the form; std::bad_alloc
+    // when the conversion has none.
     [[nodiscard]] char* copyAsMultibyte(Encoding encoding, bool* ok = nullptr) const;
     // The locale's form up to its first NUL.
     [[nodiscard]] CString convertToCString() const;
@@ -144,10 +151,11 @@ class QZSTRING_EXPORT IString {
 
     // ---- Replacement by content: where nothing is found, text and cache stay as they are ----
 
-    // Every occurrence of `pattern`, from left to right and without overlap; inserted text is not searched
-    // again. Linear in the text. Where the text grows, it takes memory for the places of the occurrences,
-    // four bytes each, or, where there is no room even for the first, new storage. Should memory run out,
-    // what was replaced before stays. Either argument may be this string.
+    // Every occurrence of `pattern`, from left to right and without overlap, or the first one only; inserted
+    // text is not searched again. Linear in the text. Where the text grows, replacing every occurrence takes
+    // up to twelve bytes each for their places, besides new storage where there is no room. Should memory
+    // run out, they are replaced one at a time, and what was replaced before it does so for good stays.
+    // Either argument may be this string.
     IString& replace(const IString& pattern, const IString& replacement);
     IString& replaceFirst(const IString& pattern, const IString& replacement);
     // Every occurrence of a character, which is a change even by the same one. Narrow ones are decoded in
@@ -203,7 +211,7 @@ class QZSTRING_EXPORT IString {
     unsigned int format(unsigned int sizeHint, const char* format, ...) QZSTRING_PRINTF(3, 4);
 
   private:
-    friend std::ostream& operator<<(std::ostream& out, const IString& s);  // string/stream.h
+    friend struct detail::CachedForm;  // for output to streams, which leaves the cache alone
 
     IString& changed() noexcept {
         cacheEncoding = kNoEncoding;

@@ -2,7 +2,8 @@
 //
 // The whole text is written, NULs included, with the stream's width and fill. An IString goes to a wide
 // stream as it is and to a narrow one as UTF-8; one that cannot be encoded sets the stream's failbit and
-// writes nothing. The cache of the string is not touched. std::bad_alloc passes through.
+// writes nothing. The cache of the string is not touched. std::bad_alloc passes through where the text is
+// encoded; where the stream's own buffer has no room, the stream's state tells, as for std::string.
 #ifndef QZSTRING_STRING_STREAM_H
 #define QZSTRING_STRING_STREAM_H
 
@@ -25,9 +26,20 @@ inline std::wostream& operator<<(std::wostream& out, const IString& s) {
     return out << asView(s);
 }
 
+namespace detail {
+
+struct CachedForm {
+    // Null where there is none.
+    static const std::string* inUTF8(const IString& s) {
+        return s.isCachedIn(kUTF8) ? &s.multibyteCache : nullptr;
+    }
+};
+
+}  // namespace detail
+
 inline std::ostream& operator<<(std::ostream& out, const IString& s) {
-    if (s.isCachedIn(kUTF8))
-        return out << s.multibyteCache;
+    if (const std::string* const cached = detail::CachedForm::inUTF8(s))
+        return out << *cached;
     // Beside the cache, so that printing leaves the cached form and the pointers into it as they are.
     bool ok = false;
     std::string bytes(WCStoUTF8(s.asWChar(), s.length(), nullptr, 0, nullptr), '\0');

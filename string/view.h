@@ -1,7 +1,7 @@
 // Borrowed views of the strings, for interfaces that take std::string_view or std::wstring_view.
 //
-// A view covers the whole text, NULs included, and is valid until the string is next changed or destroyed.
-// Making one costs nothing, allocates nothing and leaves the cache of an IString alone.
+// A view covers the whole text, NULs included, and is valid until the string is next changed, given more room
+// or destroyed. Making one costs nothing, allocates nothing and leaves the cache of an IString alone.
 #ifndef QZSTRING_STRING_VIEW_H
 #define QZSTRING_STRING_VIEW_H
 

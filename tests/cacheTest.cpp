@@ -180,8 +180,6 @@ TEST_F(Cache, DecodesItsOwnCachedText) {
     EXPECT_FALSE(isValid(s, kUTF8));
 }
 
-// Every row of what a request for a form does, from an invalid cache and from one valid for the other
-// encoding.
 // It is decoded where the text was, but not over what is still to be read.
 TEST_F(Cache, AssignsTheBytesOfItsOwnText) {
     IString s;
@@ -193,6 +191,8 @@ TEST_F(Cache, AssignsTheBytesOfItsOwnText) {
     EXPECT_EQ(value(s), std::wstring(bytes.begin(), bytes.end()));
 }
 
+// Every row of what a request for a form does, from an invalid cache and from one valid for the other
+// encoding.
 TEST_P(CacheOfLength, Encodes) {
     const struct {
         const char* name;

@@ -17,7 +17,7 @@ run(${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${metadataFolder} ${PKG_CONFIG} --cf
 string(STRIP "${output}" flags)
 separate_arguments(flags UNIX_COMMAND "${flags}")
 separate_arguments(FLAGS UNIX_COMMAND "${FLAGS}")
-run(${CXX} -std=c++17 ${FLAGS} ${SOURCE}/consumer.cpp ${flags} -o ${WORK}/consumer)
+run(${CXX} -std=c++17 ${FLAGS} ${SOURCE}/alone.cpp ${SOURCE}/consumer.cpp ${flags} -o ${WORK}/consumer)
 cmake_path(GET metadataFolder PARENT_PATH libraries)
 set(ENV{LD_LIBRARY_PATH} ${libraries})  # where the library is shared
 run(${WORK}/consumer)
