@@ -12,7 +12,8 @@
 //   then holds nothing of use, but no element beyond the capacity is touched.
 // - `*ok`, where given, becomes true when the whole text converted, else false. It alone tells an empty text
 //   (0, true) from a failure (0, false).
-// - No state survives a call. Nothing is allocated.
+// - No state survives a call. Nothing is allocated, but the C library may load what it needs at the first
+//   conversion in a locale; where it has no memory for that, text beyond ASCII does not convert there.
 //
 // Well-formed UTF-8 is as in the Unicode Standard, table 3-7: no overlong forms, no surrogates, nothing above
 // U+10FFFF. A byte order mark is a character. Well-formed wide text has no surrogates and nothing above

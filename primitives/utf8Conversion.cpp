@@ -12,6 +12,17 @@ using kernels::Progress;
 
 constexpr wchar_t kReplacement = 0xFFFD;
 
+// Texts of up to this many bytes are first taken for well-formed, as most are: to look for the place of a
+// fault takes several times as long.
+constexpr std::size_t kShort = 256;
+
+unsigned int convertStrictly(const char* source, std::size_t length, wchar_t* destination,
+                             std::size_t capacity, bool* ok) {
+    const kernels::Kernels& kernel = kernels::active();
+    return destination == nullptr ? kernel.decodedLength(source, length, ok)
+                                  : kernel.decode(source, length, destination, capacity, ok);
+}
+
 // Decodes with U+FFFD in the place of every maximal ill-formed part; `replaced` says whether there was any.
 // Returns the length, or output::kFailure where there is no room.
 std::size_t decodeSubstituting(const char* source, std::size_t length, wchar_t* destination,
@@ -45,6 +56,15 @@ std::size_t decodeSubstituting(const char* source, std::size_t length, wchar_t* 
 // Out of line, so that the strict path is nothing but a jump.
 QZSTRING_NOINLINE unsigned int convertSubstituting(const char* source, std::size_t length,
                                                    wchar_t* destination, std::size_t capacity, bool* ok) {
+    if (length <= kShort) {
+        bool isSound = false;
+        const unsigned int converted = convertStrictly(source, length, destination, capacity, &isSound);
+        if (isSound) {
+            if (ok != nullptr)
+                *ok = true;
+            return converted;
+        }
+    }
     bool replaced = false;
     const std::size_t written = decodeSubstituting(source, length, destination, capacity, replaced);
     const unsigned int converted = output::report(written, ok);
@@ -57,12 +77,9 @@ QZSTRING_NOINLINE unsigned int convertSubstituting(const char* source, std::size
 
 unsigned int UTF8toWCS(const char* source, unsigned int sourceLength, wchar_t* destination,
                        unsigned int capacity, bool substitute, bool* ok) {
-    if (QZSTRING_LIKELY(!substitute)) {
-        const kernels::Kernels& kernel = kernels::active();
-        return destination == nullptr ? kernel.decodedLength(source, sourceLength, ok)
-                                      : kernel.decode(source, sourceLength, destination, capacity, ok);
-    }
-    return convertSubstituting(source, sourceLength, destination, capacity, ok);
+    return QZSTRING_LIKELY(!substitute)
+               ? convertStrictly(source, sourceLength, destination, capacity, ok)
+               : convertSubstituting(source, sourceLength, destination, capacity, ok);
 }
 
 unsigned int WCStoUTF8(const wchar_t* source, unsigned int sourceLength, char* destination,
@@ -73,6 +90,12 @@ unsigned int WCStoUTF8(const wchar_t* source, unsigned int sourceLength, char* d
 }
 
 unsigned int UTF8validLength(const char* text, unsigned int length) {
+    if (length <= kShort) {
+        bool isSound = false;
+        kernels::active().decodedLength(text, length, &isSound);
+        if (isSound)
+            return length;
+    }
     return static_cast<unsigned int>(kernels::active().wellFormed(text, length).read);
 }
 
