@@ -6,7 +6,8 @@
 //
 // All are transparent: they take either class, a standard string or view of the same character type, or a
 // pointer to NUL-terminated text (null stands for empty text), and compare narrow with narrow, wide with
-// wide. None allocates.
+// wide. None allocates or raises anything. (The hashes do not say so by noexcept: libstdc++ then keeps every
+// element's hash, and neither hashes nor compares its neighbours when it looks one up.)
 //
 // - Hash, Equal, Less: by exact elements; Less is the order of compare(), Hash the value of hashfunction().
 // - HashNoCase, EqualNoCase, LessNoCase: by lower-case forms; LessNoCase is the order of compareNoCase().
@@ -62,7 +63,7 @@ bool lessNoCase(std::basic_string_view<Char> a, std::basic_string_view<Char> b) 
 struct Hash {
     using is_transparent = void;
     template <class String>
-    std::size_t operator()(const String& s) const noexcept {
+    std::size_t operator()(const String& s) const {
         return static_cast<std::size_t>(detail::hashView(detail::view(s)));
     }
 };
@@ -86,7 +87,7 @@ struct Less {
 struct HashNoCase {
     using is_transparent = void;
     template <class String>
-    std::size_t operator()(const String& s) const noexcept {
+    std::size_t operator()(const String& s) const {
         return static_cast<std::size_t>(detail::hashViewNoCase(detail::view(s)));
     }
 };
