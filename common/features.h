@@ -9,9 +9,14 @@
 #define QZSTRING_JOIN_FEATURE(name) "," name
 #define QZSTRING_TARGET_OF(features) __attribute__((target("sse2" features(QZSTRING_JOIN_FEATURE))))
 
-// Behind __builtin_cpu_init(), in a function that tells whether the processor has them all.
+// A function that tells whether the processor has them all.
 #define QZSTRING_REQUIRE_FEATURE(name) \
     if (!__builtin_cpu_supports(name)) \
         return false;
+#define QZSTRING_DEFINE_USABLE(features)                \
+    bool usable() {                                     \
+        __builtin_cpu_init();                           \
+        features(QZSTRING_REQUIRE_FEATURE) return true; \
+    }
 
 #endif

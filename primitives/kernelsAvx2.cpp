@@ -12,11 +12,7 @@
 namespace qzString::kernels {
 namespace {
 
-bool usable() {
-    __builtin_cpu_init();
-    QZSTRING_FEATURES(QZSTRING_REQUIRE_FEATURE)
-    return true;
-}
+QZSTRING_DEFINE_USABLE(QZSTRING_FEATURES)
 
 // ---- Character runs ----
 

@@ -1,6 +1,6 @@
 // Conversion in the locale's encoding, by mbrtowc and wcrtomb with a shift state of the call's own.
 //
-// Three things make this more than a loop over them:
+// It is more than a loop over them, for four reasons:
 // - A multibyte character can stand for two wide ones or more, and two wide characters can share one
 //   multibyte character (BIG5-HKSCS 88 62 is U+00CA U+0304), or can be waited for (CP1258 41 may go on to
 //   U+00C0). The C functions then keep characters in the state: they take bytes and give none, or give one
@@ -31,7 +31,7 @@ namespace {
 using output::Counter;
 using output::Writer;
 
-constexpr std::size_t kFailed = static_cast<std::size_t>(-1);
+constexpr std::size_t kIllSequence = static_cast<std::size_t>(-1);
 constexpr std::size_t kIncomplete = static_cast<std::size_t>(-2);
 constexpr auto kNone = static_cast<wchar_t>(-1);  // no character
 
@@ -147,7 +147,7 @@ bool decodeInto(const char* source, std::size_t length, Output& output) {
         wchar_t c = kNone;
         std::size_t read =
             flushes ? std::mbrtowc(&c, "", 1, &state) : std::mbrtowc(&c, source + at, length - at, &state);
-        if (read == kFailed || read == kIncomplete)
+        if (read == kIllSequence || read == kIncomplete)
             return false;
         if (flushes && (read != 0 || c == 0))
             return false;               // the text ended inside a character or in a shift state
@@ -194,7 +194,7 @@ bool encodeInto(const wchar_t* source, std::size_t length, Output& output) {
         std::size_t written = std::wcrtomb(bytes, flushes ? L'\0' : source[at], &state);
         if (written == 0 && std::mbsinit(&state) != 0)
             return false;  // dropped as well
-        if (written == kFailed)
+        if (written == kIllSequence)
             return false;
         if (flushes)
             --written;
@@ -207,34 +207,33 @@ bool encodeInto(const wchar_t* source, std::size_t length, Output& output) {
     return true;
 }
 
+// What `convert` makes of the text: counted where there is no destination.
+template <class To, class Convert>
+unsigned int run(To* destination, unsigned int capacity, bool* ok, Convert convert) {
+    if (destination == nullptr) {
+        Counter<To> output;
+        return output::report(convert(output) ? output.count : output::kFailure, ok);
+    }
+    Writer<To> output{destination, capacity};
+    return output::report(convert(output) ? output.count : output::kFailure, ok);
+}
+
 }  // namespace
 
 unsigned int MBStoWCS(const char* source, unsigned int sourceLength, wchar_t* destination,
                       unsigned int capacity, bool* ok) {
     if (localeIsUtf8())
         return UTF8toWCS(source, sourceLength, destination, capacity, false, ok);
-    if (destination == nullptr) {
-        Counter<wchar_t> output;
-        const bool converted = decodeInto(source, sourceLength, output);
-        return output::report(converted ? output.count : output::kFailure, ok);
-    }
-    Writer<wchar_t> output{destination, capacity};
-    const bool converted = decodeInto(source, sourceLength, output);
-    return output::report(converted ? output.count : output::kFailure, ok);
+    return run(destination, capacity, ok,
+               [=](auto& output) { return decodeInto(source, sourceLength, output); });
 }
 
 unsigned int WCStoMBS(const wchar_t* source, unsigned int sourceLength, char* destination,
                       unsigned int capacity, bool* ok) {
     if (localeIsUtf8())
         return WCStoUTF8(source, sourceLength, destination, capacity, ok);
-    if (destination == nullptr) {
-        Counter<char> output;
-        const bool converted = encodeInto(source, sourceLength, output);
-        return output::report(converted ? output.count : output::kFailure, ok);
-    }
-    Writer<char> output{destination, capacity};
-    const bool converted = encodeInto(source, sourceLength, output);
-    return output::report(converted ? output.count : output::kFailure, ok);
+    return run(destination, capacity, ok,
+               [=](auto& output) { return encodeInto(source, sourceLength, output); });
 }
 
 }  // namespace qzString

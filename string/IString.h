@@ -56,11 +56,11 @@ class QZSTRING_EXPORT IString {
     IString(unsigned int count, wchar_t c);
 
     // Copies carry the cache along. Copy assignment succeeds or leaves the string as it was, and reuses its
-    // storage. A string moved from is empty, its cache invalid.
+    // storage. A string moved from, be it to itself, is empty.
     IString(const IString& other) = default;
-    IString(IString&& other) noexcept;
+    IString(IString&& other) noexcept = default;
     IString& operator=(const IString& other);
-    IString& operator=(IString&& other) noexcept;
+    IString& operator=(IString&& other) noexcept = default;
     ~IString() = default;
     IString& assign(const IString& other);
     IString& assign(const wchar_t* s);

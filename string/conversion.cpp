@@ -1,5 +1,6 @@
 #include "primitives/conversion.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -199,10 +200,7 @@ IString::IString(const char* s, Encoding encoding, bool* ok) : wideText(decoded(
 IString::IString(const CString& s, Encoding encoding, bool* ok)
     : wideText(decoded(s.asChar(), encoding, ok)) {}
 
-IString::IString(char c, Encoding encoding, bool* ok) {
-    const char text[] = {c, '\0'};
-    wideText = decoded(text, encoding, ok);
-}
+IString::IString(char c, Encoding encoding, bool* ok) : IString(1U, c, encoding, ok) {}
 
 IString::IString(unsigned int count, char c, Encoding encoding, bool* ok) {
     report(ok, false);  // should there be no memory for the text
@@ -273,7 +271,7 @@ char* IString::copyAsMultibyte(Encoding encoding, bool* ok) const {
     convertToMultibyte(encoding, ok);
     if (copy) {
         // A conversion that failed has run again, and could have yielded another length.
-        const std::size_t length = multibyteCache.size() < size ? multibyteCache.size() : size;
+        const std::size_t length = std::min(multibyteCache.size(), size);
         std::memcpy(copy.get(), multibyteCache.data(), length);
         copy.get()[length] = '\0';
     }

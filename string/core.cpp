@@ -89,29 +89,8 @@ IString::IString(wchar_t c) : wideText(1, c) {}
 
 IString::IString(unsigned int count, wchar_t c) : wideText(count, c) {}
 
-IString::IString(IString&& other) noexcept
-    : wideText(std::move(other.wideText)),
-      multibyteCache(std::move(other.multibyteCache)),
-      cacheEncoding(other.cacheEncoding) {
-    other.wideText.clear();
-    other.multibyteCache.clear();
-    other.changed();
-}
-
 IString& IString::operator=(const IString& other) {
     return assign(other);
-}
-
-IString& IString::operator=(IString&& other) noexcept {
-    if (this != &other) {
-        wideText = std::move(other.wideText);
-        multibyteCache = std::move(other.multibyteCache);
-        cacheEncoding = other.cacheEncoding;
-        other.wideText.clear();
-        other.multibyteCache.clear();
-        other.changed();
-    }
-    return *this;
 }
 
 // Only the first copy can fail, so that text and cache never part: by then the cache has room.

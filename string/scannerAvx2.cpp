@@ -14,11 +14,7 @@
 namespace qzString::search {
 namespace {
 
-bool usable() {
-    __builtin_cpu_init();
-    QZSTRING_FEATURES(QZSTRING_REQUIRE_FEATURE)
-    return true;
-}
+QZSTRING_DEFINE_USABLE(QZSTRING_FEATURES)
 
 QZSTRING_TARGET inline __m256i load(const void* p) {
     return _mm256_loadu_si256(static_cast<const __m256i*>(p));

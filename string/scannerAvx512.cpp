@@ -17,11 +17,7 @@
 namespace qzString::search {
 namespace {
 
-bool usable() {
-    __builtin_cpu_init();
-    QZSTRING_FEATURES(QZSTRING_REQUIRE_FEATURE)
-    return true;
-}
+QZSTRING_DEFINE_USABLE(QZSTRING_FEATURES)
 
 // What every vector of this source has.
 struct Platform {

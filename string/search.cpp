@@ -99,7 +99,7 @@ constexpr std::size_t kShort = 64;
 template <class Char, class Next, class Choose>
 std::size_t findForwards(const Char* text, std::size_t length, const Char* needle, std::size_t needleLength,
                          std::size_t from, Next next, Choose choose) {
-    if (from > length || length - from < needleLength)
+    if (length - from < needleLength)
         return kNotFound;
     if (needleLength == 1) {
         const Char* const found = std::char_traits<Char>::find(text + from, length - from, *needle);
@@ -143,9 +143,7 @@ std::size_t findBackwards(const Char* text, std::size_t length, const Char* need
         if (budget.isSpent(highest - at)) {
             // The same search in the mirror: of the text that ends where the needle would at the next lower
             // position.
-            const std::size_t rest = end - 1 + needleLength;
-            if (end == 0)
-                return kNotFound;
+            const std::size_t rest = end + needleLength - 1;
             const std::size_t found = twoWay(Backwards<Char>{text + rest - 1}, rest,
                                              Backwards<Char>{needle + needleLength - 1}, needleLength);
             return found == kNotFound ? kNotFound : rest - found - needleLength;

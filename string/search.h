@@ -11,7 +11,7 @@
 
 namespace qzString::search {
 
-// The lowest position from `from` on at which the needle stands, or kNotFound.
+// The lowest position from `from` on, which is at most `length`, at which the needle stands, or kNotFound.
 std::size_t findFirst(const char* text, std::size_t length, const char* needle, std::size_t needleLength,
                       std::size_t from);
 std::size_t findFirst(const wchar_t* text, std::size_t length, const wchar_t* needle,

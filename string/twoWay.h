@@ -62,7 +62,7 @@ Factorization factorize(Reader needle, std::size_t length) {
     return up.split > down.split ? up : down;
 }
 
-// The lowest i at which needle stands in text, or kNotFound; 0 < needleLength <= length.
+// The lowest i at which needle stands in text, or kNotFound; 0 < needleLength.
 template <class Reader>
 std::size_t twoWay(Reader text, std::size_t length, Reader needle, std::size_t needleLength) {
     const Factorization factors = factorize(needle, needleLength);
@@ -74,24 +74,22 @@ std::size_t twoWay(Reader text, std::size_t length, Reader needle, std::size_t n
     if (!isPeriodic)
         period = std::max(split, needleLength - split) + 1;
 
-    // In a periodic needle, a beginning known to match after a shift by the period.
-    std::size_t known = 0;
     for (std::size_t at = 0; at + needleLength <= length;) {
-        std::size_t i = std::max(split, known);
+        std::size_t i = split;
         while (i < needleLength && needle[i] == text[at + i])
             ++i;
         if (i < needleLength) {
             at += i - split + 1;
-            known = 0;
             continue;
         }
         i = split;
-        while (i > known && needle[i - 1] == text[at + i - 1])
+        while (i > 0 && needle[i - 1] == text[at + i - 1])
             --i;
-        if (i <= known)
+        if (i == 0)
             return at;
+        // Nothing of this match need be remembered, as where all are looked for: split is below the period, so
+        // that the left part matches at the next place of a periodic needle, and the needle with its right part.
         at += period;
-        known = isPeriodic ? needleLength - period : 0;
     }
     return kNotFound;
 }

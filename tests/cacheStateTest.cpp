@@ -99,15 +99,6 @@ TEST_F(Cache, FollowsEveryOperation) {
         }
         EXPECT_EQ(std::wstring(s.asUTF8(), s.asUTF8() + s.asUTF8StoreSize() - 1), value(s)) << c.name;
     }
-    // On an empty string erasing and trimming are no changes, case mapping is.
-    IString empty;
-    empty.asUTF8();
-    empty.erase(5, 1);
-    empty.remove(5).stripSpaces().rstripSpaces().strip(L'x').rstrip(L'x');
-    empty.convertToMultibyte(kUTF8);
-    takeCalls();
-    empty.asUTF8();
-    EXPECT_EQ(takeCalls(), 0U);
 }
 
 // What stays in an invalid cache shows through a conversion that writes nothing: it is left in place by every

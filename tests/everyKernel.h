@@ -1,4 +1,5 @@
-// What the tests of the kernels share: the versions that this processor can run, each pinned in turn.
+// What the tests of the kernels and scanners share: the versions that this processor can run, each pinned in
+// turn.
 #ifndef QZSTRING_TESTS_EVERYKERNEL_H
 #define QZSTRING_TESTS_EVERYKERNEL_H
 
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "primitives/kernels.h"
+#include "string/scanner.h"
 
 namespace support {
 
@@ -41,6 +43,19 @@ class EveryKernel : public ::testing::TestWithParam<const Kernels*> {
 
 inline std::string kernelName(const ::testing::TestParamInfo<const Kernels*>& instance) {
     return instance.param->name;
+}
+
+// The same for the scanners.
+template <class Function>
+void forEveryScanner(Function function) {
+    for (const qzString::search::Scanner* scanner : qzString::search::allScanners()) {
+        if (!scanner->usable())
+            continue;
+        SCOPED_TRACE(scanner->name);
+        qzString::search::useScanner(scanner);
+        function(*scanner);
+    }
+    qzString::search::useScanner(nullptr);
 }
 
 }  // namespace support

@@ -183,10 +183,7 @@ TEST_P(Fence, HoldsCharacterRunsAndHash) {
 TEST(Fence, HoldsSearching) {
     Fenced<char> bytes(kMost);
     Fenced<wchar_t> characters(kMost);
-    for (const qzString::search::Scanner* scanner : qzString::search::allScanners()) {
-        if (!scanner->usable())
-            continue;
-        qzString::search::useScanner(scanner);
+    support::forEveryScanner([&](const auto&) {
         forEveryText([&](const std::string& text) {
             const std::wstring wideText = value(fromUtf8(text));
             for (const bool atEnd : {false, true}) {
@@ -209,6 +206,5 @@ TEST(Fence, HoldsSearching) {
                 }
             }
         });
-    }
-    qzString::search::useScanner(nullptr);
+    });
 }

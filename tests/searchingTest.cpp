@@ -2,27 +2,10 @@
 #include <random>
 #include <tuple>
 
-#include "string/search.h"
+#include "everyKernel.h"
 #include "support.h"
 
 using namespace support;
-
-namespace {
-
-// Runs the body with every scanner that the processor has.
-template <class Body>
-void forEveryScanner(Body body) {
-    for (const qzString::search::Scanner* scanner : qzString::search::allScanners()) {
-        if (!scanner->usable())
-            continue;
-        SCOPED_TRACE(scanner->name);
-        qzString::search::useScanner(scanner);
-        body();
-    }
-    qzString::search::useScanner(nullptr);
-}
-
-}  // namespace
 
 template <class String>
 class Searching : public ::testing::Test {};
@@ -94,7 +77,7 @@ TYPED_TEST(Searching, FindsText) {
 // Against the standard string's search, at every start, with few different characters so that near misses
 // abound.
 TYPED_TEST(Searching, AgreesWithTheStandardString) {
-    forEveryScanner([] {
+    forEveryScanner([](const auto&) {
         std::mt19937 random(7);
         for (unsigned round = 0; round < 3000; ++round) {
             const auto letters = 1 + random() % 3;
@@ -142,7 +125,7 @@ TYPED_TEST(Searching, FindsInRepetitiveText) {
         plus(TypeParam(C{'b'}), TypeParam(kNeedle, C{'a'})),
         plus(periodic, periodic),
     };
-    forEveryScanner([&] {
+    forEveryScanner([&](const auto&) {
         for (const TypeParam& needle : needles) {
             EXPECT_EQ(text.find(needle), kNone);
             EXPECT_EQ(text.rfind(needle), kNone);
@@ -160,7 +143,7 @@ TYPED_TEST(Searching, FindsInRepetitiveText) {
 // Where near misses are dense the search changes its algorithm, and must still find what is there: needles
 // of every structure, in texts that are made of their parts.
 TYPED_TEST(Searching, AgreesWithTheStandardStringOnNearMisses) {
-    forEveryScanner([] {
+    forEveryScanner([](const auto&) {
         std::mt19937 random(11);
         for (unsigned round = 0; round < 300; ++round) {
             std::string unit;
@@ -286,7 +269,7 @@ TEST(Searching, FindsAnyOfASetWithEveryScanner) {
                                      0x1F661,
                                      0x10FF61,
                                      static_cast<wchar_t>(-0x9F)};
-    forEveryScanner([&] {
+    forEveryScanner([&](const auto&) {
         std::mt19937 random(17);
         const auto draw = [&](std::size_t length, unsigned from) {
             std::wstring text;

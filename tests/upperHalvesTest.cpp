@@ -9,7 +9,7 @@
 #include <cstdint>
 
 #include "everyKernel.h"
-#include "string/scanner.h"
+
 #include "support.h"
 
 namespace {
@@ -127,10 +127,7 @@ TEST_F(UpperHalves, AreCleanAfterCharacterRunsAndHash) {
 }
 
 TEST_F(UpperHalves, AreCleanAfterSearching) {
-    for (const qzString::search::Scanner* scanner : qzString::search::allScanners()) {
-        if (!scanner->usable())
-            continue;
-        SCOPED_TRACE(scanner->name);
+    support::forEveryScanner([&](const qzString::search::Scanner& scanner) {
         forEveryText([&](const std::string& text) {
             const std::wstring wide = support::value(support::fromUtf8(text));
             for (const char first : {'Q', '!'}) {
@@ -139,23 +136,23 @@ TEST_F(UpperHalves, AreCleanAfterSearching) {
                 const std::size_t end = text.size() - 1;
                 const std::size_t wideEnd = wide.size() - 1;
                 expectClean("nextNarrow", end,
-                            [&] { scanner->nextNarrow(text.data(), end, 0, first, 1, 'Q'); });
+                            [&] { scanner.nextNarrow(text.data(), end, 0, first, 1, 'Q'); });
                 expectClean("lastNarrow", end,
-                            [&] { scanner->lastNarrow(text.data(), end, 0, first, 1, 'Q'); });
+                            [&] { scanner.lastNarrow(text.data(), end, 0, first, 1, 'Q'); });
                 expectClean("nextWide", wideEnd,
-                            [&] { scanner->nextWide(wide.data(), wideEnd, 0, first, 1, L'Q'); });
+                            [&] { scanner.nextWide(wide.data(), wideEnd, 0, first, 1, L'Q'); });
                 expectClean("lastWide", wideEnd,
-                            [&] { scanner->lastWide(wide.data(), wideEnd, 0, first, 1, L'Q'); });
+                            [&] { scanner.lastWide(wide.data(), wideEnd, 0, first, 1, L'Q'); });
                 qzString::search::SetFilter filter;
                 filter.add(first);
-                expectClean("nextInSet", wideEnd, [&] { scanner->nextInSet(wide.data(), wideEnd, filter); });
-                expectClean("lastInSet", wideEnd, [&] { scanner->lastInSet(wide.data(), wideEnd, filter); });
+                expectClean("nextInSet", wideEnd, [&] { scanner.nextInSet(wide.data(), wideEnd, filter); });
+                expectClean("lastInSet", wideEnd, [&] { scanner.lastInSet(wide.data(), wideEnd, filter); });
                 const wchar_t few[] = {static_cast<wchar_t>(first), L'?'};
-                expectClean("nextOfFew", wideEnd, [&] { scanner->nextOfFew(wide.data(), wideEnd, few, 2); });
-                expectClean("lastOfFew", wideEnd, [&] { scanner->lastOfFew(wide.data(), wideEnd, few, 2); });
+                expectClean("nextOfFew", wideEnd, [&] { scanner.nextOfFew(wide.data(), wideEnd, few, 2); });
+                expectClean("lastOfFew", wideEnd, [&] { scanner.lastOfFew(wide.data(), wideEnd, few, 2); });
             }
         });
-    }
+    });
 }
 
 #endif
