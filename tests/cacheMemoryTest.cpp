@@ -1,7 +1,10 @@
 // The multibyte cache and memory: where scratch memory comes from, and what is left where memory runs out.
 #include <pthread.h>
+#include <sys/mman.h>
+#include <ucontext.h>
 
 #include "recordingConverters.h"
+#include "string/scratch.h"
 
 using namespace support;
 
@@ -54,6 +57,48 @@ TEST_F(Cache, TakesScratchMemoryFromTheStackUpToItsLimits) {
         pthread_attr_destroy(&attributes);
     }
 }
+
+#if !defined(__SANITIZE_THREAD__)  // which knows no contexts
+
+// A coroutine's stack is not the thread's: neither one below it nor one above has room.
+TEST(Scratch, IsOfTheThreadsOwnStack) {
+    constexpr std::size_t kPart = std::size_t{1} << 20;
+    static char* parts = nullptr;
+    parts = static_cast<char*>(
+        mmap(nullptr, 3 * kPart, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(parts, MAP_FAILED);
+    static bool hasRoom[3];
+    static int part = 0;
+    static const auto ask = [] { hasRoom[part] = qzString::stackHasRoom(200000); };
+    const auto onTheMiddlePart = [](void*) -> void* {
+        part = 1;
+        ask();
+        for (part = 0; part < 3; part += 2) {
+            ucontext_t here;
+            ucontext_t there;
+            getcontext(&there);
+            there.uc_stack.ss_sp = parts + static_cast<std::size_t>(part) * kPart;
+            there.uc_stack.ss_size = kPart;
+            there.uc_link = &here;
+            makecontext(&there, ask, 0);
+            swapcontext(&here, &there);
+        }
+        return nullptr;
+    };
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstack(&attributes, parts + kPart, kPart);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, &attributes, onTheMiddlePart, nullptr), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+    munmap(parts, 3 * kPart);
+    EXPECT_FALSE(hasRoom[0]);
+    EXPECT_TRUE(hasRoom[1]);
+    EXPECT_FALSE(hasRoom[2]);
+}
+
+#endif
 
 // Memory that runs out leaves text, cache and tag as they were, and the flag false.
 TEST_F(Cache, SurvivesFailingAllocations) {

@@ -144,6 +144,9 @@ TEST(Replacement, IsLinear) {
             expectLinear([&] { EXPECT_EQ(s.replace(c.pattern, c.replacement).length(), c.length); });
         }
     }
+    IString nearMisses(kMany, L'a');
+    const IString pattern = plus(IString(kMany / 3, L'a'), L"b");
+    expectLinear([&] { EXPECT_EQ(nearMisses.replace(pattern, L"").length(), kMany); });
 }
 
 // A text without room moves once, to storage with room to spare, and copies nothing more.
