@@ -11,7 +11,7 @@
 #endif
 
 #define QZSTRING_EXPORT __attribute__((visibility("default")))
-// A variable of the library's own: what uses it elsewhere in the library finds it without a table.
+// A variable internal to the library: its other sources address it directly, without the global offset table.
 #define QZSTRING_HIDDEN __attribute__((visibility("hidden")))
 // Checks the arguments of a printf-like function; positions count from 1, `this` included, 0 for a va_list.
 #define QZSTRING_PRINTF(formatAt, argumentsAt) __attribute__((format(printf, formatAt, argumentsAt)))

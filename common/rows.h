@@ -15,7 +15,7 @@ struct Rows {
     [[nodiscard]] const Row* const* end() const { return last; }
 };
 
-// What the portable row says, and those of instructions that the architecture always has.
+// `usable` of the portable row, and of instructions that every processor of the architecture has.
 inline bool alwaysUsable() {
     return true;
 }

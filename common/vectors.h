@@ -1,5 +1,5 @@
-// Which vector code is compiled in: QZSTRING_VECTORS_X86 or QZSTRING_VECTORS_NEON, or neither. That of wide
-// text is of 32-bit characters. Internal, not installed.
+// Which vector code is compiled in: QZSTRING_VECTORS_X86 or QZSTRING_VECTORS_NEON, or neither. It assumes
+// wide characters of 32 bits. Internal, not installed.
 #ifndef QZSTRING_COMMON_VECTORS_H
 #define QZSTRING_COMMON_VECTORS_H
 

@@ -2,8 +2,7 @@
 //
 // None depends on the locale. For `char` they know ASCII only: a byte from 0x80 up is no white space and has
 // no case. For `wchar_t` they follow the Unicode Character Database: the property White_Space and the simple
-// case mappings (one character to one character). Source and version of the tables:
-// primitives/characterTables.h.
+// case mappings (one character to one character), of Unicode 18.0.
 //
 // The one-character forms answer for ASCII inline, so that loops over them compile to vector code. The run
 // forms do the same to `count` characters by the vector kernel that fits the processor; ASCII and scripts

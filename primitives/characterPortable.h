@@ -109,10 +109,10 @@ QZSTRING_INLINE void mapEach(wchar_t* text, std::size_t count) noexcept {
     }
 }
 
-// So many at a time take half as long as a loop for all.
+// Eight at a time take half as long as one loop for all.
 inline constexpr std::size_t kUnrolled = 8;
 
-// Of whole blocks; returns how many characters those are.
+// Maps whole blocks; returns the number of characters mapped.
 template <class Case>
 QZSTRING_INLINE std::size_t mapBlocks(wchar_t* text, std::size_t count) noexcept {
     constexpr std::size_t kLength = kBlock<wchar_t>;

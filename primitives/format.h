@@ -5,8 +5,8 @@
 //
 // Returns
 // - 0 or more: the number of characters written before the terminating NUL;
-// - a negative number but INT_MIN: the output does not fit. It is minus the output's length without the
-//   terminator, or -1 where that length is 0. The buffer's content means nothing;
+// - a negative number other than INT_MIN: the output does not fit. It is minus the output's length without
+//   the terminator, or -1 where that length is 0. The buffer's content means nothing;
 // - INT_MIN: no buffer would do. The format is null or the platform refuses it, a character cannot be
 //   converted, or the output has INT_MAX characters or more.
 // Raises std::bad_alloc where the platform's formatter runs out of memory. Output that is formatted, or does

@@ -2,8 +2,8 @@
 //
 // 64-bit, fast and well mixed, not keyed: for hash tables and fingerprints of trusted text, not against an
 // adversary. The value depends on the elements alone: it is the same in every process and with every kernel,
-// on machines of the same byte order and the same `wchar_t`. It may change with a major version of the
-// library.
+// on machines of the same byte order and the same `wchar_t`. It may change with any version that may
+// break compatibility.
 #ifndef QZSTRING_PRIMITIVES_HASH_H
 #define QZSTRING_PRIMITIVES_HASH_H
 

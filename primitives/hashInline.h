@@ -1,5 +1,5 @@
-// The hash of up to 128 bytes, inline: a call would cost a tenth to a third of it. A part of hash.h,
-// which programs include.
+// The hash of up to 128 bytes, inline because a call would add a tenth to a third to its time. Included by
+// hash.h; do not include it directly.
 //
 // Up to 16 bytes it is rapidhash (version 3, seed 0). Longer text is mixed as rapidhash does: every 16 bytes
 // are multiplied with what the 16 before them gave. But the chains that this makes are three, from 113 bytes

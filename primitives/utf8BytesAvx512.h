@@ -17,7 +17,7 @@ namespace qzString::kernels::avx512 {
 
 constexpr std::size_t kBlock = 64;
 constexpr __mmask64 kAll = ~__mmask64{0};
-// The bytes from which on it pays, as measured on Zen 5, to take blocks along cache lines.
+// Texts of at least this many bytes are worth taking along cache lines (measured on Zen 5).
 constexpr std::size_t kWorthAligning = 16 * kBlock;
 
 // ---- Constants ----
@@ -175,7 +175,7 @@ QZSTRING_KERNEL bool isAsciiToEnd(const char* source, std::size_t at, std::size_
 }
 
 // Whether a text of two to four blocks is ASCII.
-QZSTRING_KERNEL bool isAsciiFour(const char* source, std::size_t length) {
+QZSTRING_KERNEL bool isAsciiUpToFour(const char* source, std::size_t length) {
     const char* const last = source + length - kBlock;
     const char* const third = length < 3 * kBlock ? last : source + 2 * kBlock;
     const __m512i two = _mm512_or_si512(_mm512_loadu_si512(source), _mm512_loadu_si512(source + kBlock));

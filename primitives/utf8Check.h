@@ -3,8 +3,9 @@
 //
 // A bit stands for a way in which two bytes in a row can be wrong. Three tables, indexed by the high and by
 // the low nibble of the first byte and by the high nibble of the second, are ANDed: the bit survives exactly
-// where the two are wrong in that way. kTwoContinuations is an error but where a character of three or four
-// bytes wants a continuation byte there; a byte that wants one and does not get it shows by the same bit.
+// where the two are wrong in that way. kTwoContinuations is an error except where a character of three or
+// four bytes wants a continuation byte there; a byte that wants one and does not get it shows by the same
+// bit.
 #ifndef QZSTRING_PRIMITIVES_UTF8CHECK_H
 #define QZSTRING_PRIMITIVES_UTF8CHECK_H
 

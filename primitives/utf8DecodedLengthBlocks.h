@@ -94,7 +94,7 @@ QZSTRING_TARGET Progress measureVectors(const char* source, std::size_t length) 
     return utf8::withoutCutCharacter(source, checked);
 }
 
-// Of an ill-formed text nothing.
+// Nothing read and written where the text is ill-formed.
 template <class Vector>
 QZSTRING_TARGET Progress measureShort(const char* source, std::size_t length) {
     const Short<Vector> text(source, length);

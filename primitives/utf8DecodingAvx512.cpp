@@ -30,7 +30,7 @@ namespace {
 
 using output::kFailure;
 
-// The bytes of ASCII from which on it pays, as measured on Zen 5, to widen them with constants in registers.
+// ASCII of at least this many bytes is worth widening with constants in registers (measured on Zen 5).
 constexpr std::size_t kWorthWidening = 5 * kBlock;
 
 // The matrix that copies one bit to `count` bits from `to` on.
@@ -372,7 +372,7 @@ QZSTRING_KERNEL std::size_t storeFirstAscii(const char* source, std::size_t leng
         return length;
     }
     if (length <= 4 * kBlock) {
-        if (length > capacity || !isAsciiFour(source, length))
+        if (length > capacity || !isAsciiUpToFour(source, length))
             return 0;
         storeAscii(source, kBlock, destination);
         storeAscii(source + kBlock, kBlock, destination + kBlock);

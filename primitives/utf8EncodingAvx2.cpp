@@ -68,7 +68,7 @@ struct EncodingFaults {
 };
 
 // Sixteen characters go to the destination, of which `taken` count; those behind them are zero.
-struct Encoding {
+struct Output {
     char* bytes;
     std::size_t capacity;
     std::size_t taken = 16;
@@ -106,7 +106,7 @@ struct Encoding {
 
 // Four characters in 32-bit lanes, their bytes at the end of each; `lengths` is the index for kPackings.
 template <bool kAmply>
-QZSTRING_KERNEL bool putFour(Encoding& encoding, __m128i lanes, std::size_t lengths, std::size_t begin) {
+QZSTRING_KERNEL bool putFour(Output& encoding, __m128i lanes, std::size_t lengths, std::size_t begin) {
     if (encoding.endsBefore<kAmply>(begin))
         return true;
     const auto* const order = reinterpret_cast<const __m128i*>(shuffles::kPackings[lengths].data());
@@ -116,7 +116,7 @@ QZSTRING_KERNEL bool putFour(Encoding& encoding, __m128i lanes, std::size_t leng
 
 // Eight characters in 16-bit lanes, two bytes each for those that the mask names.
 template <bool kAmply>
-QZSTRING_KERNEL bool putPairs(Encoding& encoding, __m128i lanes, std::size_t pairs, std::size_t begin) {
+QZSTRING_KERNEL bool putPairs(Output& encoding, __m128i lanes, std::size_t pairs, std::size_t begin) {
     if (encoding.endsBefore<kAmply>(begin))
         return true;
     const auto* const order = reinterpret_cast<const __m128i*>(kPairPackings[pairs].data());
@@ -126,7 +126,7 @@ QZSTRING_KERNEL bool putPairs(Encoding& encoding, __m128i lanes, std::size_t pai
 
 // Eight characters of any length.
 template <bool kAmply>
-QZSTRING_KERNEL bool encodeEight(__m256i c, std::size_t begin, Encoding& encoding) {
+QZSTRING_KERNEL bool encodeEight(__m256i c, std::size_t begin, Output& encoding) {
     if (encoding.endsBefore<kAmply>(begin))
         return true;
     // Signed comparisons are right for everything that is not a fault.
@@ -154,7 +154,7 @@ QZSTRING_KERNEL bool encodeEight(__m256i c, std::size_t begin, Encoding& encodin
 
 // Sixteen characters below U+10000, in 16-bit lanes, the first and the third four in the first half.
 template <bool kAmply>
-QZSTRING_KERNEL bool encodeUnits(__m256i units, Encoding& encoding) {
+QZSTRING_KERNEL bool encodeUnits(__m256i units, Output& encoding) {
     const __m256i one = unitsUpTo<0x7F>(units);
     const __m256i upToTwo = unitsUpTo<0x7FF>(units);
     // The lead byte of three, the upper; then the byte after it, or the lead byte of two, and the last.
@@ -178,7 +178,7 @@ QZSTRING_KERNEL bool encodeUnits(__m256i units, Encoding& encoding) {
 
 // Sixteen characters below U+0800, in 16-bit lanes.
 template <bool kAmply>
-QZSTRING_KERNEL bool encodePairs(__m256i units, Encoding& encoding) {
+QZSTRING_KERNEL bool encodePairs(__m256i units, Output& encoding) {
     const __m256i two = _mm256_cmpgt_epi16(units, unitsOf<0x7F>());
     const __m256i last = _mm256_and_si256(_mm256_slli_epi16(units, 8), unitsOf<0x3F00>());
     const __m256i pairs =
@@ -198,7 +198,7 @@ QZSTRING_KERNEL __m128i packAscii(__m256i a, __m256i b) {
 
 // Sixteen characters, of which any may be beyond ASCII.
 template <bool kAmply>
-QZSTRING_KERNEL bool encodeBeyondAscii(__m256i a, __m256i b, Encoding& encoding, EncodingFaults& faults) {
+QZSTRING_KERNEL bool encodeBeyondAscii(__m256i a, __m256i b, Output& encoding, EncodingFaults& faults) {
     const __m256i all = _mm256_or_si256(a, b);
     const __m256i units = _mm256_packus_epi32(a, b);
     if (!anyFrom<0x800>(all))
@@ -213,7 +213,7 @@ QZSTRING_KERNEL bool encodeBeyondAscii(__m256i a, __m256i b, Encoding& encoding,
 }
 
 template <bool kAmply>
-QZSTRING_KERNEL bool encodeSixteen(__m256i a, __m256i b, Encoding& encoding, EncodingFaults& faults) {
+QZSTRING_KERNEL bool encodeSixteen(__m256i a, __m256i b, Output& encoding, EncodingFaults& faults) {
     if (!anyFrom<0x80>(_mm256_or_si256(a, b)))
         return encoding.put<kAmply, 16>(packAscii(a, b), 16, 0);
     return encodeBeyondAscii<kAmply>(a, b, encoding, faults);
@@ -269,7 +269,7 @@ struct Measure {
 QZSTRING_TARGET unsigned int encode(const wchar_t* source, std::size_t length, char* destination,
                                     std::size_t capacity, bool* ok) {
     EncodingFaults faults;
-    Encoding encoding{destination, capacity};
+    Output encoding{destination, capacity};
     std::size_t at = 0;
     // Two blocks at a time: where some are ASCII and some not, one question is answered alike more often.
     // What is left after a block fills at least the 16 bytes that its last store may write too much.

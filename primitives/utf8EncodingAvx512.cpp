@@ -239,7 +239,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int encodeAsciiBlocks(const wchar_t* 
     return output::report(length, ok);
 }
 
-// Of 17 to 64 characters.
+// Encodes 17 to 64 characters.
 QZSTRING_KERNEL std::size_t encodeShort(const wchar_t* source, std::size_t length, char* destination,
                                         std::size_t capacity) {
     Destination to{destination, capacity};

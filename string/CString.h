@@ -164,9 +164,9 @@ class QZSTRING_EXPORT CString {
     // ---- Formatting ----
 
     // Replaces the text by printf-style output and returns the new length. Output of up to 2^31 - 2
-    // characters is formatted whole; it ends at its first NUL. Where nothing can be formatted (no format or
-    // one that the C library refuses, a character that cannot be converted, empty or longer output) the
-    // string is unchanged and the result is npos. The format may be this string's own text; vformat leaves
+    // characters is formatted whole; it ends at its first NUL. The string is unchanged and the result is npos
+    // where nothing can be formatted: no format, or one that the C library refuses; a character that cannot
+    // be converted; output that is empty or longer. The format may be this string's own text; vformat leaves
     // the caller's list where it was. `sizeHint`: characters to make room for at first, the terminator
     // included; 256 where none is given.
     unsigned int format(const char* format, ...) QZSTRING_PRINTF(2, 3);

@@ -13,9 +13,12 @@
 //     std::fwrite(title.asUTF8(), 1, title.asUTF8StoreSize() - 1, f);    // does not convert again
 //
 // Positions, counts, errors, null pointers, aliasing and borrowed pointers are as CString.h describes,
-// counted in `wchar_t` elements. What differs: there is no writable element access, and the multibyte
-// members, though const, write the cache: an IString may be read from several threads only while none of them
-// asks for a multibyte form.
+// counted in `wchar_t` elements. What differs:
+// - There is no writable element access.
+// - The multibyte members, though const, write the cache: an IString may be read from several threads only
+//   while none of them asks for a multibyte form.
+// - A `char` given where a `wchar_t` is asked for is converted by the language, not decoded: use it for ASCII
+//   only.
 #ifndef QZSTRING_STRING_ISTRING_H
 #define QZSTRING_STRING_ISTRING_H
 
@@ -35,7 +38,7 @@ struct CachedForm;
 }
 
 // The encodings of multibyte text. Any value but kUTF8 asks for that of the current locale. kNoEncoding marks
-// a cache that holds nothing valid, and is not to be asked for: the form would be made anew every time.
+// a cache that holds nothing valid. Do not ask for it: every request would convert again.
 enum Encoding : std::uint32_t { kMultibyte = 0, kUTF8 = 1, kNoEncoding = 3 };
 
 class QZSTRING_EXPORT IString {
@@ -158,9 +161,9 @@ class QZSTRING_EXPORT IString {
     // Either argument may be this string.
     IString& replace(const IString& pattern, const IString& replacement);
     IString& replaceFirst(const IString& pattern, const IString& replacement);
-    // Every occurrence of a character, which is a change even by the same one. Narrow ones are decoded in
-    // the locale first; where either is not a whole character there, nothing changes. (Beyond ASCII, a byte
-    // that may be composed with the next is none.)
+    // Every occurrence of a character; the cache becomes invalid even where both are equal. Narrow ones are
+    // decoded in the locale first; where either is not a whole character there, nothing changes. (Beyond
+    // ASCII, a byte that the next one may modify does not count as a character.)
     IString& replace(wchar_t from, wchar_t to) noexcept;
     IString& replace(char from, char to);
 
@@ -199,7 +202,8 @@ class QZSTRING_EXPORT IString {
     [[nodiscard]] int collateNoCase(const IString& other) const;
 
     // ---- Formatting: as CString. Narrow output is decoded in the locale: where that fails the string
-    // becomes empty and the result is 0 ----
+    // becomes empty and the result is 0. In a wide format `%s` takes narrow text in the locale's encoding and
+    // `%ls` wide text; the compiler cannot check the arguments ----
 
     unsigned int format(const wchar_t* format, ...);
     unsigned int vformat(const wchar_t* format, va_list arguments);

@@ -8,12 +8,12 @@
 namespace qzString {
 
 // Made right after va_start or va_copy of `list`, in the same function.
-class EndsList {
+class ListGuard {
   public:
-    explicit EndsList(va_list& started) : list(started) {}
-    ~EndsList() { va_end(list); }
-    EndsList(const EndsList&) = delete;
-    EndsList& operator=(const EndsList&) = delete;
+    explicit ListGuard(va_list& started) : list(started) {}
+    ~ListGuard() { va_end(list); }
+    ListGuard(const ListGuard&) = delete;
+    ListGuard& operator=(const ListGuard&) = delete;
 
   private:
     va_list& list;

@@ -6,7 +6,7 @@
 namespace qzString::search {
 namespace {
 
-// Sets of up to so many members are first compared member by member: with all of a text so short that to
+// Sets of up to this many members are first compared member by member: with all of a text so short that to
 // make the filter would take longer, else with the characters nearest to where the search begins.
 constexpr std::size_t kFewMembers = 16;
 

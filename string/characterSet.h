@@ -1,6 +1,6 @@
 // Search for the characters of a set. Internal, not installed.
 //
-// Positions and lengths count characters; nothing is allocated. Short text, and what is near in longer one,
+// Positions and lengths count characters; nothing is allocated. Short text, and the beginning of longer text,
 // is compared with every member of a small set. Most of the rest is told from the members by a filter of 512
 // bits; what that lets pass and is not below 256 is looked up among the members.
 #ifndef QZSTRING_STRING_CHARACTERSET_H

@@ -29,7 +29,7 @@ bool grow(std::basic_string<Char>& target, const Char* format, va_list arguments
         const std::unique_ptr<Char[]> buffer(new Char[size]);
         va_list attempt;
         va_copy(attempt, arguments);
-        const EndsList ends(attempt);
+        const ListGuard ends(attempt);
         errno = entry;
         const int length = formatter(buffer.get(), static_cast<unsigned int>(size), format, attempt);
         if (length > 0)

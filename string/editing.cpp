@@ -21,7 +21,7 @@ bool eraseRange(std::basic_string<Char>& text, unsigned int pos, unsigned int co
     return true;
 }
 
-// With room for both at once: the second would else have the first copied again.
+// With room for both at once: otherwise appending the second would copy the first again.
 template <class String>
 String concatenation(const String& a, const String& b) {
     String both;

@@ -26,28 +26,28 @@ unsigned int CString::vformat(const char* format, va_list arguments) {
 unsigned int CString::format(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const EndsList ends(arguments);
+    const ListGuard ends(arguments);
     return formatText(format, arguments, kSizeHint);
 }
 
 unsigned int CString::format(const CString* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const EndsList ends(arguments);
+    const ListGuard ends(arguments);
     return formatText(format->asChar(), arguments, kSizeHint);
 }
 
 unsigned int CString::format(unsigned int sizeHint, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const EndsList ends(arguments);
+    const ListGuard ends(arguments);
     return formatText(format, arguments, sizeHint);
 }
 
 unsigned int CString::format(unsigned int sizeHint, const CString* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const EndsList ends(arguments);
+    const ListGuard ends(arguments);
     return formatText(format->asChar(), arguments, sizeHint);
 }
 
@@ -77,42 +77,42 @@ unsigned int IString::vformat(const char* format, va_list arguments) {
 unsigned int IString::format(const wchar_t* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const EndsList ends(arguments);
+    const ListGuard ends(arguments);
     return formatText(format, arguments, kSizeHint);
 }
 
 unsigned int IString::format(const IString* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const EndsList ends(arguments);
+    const ListGuard ends(arguments);
     return formatText(format->asWChar(), arguments, kSizeHint);
 }
 
 unsigned int IString::format(unsigned int sizeHint, const wchar_t* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const EndsList ends(arguments);
+    const ListGuard ends(arguments);
     return formatText(format, arguments, sizeHint);
 }
 
 unsigned int IString::format(unsigned int sizeHint, const IString* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const EndsList ends(arguments);
+    const ListGuard ends(arguments);
     return formatText(format->asWChar(), arguments, sizeHint);
 }
 
 unsigned int IString::format(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const EndsList ends(arguments);
+    const ListGuard ends(arguments);
     return formatText(format, arguments, kSizeHint);
 }
 
 unsigned int IString::format(unsigned int sizeHint, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    const EndsList ends(arguments);
+    const ListGuard ends(arguments);
     return formatText(format, arguments, sizeHint);
 }
 

@@ -92,7 +92,7 @@ bool standsAt(const Char* place, const Char* needle, std::size_t needleLength) {
     return needleLength <= 2 || std::char_traits<Char>::compare(place, needle, needleLength) == 0;
 }
 
-// So few places that choosing the rarest elements takes longer than it saves.
+// With this few places, choosing the rarest elements takes longer than it saves.
 constexpr std::size_t kShort = 64;
 
 // `choose` gives the anchors of a needle of at least two elements.

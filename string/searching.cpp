@@ -12,10 +12,8 @@
 namespace qzString {
 namespace {
 
-constexpr unsigned int kNone = CString::npos;
-
 unsigned int position(std::size_t found) {
-    return found == search::kNotFound ? kNone : static_cast<unsigned int>(found);
+    return found == search::kNotFound ? CString::npos : static_cast<unsigned int>(found);
 }
 
 // An empty needle is found nowhere.
@@ -23,7 +21,7 @@ template <class Char>
 unsigned int findText(std::basic_string_view<Char> text, std::basic_string_view<Char> needle,
                       unsigned int pos) {
     if (needle.empty() || pos >= text.size())
-        return kNone;
+        return CString::npos;
     return position(search::findFirst(text.data(), text.size(), needle.data(), needle.size(), pos));
 }
 
@@ -31,23 +29,23 @@ template <class Char>
 unsigned int rfindText(std::basic_string_view<Char> text, std::basic_string_view<Char> needle,
                        unsigned int pos) {
     if (needle.empty() || text.empty())
-        return kNone;
+        return CString::npos;
     return position(search::findLast(text.data(), text.size(), needle.data(), needle.size(), pos));
 }
 
 template <class Char>
 unsigned int findAccepted(std::basic_string_view<Char> text, bool (*accepts)(Char), unsigned int pos) {
     if (pos >= text.size())
-        return kNone;
+        return CString::npos;
     const auto found = std::find_if(text.begin() + pos, text.end(), accepts);
-    return found == text.end() ? kNone : static_cast<unsigned int>(found - text.begin());
+    return found == text.end() ? CString::npos : static_cast<unsigned int>(found - text.begin());
 }
 
 template <class Char>
 unsigned int rfindAccepted(std::basic_string_view<Char> text, bool (*accepts)(Char), unsigned int pos) {
     const std::size_t end = pos < text.size() ? pos + 1 : text.size();
     const auto found = std::find_if(text.rend() - end, text.rend(), accepts);
-    return found == text.rend() ? kNone : static_cast<unsigned int>(text.rend() - found - 1);
+    return found == text.rend() ? CString::npos : static_cast<unsigned int>(text.rend() - found - 1);
 }
 
 }  // namespace

@@ -87,8 +87,9 @@ std::size_t twoWay(Reader text, std::size_t length, Reader needle, std::size_t n
             --i;
         if (i == 0)
             return at;
-        // Nothing of this match need be remembered, as where all are looked for: split is below the period, so
-        // that the left part matches at the next place of a periodic needle, and the needle with its right part.
+        // What matched need not be remembered, as it is in a search for all places: split is below the period,
+        // so that the left part of a periodic needle matches at the next place, and nothing is read twice in
+        // vain.
         at += period;
     }
     return kNotFound;
