@@ -43,8 +43,8 @@ unsigned int findAccepted(std::basic_string_view<Char> text, bool (*accepts)(Cha
 
 template <class Char>
 unsigned int rfindAccepted(std::basic_string_view<Char> text, bool (*accepts)(Char), unsigned int pos) {
-    const std::size_t end = pos < text.size() ? pos + 1 : text.size();
-    const auto found = std::find_if(text.rend() - end, text.rend(), accepts);
+    text = text.substr(0, std::size_t{pos} + 1);
+    const auto found = std::find_if(text.rbegin(), text.rend(), accepts);
     return found == text.rend() ? CString::npos : static_cast<unsigned int>(text.rend() - found - 1);
 }
 
