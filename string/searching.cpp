@@ -43,7 +43,8 @@ unsigned int findAccepted(std::basic_string_view<Char> text, bool (*accepts)(Cha
 
 template <class Char>
 unsigned int rfindAccepted(std::basic_string_view<Char> text, bool (*accepts)(Char), unsigned int pos) {
-    text = text.substr(0, std::size_t{pos} + 1);
+    if (pos < text.size())
+        text = text.substr(0, pos + 1);
     const auto found = std::find_if(text.rbegin(), text.rend(), accepts);
     return found == text.rend() ? CString::npos : static_cast<unsigned int>(text.rend() - found - 1);
 }
