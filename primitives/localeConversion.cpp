@@ -7,7 +7,8 @@
 //   for no bytes. So 0 means NUL only where the character is NUL, and the end of the text has to be flushed.
 // - The C functions cost a call per character. Where the code set is UTF-8 the text takes the library's own
 //   conversion, which is also stricter; elsewhere runs of ASCII are copied, once ASCII has been seen to mean
-//   itself.
+//   itself, and where every byte is a character the C library converts a piece at a time. (In other code sets
+//   glibc's functions for that abort the program where a piece gives no character.)
 // - glibc drops some characters that the encoding lacks, the tags of U+E0000, without a word.
 // - Some platforms turn bytes they cannot decode into surrogates, or accept code points above U+10FFFF. Those
 //   are no characters: the text does not convert.
@@ -39,11 +40,13 @@ bool localeIsUtf8() {
     return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
 }
 
-// Code sets of which it is known that ASCII means itself in them, whatever follows it.
+// Code sets of which it is known that ASCII means itself in them, whatever follows it. (Of the windows code
+// pages, 1255 and 1258 compose characters.)
 bool localeExtendsAscii() {
-    static constexpr const char* kCodeSets[] = {"ANSI_X3.4-1968", "US-ASCII", "ASCII",   "EUC-JP", "EUC-KR",
-                                                "GB2312",         "GBK",      "GB18030", "BIG5",   "EUC-TW",
-                                                "KOI8-R",         "KOI8-U",   "TIS-620"};
+    static constexpr std::string_view kCodeSets[] = {
+        "ANSI_X3.4-1968", "US-ASCII", "ASCII",  "EUC-JP", "EUC-KR", "GB2312",  "GBK",
+        "GB18030",        "BIG5",     "EUC-TW", "KOI8-R", "KOI8-U", "TIS-620", "CP1250",
+        "CP1251",         "CP1252",   "CP1253", "CP1254", "CP1256", "CP1257"};
     const std::string_view codeSet = nl_langinfo(CODESET);
     return codeSet.substr(0, 9) == "ISO-8859-" ||
            std::find(std::begin(kCodeSets), std::end(kCodeSets), codeSet) != std::end(kCodeSets);
@@ -101,9 +104,28 @@ bool copyAsciiRun(const Element* text, std::size_t length, std::size_t& at, Outp
     const std::size_t run = asciiRun(text + at, length - at);
     if (!output.hasRoom(run))
         return false;
-    output.putAscii(text + at, run);
+    output.putRun(text + at, run);
     at += run;
     return true;
+}
+
+// Where ASCII means itself and no character takes two bytes, every byte is one, whatever is before it. Up to
+// this many are converted at a time, from so many on as take less time than one by one. The functions return
+// how many they have converted, at most up to a NUL; 0 where they cannot.
+constexpr std::size_t kPiece = 256;
+constexpr std::size_t kWorthAPiece = 16;
+
+std::size_t decodePiece(const char* source, std::size_t length, wchar_t (&piece)[kPiece]) {
+    std::mbstate_t state{};
+    const std::size_t count = mbsnrtowcs(piece, &source, std::min(length, kPiece), kPiece, &state);
+    return count != kIllSequence && std::all_of(piece, piece + count, isCharacter) ? count : 0;
+}
+
+std::size_t encodePiece(const wchar_t* source, std::size_t length, char (&piece)[kPiece]) {
+    std::mbstate_t state{};
+    const std::size_t wanted = wcsnlen(source, std::min(length, kPiece));
+    const std::size_t count = wcsnrtombs(piece, &source, wanted, kPiece, &state);
+    return count == wanted ? count : 0;  // fewer where some are dropped
 }
 
 // Whether the C library makes nothing of a character, and does not keep it either. Where characters wait,
@@ -129,7 +151,9 @@ std::size_t lengthOfNul(const char* source, std::size_t length, const std::mbsta
 // Each converts the whole text into the output and says whether it could.
 template <class Output>
 bool decodeInto(const char* source, std::size_t length, Output& output) {
-    const bool copies = localeExtendsAscii() || (length >= kWorthAsking && decodesAsciiToItself());
+    const bool extendsAscii = localeExtendsAscii();
+    const bool copies = extendsAscii || (length >= kWorthAsking && decodesAsciiToItself());
+    bool takesPieces = extendsAscii;
     std::mbstate_t state{};
     std::size_t at = 0;
     while (at < length || std::mbsinit(&state) == 0) {
@@ -139,6 +163,16 @@ bool decodeInto(const char* source, std::size_t length, Output& output) {
                 return false;
             if (at == length)
                 return true;
+        }
+        if (takesPieces && length - at >= kWorthAPiece) {
+            wchar_t piece[kPiece];
+            const std::size_t count = MB_CUR_MAX == 1 ? decodePiece(source + at, length - at, piece) : 0;
+            if (!output.hasRoom(count))
+                return false;
+            output.putRun(piece, count);
+            at += count;
+            takesPieces = count > 0;
+            continue;
         }
         // Past the end a NUL draws out what the state still holds.
         const bool flushes = at == length;
@@ -175,7 +209,9 @@ bool decodeInto(const char* source, std::size_t length, Output& output) {
 
 template <class Output>
 bool encodeInto(const wchar_t* source, std::size_t length, Output& output) {
-    const bool copies = localeExtendsAscii() || (length >= kWorthAsking && encodesAsciiToItself());
+    const bool extendsAscii = localeExtendsAscii();
+    const bool copies = extendsAscii || (length >= kWorthAsking && encodesAsciiToItself());
+    bool takesPieces = extendsAscii;
     std::mbstate_t state{};
     char bytes[MB_LEN_MAX * 2];
     std::size_t at = 0;
@@ -186,6 +222,16 @@ bool encodeInto(const wchar_t* source, std::size_t length, Output& output) {
                 return false;
             if (at == length)
                 return true;
+        }
+        if (takesPieces && length - at >= kWorthAPiece) {
+            char piece[kPiece];
+            const std::size_t count = MB_CUR_MAX == 1 ? encodePiece(source + at, length - at, piece) : 0;
+            if (!output.hasRoom(count))
+                return false;
+            output.putRun(piece, count);
+            at += count;
+            takesPieces = count > 0;
+            continue;
         }
         // Past the end a NUL, itself dropped, brings out what the state still holds.
         const bool flushes = at == length;

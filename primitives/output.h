@@ -15,7 +15,7 @@ struct Counter {
     [[nodiscard]] bool hasRoom(std::size_t) const { return true; }
     void put(Element) { ++count; }
     template <class Source>
-    void putAscii(const Source*, std::size_t length) {
+    void putRun(const Source*, std::size_t length) {
         count += length;
     }
 };
@@ -29,9 +29,9 @@ struct Writer {
     [[nodiscard]] bool hasRoom(std::size_t length) const { return capacity - count >= length; }
     void put(Element element) { destination[count++] = element; }
     template <class Source>
-    void putAscii(const Source* ascii, std::size_t length) {
+    void putRun(const Source* run, std::size_t length) {
         for (std::size_t i = 0; i < length; ++i)
-            destination[count + i] = static_cast<Element>(ascii[i]);
+            destination[count + i] = static_cast<Element>(run[i]);
         count += length;
     }
 };

@@ -49,7 +49,7 @@ Progress decodeInto(const char* source, std::size_t length, Output& output) {
             if (rest >= 8)
                 std::memcpy(&eight, source + at, 8);
             if ((eight & 0x8080808080808080U) == 0 && output.hasRoom(8)) {
-                output.putAscii(source + at, 8);
+                output.putRun(source + at, 8);
                 at += 8;
                 continue;
             }
@@ -116,7 +116,7 @@ Progress encodeInto(const Element* source, std::size_t length, Output& output) {
                 all |= unit(at + i);
             if (all >= 0x80)
                 break;
-            output.putAscii(source + at, 8);
+            output.putRun(source + at, 8);
             at += 8;
         }
         if (at == length)

@@ -71,6 +71,7 @@ TEST_F(Locale, ConvertsInEveryCodeSet) {
         {"C", "plain", L"plain", {"\x80", "a\xFF"}, {L"\xE9", L"\x416", L"\xDF80"}},
         {"en_US.ISO-8859-1", "\xE9t\xE9 \xFF", L"\xE9t\xE9 \xFF", {}, {L"\x20AC", L"\x100", L"a\x416"}},
         {"ru_RU.KOI8-R", "\xD6\xCF\xD0\xC1", L"\x436\x43E\x43F\x430", {}, {L"\xE9", L"\x4E00"}},
+        {"ru_RU.CP1251", "\xCF\xF0\xE8 \x88", L"\x41F\x440\x438 \x20AC", {"\x98"}, {L"\xE9", L"\x451\x98"}},
         {"ja_JP.EUC-JP",
          "\xC6\xFC\xCB\xDC a \x8E\xB1\x8F\xB0\xA1",
          L"\x65E5\x672C a \xFF71\x4E02",
@@ -98,14 +99,20 @@ TEST_F(Locale, ConvertsInEveryCodeSet) {
         const std::wstring wideRun(300, L'r');
         expectBothWays(c.bytes + '\0' + c.bytes, c.text + L'\0' + c.text);
         expectBothWays(run + c.bytes + run + '\0' + c.bytes, wideRun + c.text + wideRun + L'\0' + c.text);
+        std::string many;
+        std::wstring wideMany;
+        while (many.size() < 500) {
+            many += c.bytes;
+            wideMany += c.text;
+        }
+        expectBothWays(many + '\0' + many + '\0', wideMany + L'\0' + wideMany + L'\0');
         for (const std::string& bad : c.noText) {
-            expectNoText(bad);
-            expectNoText(c.bytes + bad);
-            expectNoText(run + bad);
+            for (const std::string& before : {std::string(), c.bytes, run, many})
+                expectNoText(before + bad);
         }
         for (const std::wstring& bad : c.noBytes) {
-            expectNoBytes(bad);
-            expectNoBytes(wideRun + bad);
+            for (const std::wstring& before : {std::wstring(), wideRun, wideMany})
+                expectNoBytes(before + bad);
         }
         expectNoBytes(L"a" + std::wstring(1, 0xD800));
     }
@@ -182,8 +189,10 @@ TEST_F(Locale, DropsNoCharacters) {
     for (const char* const locale : {"C", "en_US.ISO-8859-1", "ja_JP.EUC-JP", "zh_HK.BIG5-HKSCS"}) {
         SCOPED_TRACE(locale);
         ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr);
-        for (const wchar_t* const text : {L"a\U000E0041z", L"\U000E0020", L"z\U000E007F"})
+        for (const wchar_t* const text : {L"a\U000E0041z", L"\U000E0020", L"z\U000E007F"}) {
             expectNoBytes(text);
+            expectNoBytes(std::wstring(20, L'\xE9') + text);
+        }
     }
     expectNoBytes(L"\xCA\U000E0041");  // behind one that waits
     ASSERT_NE(std::setlocale(LC_ALL, "zh_CN.GB18030"), nullptr);
