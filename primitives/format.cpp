@@ -9,6 +9,8 @@
 #include <new>
 #include <string>
 
+#include "common/scratch.h"
+
 namespace {
 
 constexpr int kNever = INT_MIN;
@@ -66,15 +68,26 @@ std::size_t usableSize(unsigned int size) {
     return size > INT_MAX ? INT_MAX : size;
 }
 
-// Where output goes that may not fit. What does not is formatted ten times slower, as the C library goes on
-// counting, or a stream has to: a small buffer is therefore tried in one that most output fits.
+// Where output goes that may not fit: what does not is formatted ten times slower, as the C library goes on
+// counting, or a stream has to. A small buffer is therefore tried in one that most output fits.
+constexpr std::size_t kAmple = 65536;  // bytes, where the stack has them
+constexpr std::size_t kSpare = 4096;
+
+std::size_t ampleBytes() {
+    return qzString::stackHasRoom(kAmple) ? kAmple : kSpare;
+}
+
 template <class Char>
 class Room {
   public:
-    Room(Char* buffer, unsigned int size) : buffer_(buffer), size_(usableSize(size)) {}
+    Room(Char* buffer, unsigned int size, void* ample, std::size_t bytes)
+        : buffer_(buffer),
+          size_(usableSize(size)),
+          ample_(static_cast<Char*>(ample)),
+          ampleSize_(bytes / sizeof(Char)) {}
 
     [[nodiscard]] Char* begin() { return isSmall() ? ample_ : buffer_; }
-    [[nodiscard]] std::size_t size() const { return isSmall() ? kAmple : size_; }
+    [[nodiscard]] std::size_t size() const { return isSmall() ? ampleSize_ : size_; }
 
     // The result for output of that length, which is in the room where it fits there.
     [[nodiscard]] int take(int length) {
@@ -89,13 +102,12 @@ class Room {
     }
 
   private:
-    static constexpr std::size_t kAmple = 4096 / sizeof(Char);
-
-    [[nodiscard]] bool isSmall() const { return size_ < kAmple; }
+    [[nodiscard]] bool isSmall() const { return size_ < ampleSize_; }
 
     Char* buffer_;
     std::size_t size_;
-    Char ample_[kAmple];
+    Char* ample_;
+    std::size_t ampleSize_;
 };
 
 }  // namespace
@@ -104,7 +116,9 @@ int KT_vsnprintf(char* buffer, unsigned int size, const char* format, va_list ar
     if (format == nullptr)
         return kNever;
     const int entry = errno;
-    Room<char> room(buffer, size);
+    const std::size_t ample = ampleBytes();
+    Room<char> room(buffer, size, __builtin_alloca(ample), ample);
+    errno = entry;
     const int length = std::vsnprintf(room.begin(), room.size(), format, arguments);
     if (length < 0)
         return failed(errno);
@@ -116,7 +130,9 @@ int KT_vswprintf(wchar_t* buffer, unsigned int size, const wchar_t* format, va_l
     if (format == nullptr)
         return kNever;
     const int entry = errno;
-    Room<wchar_t> room(buffer, size);
+    const std::size_t ample = ampleBytes();
+    Room<wchar_t> room(buffer, size, __builtin_alloca(ample), ample);
+    errno = entry;
     va_list first;
     va_copy(first, arguments);
     int length = std::vswprintf(room.begin(), room.size(), format, first);

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "string/IString.h"
-#include "string/scratch.h"
+#include "common/scratch.h"
 #include "string/view.h"
 
 namespace qzString {

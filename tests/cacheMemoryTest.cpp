@@ -4,7 +4,7 @@
 #include <ucontext.h>
 
 #include "recordingConverters.h"
-#include "string/scratch.h"
+#include "common/scratch.h"
 
 using namespace support;
 

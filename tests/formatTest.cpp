@@ -1,6 +1,8 @@
 // The bounded formatters: what they say of output that fits, does not fit, and never can.
 #include "primitives/format.h"
 
+#include <pthread.h>
+
 #include <cerrno>
 #include <climits>
 #include <clocale>
@@ -49,7 +51,7 @@ TYPED_TEST(Format, SaysHowMuchRoomIsNeeded) {
 // Small buffers and large ones are filled in different ways.
 TYPED_TEST(Format, FillsTheBufferToItsEnd) {
     const TypeParam padded[] = {'%', '*', 'd', 0};
-    for (const int length : {1022, 1023, 1024, 1025, 4094, 4095, 4096, 4097, 9000}) {
+    for (const int length : {1023, 1024, 4095, 4096, 16382, 16383, 16384, 65534, 65535, 65536, 90000}) {
         const auto size = static_cast<unsigned int>(length);
         const support::Exact<TypeParam> small(size);
         ASSERT_EQ(formatInto(small.data(), size, padded, length, 7), -length);
@@ -85,9 +87,26 @@ TYPED_TEST(Format, TellsWhatCanNeverSucceed) {
 TEST(FormatLimits, WantOfMemoryIsNoWantOfRoom) {
     wchar_t buffer[10];
     support::Allocations::failAt(1);
-    EXPECT_THROW(formatInto(buffer, 10, L"%*d", 2000, 7), std::bad_alloc);
+    EXPECT_THROW(formatInto(buffer, 10, L"%*d", 20000, 7), std::bad_alloc);
     support::Allocations::failAt(0);
-    EXPECT_EQ(formatInto(buffer, 10, L"%*d", 2000, 7), -2000);
+    EXPECT_EQ(formatInto(buffer, 10, L"%*d", 20000, 7), -20000);
+}
+
+TEST(FormatLimits, TakesNoMoreStackThanThereIs) {
+    const auto formatThere = [](void*) -> void* {
+        char narrow[10];
+        wchar_t wide[10];
+        EXPECT_EQ(formatInto(narrow, 10, "%*d", 5000, 7), -5000);
+        EXPECT_EQ(formatInto(wide, 10, L"%*d", 5000, 7), -5000);
+        return nullptr;
+    };
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 65536);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, &attributes, formatThere, nullptr), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
 }
 
 TEST(FormatLimits, OutputBeyondIntNeverSucceeds) {

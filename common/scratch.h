@@ -1,7 +1,7 @@
 // Scratch memory for one call: the caller's stack where that has room, else the heap. Internal, not
 // installed.
-#ifndef QZSTRING_STRING_SCRATCH_H
-#define QZSTRING_STRING_SCRATCH_H
+#ifndef QZSTRING_COMMON_SCRATCH_H
+#define QZSTRING_COMMON_SCRATCH_H
 
 #include <cstddef>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "string/scratch.h"
+#include "common/scratch.h"
 
 #include <cstdint>
 
