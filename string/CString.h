@@ -96,7 +96,10 @@ class QZSTRING_EXPORT CString {
 
     CString& append(const CString& x);
     CString& append(const char* x);
-    CString& append(char x);
+    CString& append(char x) {
+        text.push_back(x);
+        return *this;
+    }
     CString& prepend(const CString& x);
     CString& prepend(const char* x);
     CString& prepend(char x);

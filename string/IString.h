@@ -136,7 +136,10 @@ class QZSTRING_EXPORT IString {
 
     IString& append(const IString& x);
     IString& append(const wchar_t* x);
-    IString& append(wchar_t x);
+    IString& append(wchar_t x) {
+        wideText.push_back(x);
+        return changed();
+    }
     IString& prepend(const IString& x);
     IString& prepend(const wchar_t* x);
     IString& prepend(wchar_t x);

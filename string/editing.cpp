@@ -50,11 +50,6 @@ CString& CString::append(const char* x) {
     return *this;
 }
 
-CString& CString::append(char x) {
-    text.push_back(x);
-    return *this;
-}
-
 CString& CString::prepend(const CString& x) {
     return insert(0, x);
 }
@@ -127,11 +122,6 @@ IString& IString::append(const IString& x) {
 
 IString& IString::append(const wchar_t* x) {
     wideText.append(detail::view(x));
-    return changed();
-}
-
-IString& IString::append(wchar_t x) {
-    wideText.push_back(x);
     return changed();
 }
 

@@ -75,8 +75,6 @@ const Scanner* const kBestFirst[] = {
 
 }  // namespace
 
-std::atomic<const Scanner*> chosenScanner{nullptr};
-
 const Scanner& chooseScanner() {
     const Scanner& best = firstUsable(kBestFirst);
     chosenScanner.store(&best, std::memory_order_relaxed);

@@ -60,7 +60,7 @@ struct Scanner {
 };
 
 // The one in use, chosen at the first search.
-extern std::atomic<const Scanner*> chosenScanner;
+inline std::atomic<const Scanner*> chosenScanner{nullptr};
 const Scanner& chooseScanner();
 inline const Scanner& active() {
     const Scanner* const chosen = chosenScanner.load(std::memory_order_relaxed);
