@@ -1,5 +1,5 @@
-// Failing and counted allocations: replaces the global operator new, and wraps malloc, free and
-// open_wmemstream at link time (-Wl,--wrap), which catches the library's own calls.
+// Failing and counted allocations: replaces the global operator new, and wraps malloc, free, open_wmemstream
+// and fclose at link time (-Wl,--wrap), which catches the library's own calls.
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +14,8 @@ void* __wrap_malloc(std::size_t size);
 void __wrap_free(void* memory);
 std::FILE* __real_open_wmemstream(wchar_t** text, std::size_t* size);
 std::FILE* __wrap_open_wmemstream(wchar_t** text, std::size_t* size);
+int __real_fclose(std::FILE* stream);
+int __wrap_fclose(std::FILE* stream);
 }
 
 namespace {
@@ -53,6 +55,16 @@ std::FILE* __wrap_open_wmemstream(wchar_t** text, std::size_t* size) {
         return nullptr;
     }
     return __real_open_wmemstream(text, size);
+}
+
+// What is written last may take memory.
+int __wrap_fclose(std::FILE* stream) {
+    const int result = __real_fclose(stream);
+    if (!always && (countdown <= 0 || --countdown != 0))
+        return result;
+    hasFailed = true;
+    errno = ENOMEM;
+    return EOF;
 }
 
 void* operator new(std::size_t size) {

@@ -3,8 +3,8 @@
 #include <sys/mman.h>
 #include <ucontext.h>
 
-#include "recordingConverters.h"
 #include "common/scratch.h"
+#include "recordingConverters.h"
 
 using namespace support;
 

@@ -8,11 +8,55 @@
 
 using namespace support;
 
+// A C library that makes a surrogate of the byte 80, gives characters for no bytes where it meets 81, and
+// encodes whatever it is given.
+extern "C" {
+std::size_t __real_mbrtowc(wchar_t* c, const char* bytes, std::size_t count, std::mbstate_t* state);
+std::size_t __real_mbsnrtowcs(wchar_t* text, const char** bytes, std::size_t count, std::size_t room,
+                              std::mbstate_t* state);
+std::size_t __real_wcrtomb(char* bytes, wchar_t c, std::mbstate_t* state);
+std::size_t __wrap_mbrtowc(wchar_t* c, const char* bytes, std::size_t count, std::mbstate_t* state);
+std::size_t __wrap_mbsnrtowcs(wchar_t* text, const char** bytes, std::size_t count, std::size_t room,
+                              std::mbstate_t* state);
+std::size_t __wrap_wcrtomb(char* bytes, wchar_t c, std::mbstate_t* state);
+}
+
+namespace {
+bool isLenient = false;
+}
+
+std::size_t __wrap_mbrtowc(wchar_t* c, const char* bytes, std::size_t count, std::mbstate_t* state) {
+    if (!isLenient || (*bytes != '\x80' && *bytes != '\x81'))
+        return __real_mbrtowc(c, bytes, count, state);
+    *c = *bytes == '\x80' ? static_cast<wchar_t>(0xDC80) : L'x';
+    return *bytes == '\x80' ? 1 : 0;
+}
+
+std::size_t __wrap_mbsnrtowcs(wchar_t* text, const char** bytes, std::size_t count, std::size_t room,
+                              std::mbstate_t* state) {
+    if (!isLenient)
+        return __real_mbsnrtowcs(text, bytes, count, room, state);
+    for (std::size_t i = 0; i < count; ++i)
+        text[i] = static_cast<wchar_t>(0xDC00 + static_cast<unsigned char>((*bytes)[i]));
+    *bytes += count;
+    return count;
+}
+
+std::size_t __wrap_wcrtomb(char* bytes, wchar_t c, std::mbstate_t* state) {
+    if (!isLenient)
+        return __real_wcrtomb(bytes, c, state);
+    *bytes = '?';
+    return 1;
+}
+
 namespace {
 
 class Locale : public ::testing::Test {
   protected:
-    void TearDown() override { std::setlocale(LC_ALL, "C"); }
+    void TearDown() override {
+        isLenient = false;
+        std::setlocale(LC_ALL, "C");
+    }
 };
 
 void expectBothWays(const std::string& bytes, const std::wstring& text) {
@@ -197,6 +241,15 @@ TEST_F(Locale, DropsNoCharacters) {
     expectNoBytes(L"\xCA\U000E0041");  // behind one that waits
     ASSERT_NE(std::setlocale(LC_ALL, "zh_CN.GB18030"), nullptr);
     expectBothWays("a\xD3\x36\x9C\x33z", qzString::IString("a\xF3\xA0\x81\x81z", qzString::kUTF8).asWChar());
+}
+
+TEST_F(Locale, IsStricterThanTheCLibrary) {
+    isLenient = true;
+    expectNoText("a\x80");
+    expectNoText("a\x81");
+    expectNoText(std::string(20, '\x80'));
+    for (const unsigned c : {0xD800U, 0xDFFFU, 0x110000U, 0xFFFFFFFFU})
+        expectNoBytes({L'a', static_cast<wchar_t>(c)});
 }
 
 // Where the room ends, the run of ASCII that does not fit is not looked at again for every character of it.
