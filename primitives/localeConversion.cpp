@@ -128,6 +128,20 @@ std::size_t encodePiece(const wchar_t* source, std::size_t length, char (&piece)
     return count == wanted ? count : 0;  // fewer where some are dropped
 }
 
+// Converts a piece from `at` on, and goes on behind it; of code sets in which characters take more bytes
+// nothing. Returns false where there is no room.
+template <class From, class To, class Output>
+bool convertPiece(const From* text, std::size_t length, std::size_t& at, Output& output,
+                  std::size_t (*convert)(const From*, std::size_t, To (&)[kPiece])) {
+    To piece[kPiece];
+    const std::size_t count = MB_CUR_MAX == 1 ? convert(text + at, length - at, piece) : 0;
+    if (!output.hasRoom(count))
+        return false;
+    output.putRun(piece, count);
+    at += count;
+    return true;
+}
+
 // Whether the C library makes nothing of a character, and does not keep it either. Where characters wait,
 // what it writes for this one does not tell: it may be theirs.
 bool isDropped(wchar_t c) {
@@ -165,13 +179,10 @@ bool decodeInto(const char* source, std::size_t length, Output& output) {
                 return true;
         }
         if (takesPieces && length - at >= kWorthAPiece) {
-            wchar_t piece[kPiece];
-            const std::size_t count = MB_CUR_MAX == 1 ? decodePiece(source + at, length - at, piece) : 0;
-            if (!output.hasRoom(count))
+            const std::size_t before = at;
+            if (!convertPiece(source, length, at, output, decodePiece))
                 return false;
-            output.putRun(piece, count);
-            at += count;
-            takesPieces = count > 0;
+            takesPieces = at > before;
             continue;
         }
         // Past the end a NUL draws out what the state still holds.
@@ -224,13 +235,10 @@ bool encodeInto(const wchar_t* source, std::size_t length, Output& output) {
                 return true;
         }
         if (takesPieces && length - at >= kWorthAPiece) {
-            char piece[kPiece];
-            const std::size_t count = MB_CUR_MAX == 1 ? encodePiece(source + at, length - at, piece) : 0;
-            if (!output.hasRoom(count))
+            const std::size_t before = at;
+            if (!convertPiece(source, length, at, output, encodePiece))
                 return false;
-            output.putRun(piece, count);
-            at += count;
-            takesPieces = count > 0;
+            takesPieces = at > before;
             continue;
         }
         // Past the end a NUL, itself dropped, brings out what the state still holds.
