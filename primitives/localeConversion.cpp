@@ -113,7 +113,7 @@ bool copyAsciiRun(const Element* text, std::size_t length, std::size_t& at, Outp
 // this many are converted at a time, from so many on as take less time than one by one. The functions return
 // how many they have converted, at most up to a NUL; 0 where they cannot.
 constexpr std::size_t kPiece = 256;
-constexpr std::size_t kWorthAPiece = 16;
+constexpr std::size_t kWorthAPiece = 8;
 
 std::size_t decodePiece(const char* source, std::size_t length, wchar_t (&piece)[kPiece]) {
     std::mbstate_t state{};
