@@ -9,10 +9,10 @@
 #define QZSTRING_JOIN_FEATURE(name) "," name
 #define QZSTRING_TARGET_OF(features) __attribute__((target("sse2" features(QZSTRING_JOIN_FEATURE))))
 
-// A function that tells whether the processor has them all.
 #define QZSTRING_REQUIRE_FEATURE(name) \
     if (!__builtin_cpu_supports(name)) \
         return false;
+// A function that tells whether the processor has them all.
 #define QZSTRING_DEFINE_USABLE(features)                \
     bool usable() {                                     \
         __builtin_cpu_init();                           \

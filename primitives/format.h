@@ -12,9 +12,9 @@
 // Raises std::bad_alloc where the platform's formatter runs out of memory. Output that is formatted, or does
 // not fit, leaves errno as it was.
 //
-// Complexity: one pass over the output, ten times slower behind what is tried on the stack: 64 KiB, or 4 KiB
-// where the thread has no room for that. Wide output that does not fit there takes a second pass, and memory
-// for all of it.
+// Complexity: one pass over the output. Uses up to 64 KiB of stack, 4 where the thread has no room for that;
+// it asks once in each thread, which may take memory. What fits neither that nor the buffer is formatted ten
+// times slower, and wide output takes a second pass then, and memory for all of it.
 #ifndef QZSTRING_PRIMITIVES_FORMAT_H
 #define QZSTRING_PRIMITIVES_FORMAT_H
 

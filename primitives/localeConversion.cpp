@@ -109,9 +109,9 @@ bool copyAsciiRun(const Element* text, std::size_t length, std::size_t& at, Outp
     return true;
 }
 
-// Where ASCII means itself and no character takes two bytes, every byte is one, whatever is before it. Up to
-// this many are converted at a time, from so many on as take less time than one by one. The functions return
-// how many they have converted, at most up to a NUL; 0 where they cannot.
+// Where ASCII means itself and MB_CUR_MAX is 1, a byte's meaning does not depend on those before it. Up to
+// kPiece characters are converted at a time; fewer than kWorthAPiece go one by one, which is faster. The
+// functions return how many they have converted, at most up to a NUL; 0 where they cannot.
 constexpr std::size_t kPiece = 256;
 constexpr std::size_t kWorthAPiece = 8;
 

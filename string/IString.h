@@ -53,17 +53,18 @@ class QZSTRING_EXPORT IString {
     // negative count otherwise raises std::length_error.
     IString(const wchar_t* s, int count);
     // Wide text has no encoding, and that is no count.
-    template <class Wide, class = std::enable_if_t<std::is_same_v<Wide, wchar_t>>>
-    IString(const Wide* s, Encoding encoding) = delete;
+    template <class Wide, class = std::enable_if_t<std::is_convertible_v<const Wide&, const wchar_t*> &&
+                                                   !std::is_null_pointer_v<Wide>>>
+    IString(const Wide& s, Encoding encoding) = delete;
     explicit IString(wchar_t c);
     IString(unsigned int count, wchar_t c);
 
     // Copies carry the cache along. Copy assignment succeeds or leaves the string as it was, and reuses its
-    // storage. A string moved from, be it to itself, is empty.
+    // storage. A string moved from is empty, its cache invalid; one moved to itself stays.
     IString(const IString& other) = default;
-    IString(IString&& other) noexcept = default;
+    IString(IString&& other) noexcept;
     IString& operator=(const IString& other);
-    IString& operator=(IString&& other) noexcept = default;
+    IString& operator=(IString&& other) noexcept;
     ~IString() = default;
     IString& assign(const IString& other);
     IString& assign(const wchar_t* s);
@@ -160,7 +161,7 @@ class QZSTRING_EXPORT IString {
     // Every occurrence of `pattern`, from left to right and without overlap, or the first one only; inserted
     // text is not searched again. Linear in the text. Where the text grows, replacing every occurrence takes
     // up to twelve bytes each for their places, besides new storage where there is no room. Should memory
-    // run out, they are replaced one at a time, and what was replaced before it does so for good stays.
+    // run out, they are replaced one at a time; if even that fails, the replacements made so far stay.
     // Either argument may be this string.
     IString& replace(const IString& pattern, const IString& replacement);
     IString& replaceFirst(const IString& pattern, const IString& replacement);

@@ -1,8 +1,8 @@
 // Search for the characters of a set. Internal, not installed.
 //
-// Positions and lengths count characters; nothing is allocated. Short text, and the beginning of longer text,
-// is compared with every member of a small set. Most of the rest is told from the members by a filter of 512
-// bits; what that lets pass and is not below 256 is looked up among the members.
+// Positions and lengths count characters; nothing is allocated. Text near where the search begins, all of a
+// short one if the set is small, is compared with every member. Most of the rest is told from the members by
+// a filter of 512 bits; what that lets pass and is not below 256 is looked up among the members.
 #ifndef QZSTRING_STRING_CHARACTERSET_H
 #define QZSTRING_STRING_CHARACTERSET_H
 

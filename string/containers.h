@@ -7,7 +7,7 @@
 // All are transparent: they take either class, a standard string or view of the same character type, or a
 // pointer to NUL-terminated text (null stands for empty text), and compare narrow with narrow, wide with
 // wide. None allocates or raises anything. (The hashes do not say so by noexcept: libstdc++ then keeps every
-// element's hash, and neither hashes nor compares its neighbours when it looks one up.)
+// element's hash, and neither hashes nor compares the other elements of a bucket when it looks one up.)
 //
 // - Hash, Equal, Less: by exact elements; Less is the order of compare(), Hash the value of hashfunction().
 // - HashNoCase, EqualNoCase, LessNoCase: by lower-case forms; LessNoCase is the order of compareNoCase().

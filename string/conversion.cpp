@@ -9,8 +9,8 @@
 #include <string>
 #include <utility>
 
-#include "string/IString.h"
 #include "common/scratch.h"
+#include "string/IString.h"
 #include "string/view.h"
 
 namespace qzString {
@@ -102,8 +102,8 @@ struct Decoder {
     }
 };
 
-// What `convert` makes of a text of which its size says that it decodes, or false or empty. The flag is false
-// where it does not, and should memory run out; else the converter sets it.
+// What `convert` makes of the text; false or empty text where the size query fails. The flag is false there,
+// and where memory runs out; otherwise the converter sets it.
 template <class Result, class Convert>
 Result decodeBy(Convert convert, const char* s, std::size_t length, Encoding encoding, bool* ok) {
     report(ok, false);
@@ -128,8 +128,8 @@ bool isWithin(const std::wstring& target, const char* s, std::size_t length) {
     return std::less<>()(s, end) && std::less<>()(begin, s + length);
 }
 
-// Makes `target` the text of a decoder, or false or empty; what it held may be lost. Long text is decoded
-// where it is to stay.
+// Decodes into `target`, long text where it is to stay. Returns false, or leaves it empty, where the text
+// does not convert; the old text may be lost.
 bool overwriteByDecoded(std::wstring& target, unsigned int needed, const Decoder& decoder) {
     if (needed <= kShort)
         return replaceByConverted(target, needed, kWideOnStack, decoder);

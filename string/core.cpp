@@ -31,8 +31,8 @@ bool isRangeWithin(unsigned int length, unsigned int pos, unsigned int count) {
     return pos < length && (count == CString::npos || count <= length);
 }
 
-// Makes room for so many elements in both strings, of which the cache lacks it, or in neither should memory
-// run out. What they held is lost where they had no room.
+// Makes room for the given number of elements in both strings, of which the cache lacks it. Where memory runs
+// out, both stay as they were; else the cache is emptied, and so is the text where it had no room.
 void makeRoom(std::wstring& text, std::size_t characters, std::string& cache, std::size_t bytes) {
     std::string cacheRoom;
     cacheRoom.reserve(bytes);
@@ -89,8 +89,29 @@ IString::IString(wchar_t c) : wideText(1, c) {}
 
 IString::IString(unsigned int count, wchar_t c) : wideText(count, c) {}
 
+IString::IString(IString&& other) noexcept
+    : wideText(std::move(other.wideText)),
+      multibyteCache(std::move(other.multibyteCache)),
+      cacheEncoding(other.cacheEncoding) {
+    other.wideText.clear();
+    other.multibyteCache.clear();
+    other.changed();
+}
+
 IString& IString::operator=(const IString& other) {
     return assign(other);
+}
+
+IString& IString::operator=(IString&& other) noexcept {
+    if (this != &other) {
+        wideText = std::move(other.wideText);
+        multibyteCache = std::move(other.multibyteCache);
+        cacheEncoding = other.cacheEncoding;
+        other.wideText.clear();
+        other.multibyteCache.clear();
+        other.changed();
+    }
+    return *this;
 }
 
 // Only the first copy can fail, so that text and cache never part: by then the cache has room.

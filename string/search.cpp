@@ -50,8 +50,8 @@ unsigned rank(wchar_t c) {
     return value < 0x80 ? kRanks.of[value] : value < 0x100 ? kUncommon : kOtherCharacter;
 }
 
-// Of the first elements of the needle, which has at least two: a match is often near, and to look at more
-// takes longer than to come there.
+// Of the first elements of the needle, which has at least two: a match is often near, and looking at more
+// would take longer than reaching it.
 template <class Char>
 Anchors chooseAnchors(const Char* needle, std::size_t length) {
     constexpr std::size_t kLooksAt = 8;

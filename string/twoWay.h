@@ -87,9 +87,9 @@ std::size_t twoWay(Reader text, std::size_t length, Reader needle, std::size_t n
             --i;
         if (i == 0)
             return at;
-        // What matched need not be remembered, as it is in a search for all places: split is below the period,
-        // so that the left part of a periodic needle matches at the next place, and nothing is read twice in
-        // vain.
+        // What matched need not be remembered. In a periodic needle split is below the period, so that the
+        // left part matches at the next place. Where the right part then does not, both shifts together are
+        // above half the needle, for less than twice its length in comparisons.
         at += period;
     }
     return kNotFound;

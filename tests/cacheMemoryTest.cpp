@@ -163,6 +163,11 @@ TEST_F(Cache, SurvivesFailingAllocations) {
                             EXPECT_STREQ(s.asMultibyte(kMultibyte), "abc");
                         });
     failEveryAllocation([] { return 0; }, [&](int) { const IString copy(source); }, [](int) {});
+    IString target;
+    target = source;
+    const long before = Allocations::count();
+    target = source;
+    EXPECT_EQ(Allocations::count(), before);
 
     void (*const changes[])(IString&, const IString&) = {
         [](IString& s, const IString& x) { s.append(x); },

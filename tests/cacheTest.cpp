@@ -1,5 +1,6 @@
 // The multibyte cache, row by row: what conversions make of text, cache and flag.
 #include <functional>
+#include <sstream>
 
 #include "recordingConverters.h"
 
@@ -28,6 +29,15 @@ const Decoding kDecodings[] = {
          target.asMultibyte(e == kUTF8 ? kMultibyte : kUTF8);
          Converters::now().calls.clear();
          return target.assign(s, e, ok);
+     }},
+    {"assign, with room",
+     [](const char* s, Encoding e, bool* ok) {
+         IString target(L"old");
+         target.reserve(2000);
+         const wchar_t* const storage = target.asWChar();
+         target.assign(s, e, ok);
+         EXPECT_EQ(target.asWChar(), storage);
+         return target;
      }},
 };
 
@@ -295,6 +305,14 @@ TEST_F(Cache, NoEncodingIsNeverAHit) {
     s.append(L'd');
     EXPECT_STREQ(s.asMultibyte(qzString::kNoEncoding), "abcd");
     EXPECT_FALSE(isValid(s, kUTF8));
+}
+
+TEST_F(Cache, IsWrittenToStreams) {
+    const IString s = cached(kUTF8);
+    std::ostringstream out;
+    out << s;
+    EXPECT_EQ(out.str(), "abc");
+    EXPECT_EQ(takeCalls(), 0U);
 }
 
 TEST_F(Cache, CopiesTheForm) {

@@ -76,6 +76,11 @@ TYPED_TEST(Core, CopiesMovesAndAssigns) {
     EXPECT_EQ(&copy.assign(copy), &copy);
     EXPECT_EQ(&(copy = std::as_const(copy)), &copy);
     EXPECT_EQ(value(copy), value(original));
+    if constexpr (std::is_same_v<String, IString>) {  // of a CString as the standard string has it
+        String& itself = copy;
+        copy = std::move(itself);
+        EXPECT_EQ(value(copy), value(original));
+    }
 
     String moved(std::move(copy));
     EXPECT_EQ(value(moved), value(original));

@@ -17,6 +17,7 @@ class Interop : public ::testing::Test {};
 TYPED_TEST_SUITE(Interop, BothClasses);
 
 TYPED_TEST(Interop, KeysContainers) {
+    static_assert(!noexcept(qzString::Hash()(TypeParam())));  // or libstdc++ keeps no hashes
     std::unordered_map<TypeParam, int, qzString::Hash, qzString::Equal> exact;
     std::unordered_map<TypeParam, int, qzString::HashNoCase, qzString::EqualNoCase> folded;
     std::map<TypeParam, int, qzString::Less> ordered;

@@ -149,6 +149,7 @@ TEST_F(Locale, ConvertsInEveryCodeSet) {
             many += c.bytes;
             wideMany += c.text;
         }
+        expectBothWays(many, wideMany);
         expectBothWays(many + '\0' + many + '\0', wideMany + L'\0' + wideMany + L'\0');
         for (const std::string& bad : c.noText) {
             for (const std::string& before : {std::string(), c.bytes, run, many})

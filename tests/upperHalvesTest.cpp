@@ -9,7 +9,6 @@
 #include <cstdint>
 
 #include "everyKernel.h"
-
 #include "support.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// Takes every public function once: what a shared library does not export fails to link.
+// Takes every free function once: what a shared library does not export fails to link.
 #include <cstdarg>
 #include <cstdio>
 #include <cwchar>
