@@ -17,7 +17,7 @@ namespace qzString::kernels::avx512 {
 
 // Where the lower-case forms of two vectors, which stand at `textA` and `textB`, differ; the first such place
 // is always right, those behind it may differ in case only. In ASCII letters, bit 5 does not count.
-// `onlyCase`: whether characters have differed in case only; kept from vector to vector.
+// `hasDiffered`: whether a vector before had a pair that is not equal as it stands; kept from one to the next.
 QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const char*, const char*, bool&) {
     const __m512i difference = _mm512_xor_si512(a, b);
     const __m512i fromFirst =
@@ -29,7 +29,7 @@ QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const char*, con
 }
 
 QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const wchar_t* textA, const wchar_t* textB,
-                                          bool& onlyCase) {
+                                          bool& hasDiffered) {
     const __m512i difference = _mm512_xor_si512(a, b);
     const __m512i fromFirst =
         _mm512_sub_epi32(_mm512_or_si512(a, _mm512_set1_epi32(0x20)), _mm512_set1_epi32('a'));
@@ -38,19 +38,25 @@ QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const wchar_t* t
         difference, _mm512_mask_mov_epi32(_mm512_set1_epi32(-1), letters, _mm512_set1_epi32(~0x20)));
     if (differ == 0)
         return 0;
-    // The first pair tells what texts are: mostly different there, or the same in another case throughout.
+    // The first such pair tells what texts are: mostly different there, or the same in another case throughout.
+    // It is looked up unless it is 32 apart, as most pairs of letters are.
     const std::size_t first = _tzcnt_u32(differ);
-    if (!onlyCase && portable::foldCharacter(textA[first]) != portable::foldCharacter(textB[first]))
-        return differ;
-    onlyCase = true;
+    if (!hasDiffered) {
+        const auto apart =
+            static_cast<std::uint32_t>(textA[first]) - static_cast<std::uint32_t>(textB[first]);
+        if (((apart + 32) & ~64U) != 0 &&
+            portable::foldCharacter(textA[first]) != portable::foldCharacter(textB[first]))
+            return differ;
+        hasDiffered = true;
+    }
     // The first character is at hand sooner than the first that differs.
     Mapping<portable::Lower, wchar_t> map(isAscii(*textA) ? textA[first] : *textA);
     return _mm512_mask_cmpneq_epi32_mask(differ, map.mapAtHand(a), map.mapAtHand(b));
 }
 
 template <class Char>
-QZSTRING_KERNEL std::uint64_t differencesAt(const Char* a, const Char* b, bool& onlyCase) {
-    return differences(_mm512_loadu_si512(a), _mm512_loadu_si512(b), a, b, onlyCase);
+QZSTRING_KERNEL std::uint64_t differencesAt(const Char* a, const Char* b, bool& hasDiffered) {
+    return differences(_mm512_loadu_si512(a), _mm512_loadu_si512(b), a, b, hasDiffered);
 }
 
 // The same for up to 16 bytes, in small registers: they leave nothing to clean, which pays in a call of 2 ns.
@@ -80,19 +86,19 @@ QZSTRING_KERNEL int compareFrom(std::size_t at, const Char* a, std::size_t aCoun
                                 std::size_t bCount) {
     const std::size_t count = aCount < bCount ? aCount : bCount;
     std::uint64_t found = 0;
-    bool onlyCase = false;
+    bool hasDiffered = false;
     while (found == 0 && count - at > kElements<Char>) {
-        found = differencesAt(a + at, b + at, onlyCase);
+        found = differencesAt(a + at, b + at, hasDiffered);
         if (found == 0)
             at += kElements<Char>;
     }
     if (found == 0) {
         if (count > kElements<Char>) {
             at = count - kElements<Char>;
-            found = differencesAt(a + at, b + at, onlyCase);
+            found = differencesAt(a + at, b + at, hasDiffered);
         } else {
             found = differences(loadShort(a, count * sizeof(Char)), loadShort(b, count * sizeof(Char)), a, b,
-                                onlyCase);
+                                hasDiffered);
         }
     }
     _mm256_zeroupper();
@@ -106,10 +112,11 @@ QZSTRING_TARGET QZSTRING_NOINLINE int compareLong(const Char* a, std::size_t aCo
     constexpr std::size_t kAhead = portable::kPrefetched / sizeof(Char);
     const std::size_t count = aCount < bCount ? aCount : bCount;
     std::size_t at = 0;
-    bool onlyCase = false;
-    if (differencesAt(a, b, onlyCase) == 0) {
+    bool hasDiffered = false;
+    if (differencesAt(a, b, hasDiffered) == 0) {
         at = kElements<Char> - reinterpret_cast<std::uintptr_t>(a) / sizeof(Char) % kElements<Char>;
-        for (; count - at > kAhead && differencesAt(a + at, b + at, onlyCase) == 0; at += kElements<Char>) {
+        for (; count - at > kAhead && differencesAt(a + at, b + at, hasDiffered) == 0;
+             at += kElements<Char>) {
             _mm_prefetch(reinterpret_cast<const char*>(a + at + kAhead), _MM_HINT_T0);
             _mm_prefetch(reinterpret_cast<const char*>(b + at + kAhead), _MM_HINT_T0);
         }
