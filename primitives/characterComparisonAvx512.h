@@ -17,7 +17,7 @@ namespace qzString::kernels::avx512 {
 
 // Where the lower-case forms of two vectors, which stand at `textA` and `textB`, differ; the first such place
 // is always right, those behind it may differ in case only. In ASCII letters, bit 5 does not count.
-// `hasDiffered`: whether a vector before had a pair that is not equal as it stands; kept from one to the next.
+// `hasDiffered`: whether a vector before had a pair that is not equal as it stands.
 QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const char*, const char*, bool&) {
     const __m512i difference = _mm512_xor_si512(a, b);
     const __m512i fromFirst =
@@ -38,8 +38,8 @@ QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const wchar_t* t
         difference, _mm512_mask_mov_epi32(_mm512_set1_epi32(-1), letters, _mm512_set1_epi32(~0x20)));
     if (differ == 0)
         return 0;
-    // The first such pair tells what texts are: mostly different there, or the same in another case throughout.
-    // It is looked up unless it is 32 apart, as most pairs of letters are.
+    // The first such pair tells what texts are: mostly different there, or the same in another case
+    // throughout. It is looked up unless it is 32 apart, as most pairs of letters are.
     const std::size_t first = _tzcnt_u32(differ);
     if (!hasDiffered) {
         const auto apart =
