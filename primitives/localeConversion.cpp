@@ -128,13 +128,14 @@ std::size_t encodePiece(const wchar_t* source, std::size_t length, char (&piece)
     return count == wanted ? count : 0;  // fewer where some are dropped
 }
 
-// Converts a piece from `at` on, and goes on behind it; of code sets in which characters take more bytes
-// nothing. Returns false where there is no room.
+// Converts a piece from `at` on, and goes on behind it; `takesPieces` says whether that can be, as it cannot in
+// code sets in which characters take more bytes. Returns false where there is no room.
 template <class From, class To, class Output>
-bool convertPiece(const From* text, std::size_t length, std::size_t& at, Output& output,
+bool convertPiece(const From* text, std::size_t length, std::size_t& at, Output& output, bool& takesPieces,
                   std::size_t (*convert)(const From*, std::size_t, To (&)[kPiece])) {
     To piece[kPiece];
     const std::size_t count = MB_CUR_MAX == 1 ? convert(text + at, length - at, piece) : 0;
+    takesPieces = count > 0;
     if (!output.hasRoom(count))
         return false;
     output.putRun(piece, count);
@@ -179,10 +180,8 @@ bool decodeInto(const char* source, std::size_t length, Output& output) {
                 return true;
         }
         if (takesPieces && length - at >= kWorthAPiece) {
-            const std::size_t before = at;
-            if (!convertPiece(source, length, at, output, decodePiece))
+            if (!convertPiece(source, length, at, output, takesPieces, decodePiece))
                 return false;
-            takesPieces = at > before;
             continue;
         }
         // Past the end a NUL draws out what the state still holds.
@@ -235,10 +234,8 @@ bool encodeInto(const wchar_t* source, std::size_t length, Output& output) {
                 return true;
         }
         if (takesPieces && length - at >= kWorthAPiece) {
-            const std::size_t before = at;
-            if (!convertPiece(source, length, at, output, encodePiece))
+            if (!convertPiece(source, length, at, output, takesPieces, encodePiece))
                 return false;
-            takesPieces = at > before;
             continue;
         }
         // Past the end a NUL, itself dropped, brings out what the state still holds.
