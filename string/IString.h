@@ -161,8 +161,8 @@ class QZSTRING_EXPORT IString {
     // Every occurrence of `pattern`, from left to right and without overlap, or the first one only; inserted
     // text is not searched again. Linear in the text. Where the text grows, replacing every occurrence takes
     // up to twelve bytes each for their places, besides new storage where there is no room. Should memory
-    // run out, they are replaced one at a time; if even that fails, the replacements made so far stay.
-    // Either argument may be this string.
+    // run out, they are replaced one at a time, what is behind moving each time; if even that fails, the
+    // replacements made so far stay. Either argument may be this string.
     IString& replace(const IString& pattern, const IString& replacement);
     IString& replaceFirst(const IString& pattern, const IString& replacement);
     // Every occurrence of a character; the cache becomes invalid even where both are equal. Narrow ones are
