@@ -128,8 +128,8 @@ std::size_t encodePiece(const wchar_t* source, std::size_t length, char (&piece)
     return count == wanted ? count : 0;  // fewer where some are dropped
 }
 
-// Converts a piece from `at` on, and goes on behind it; `takesPieces` then says whether it could, as it cannot
-// in code sets in which characters take more bytes. Returns false where there is no room.
+// Converts a piece from `at` on, and goes on behind it; `takesPieces` then says whether it could, as it
+// cannot in code sets in which characters take more bytes. Returns false where there is no room.
 template <class From, class To, class Output>
 bool convertPiece(const From* text, std::size_t length, std::size_t& at, Output& output, bool& takesPieces,
                   std::size_t (*convert)(const From*, std::size_t, To (&)[kPiece])) {
