@@ -138,10 +138,10 @@ QZSTRING_KERNEL __mmask64 kept(__mmask64 constant) {
 }
 
 // A constant of 64 bits in every lane, from memory, which takes a load and no shuffle.
-template <std::uint64_t kValue>
-QZSTRING_KERNEL __m512i everywhere() {
+template <std::uint64_t kValue, class Vector = __m512i>
+QZSTRING_KERNEL Vector everywhere() {
     static constexpr std::uint64_t value = kValue;
-    __m512i lanes;
+    Vector lanes;
     asm("vpbroadcastq %1, %0" : "=v"(lanes) : "m"(value));
     return lanes;
 }

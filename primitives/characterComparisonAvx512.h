@@ -59,15 +59,32 @@ QZSTRING_KERNEL std::uint64_t differencesAt(const Char* a, const Char* b, bool& 
     return differences(_mm512_loadu_si512(a), _mm512_loadu_si512(b), a, b, hasDiffered);
 }
 
-// The same for up to 16 bytes, in small registers: they leave nothing to clean, which pays in a call of 2 ns.
+// The same for up to 32 bytes. Up to 16 are loaded as 16: what stands behind a short string is often the
+// length of the next, just written, and a wider load would wait for it.
 QZSTRING_KERNEL std::uint64_t shortDifferences(const char* a, const char* b, std::size_t count) {
-    const __mmask16 lanes = lowLanes(count);
-    const __m128i first = _mm_maskz_loadu_epi8(lanes, a);
-    const __m128i difference = _mm_xor_si128(first, _mm_maskz_loadu_epi8(lanes, b));
-    const __m128i fromFirst = _mm_sub_epi8(_mm_or_si128(first, _mm_set1_epi8(0x20)), _mm_set1_epi8('a'));
-    const __mmask16 letters = _mm_cmplt_epu8_mask(fromFirst, _mm_set1_epi8(26));
-    return _mm_test_epi8_mask(difference,
-                              _mm_mask_mov_epi8(_mm_set1_epi8(-1), letters, _mm_set1_epi8(~0x20)));
+    if (count <= 16) {
+        const __mmask16 lanes = lowLanes(count);
+        const __m128i first = _mm_maskz_loadu_epi8(lanes, a);
+        const __m128i difference = _mm_xor_si128(first, _mm_maskz_loadu_epi8(lanes, b));
+        const __m128i fromFirst = _mm_sub_epi8(_mm_or_si128(first, everywhere<repeat8(0x20), __m128i>()),
+                                               everywhere<repeat8('a'), __m128i>());
+        const __mmask16 letters = _mm_cmplt_epu8_mask(fromFirst, everywhere<repeat8(26), __m128i>());
+        const __m128i inAny = everywhere<repeat8(0xFF), __m128i>();
+        const __m128i inLetters = everywhere<repeat8(0xDF), __m128i>();
+        return _mm_test_epi8_mask(difference, _mm_mask_mov_epi8(inAny, letters, inLetters));
+    }
+    const __mmask32 lanes = static_cast<__mmask32>(lowBits(count));
+    const __m256i first = _mm256_maskz_loadu_epi8(lanes, a);
+    const __m256i difference = _mm256_xor_si256(first, _mm256_maskz_loadu_epi8(lanes, b));
+    const __m256i fromFirst = _mm256_sub_epi8(_mm256_or_si256(first, everywhere<repeat8(0x20), __m256i>()),
+                                              everywhere<repeat8('a'), __m256i>());
+    const __mmask32 letters = _mm256_cmplt_epu8_mask(fromFirst, everywhere<repeat8(26), __m256i>());
+    const __m256i inAny = everywhere<repeat8(0xFF), __m256i>();
+    const __m256i inLetters = everywhere<repeat8(0xDF), __m256i>();
+    const std::uint64_t found =
+        _mm256_test_epi8_mask(difference, _mm256_mask_mov_epi8(inAny, letters, inLetters));
+    _mm256_zeroupper();
+    return found;
 }
 
 // The order of texts at the first of the places found to differ, from `at` on, or by their lengths.
@@ -80,7 +97,7 @@ QZSTRING_KERNEL int orderAt(std::size_t at, std::uint64_t found, const Char* a, 
     return portable::compareFolded(a + at, b + at);
 }
 
-// Texts equal up to `at`; narrow ones have more than 16 bytes in common.
+// Texts equal up to `at`; narrow ones have more than 32 bytes in common.
 template <class Char>
 QZSTRING_KERNEL int compareFrom(std::size_t at, const Char* a, std::size_t aCount, const Char* b,
                                 std::size_t bCount) {
@@ -128,7 +145,7 @@ template <class Char>
 QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char* b,
                                   std::size_t bCount) noexcept {
     const std::size_t count = aCount < bCount ? aCount : bCount;
-    if (sizeof(Char) == 1 && count <= 16) {
+    if (sizeof(Char) == 1 && count <= 32) {
         const std::uint64_t found =
             shortDifferences(reinterpret_cast<const char*>(a), reinterpret_cast<const char*>(b), count);
         return orderAt(0, found, a, aCount, b, bCount);
