@@ -35,11 +35,10 @@ QZSTRING_KERNEL std::uint32_t topBits(__m256i bytes) {
 
 // A constant in every lane, from memory whenever it is used: a load, where the compiler would go through a
 // general register and the port that the shuffles need.
-template <std::uint32_t kValue>
-QZSTRING_KERNEL __m256i lanesOf() {
-    static constexpr std::uint32_t value = kValue;
-    __m256i lanes;
-    asm("vpbroadcastd %1, %0" : "=x"(lanes) : "m"(value));
+template <std::uint32_t kValue, class Vector = __m256i>
+QZSTRING_KERNEL Vector lanesOf() {
+    Vector lanes;
+    asm("vpbroadcastd %1, %0" : "=x"(lanes) : "m"(kInMemory<std::uint32_t, kValue>));
     return lanes;
 }
 template <std::uint16_t kValue>

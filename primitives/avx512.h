@@ -140,9 +140,8 @@ QZSTRING_KERNEL __mmask64 kept(__mmask64 constant) {
 // A constant of 64 bits in every lane, from memory, which takes a load and no shuffle.
 template <std::uint64_t kValue, class Vector = __m512i>
 QZSTRING_KERNEL Vector everywhere() {
-    static constexpr std::uint64_t value = kValue;
     Vector lanes;
-    asm("vpbroadcastq %1, %0" : "=v"(lanes) : "m"(value));
+    asm("vpbroadcastq %1, %0" : "=v"(lanes) : "m"(kInMemory<std::uint64_t, kValue>));
     return lanes;
 }
 

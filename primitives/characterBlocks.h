@@ -38,14 +38,11 @@ QZSTRING_KERNEL bool isAsciiShort(const char* text, std::size_t bytes) {
     return bytes == 0 || ((text[0] | text[bytes / 2] | text[bytes - 1]) & 0x80) == 0;
 }
 
+// A vector at least.
 template <class Platform, class Char>
-QZSTRING_KERNEL bool isAsciiRun(const Char* characters, std::size_t count) {
+QZSTRING_KERNEL bool isAsciiLong(const char* text, std::size_t bytes) {
     constexpr std::size_t kBytes = Platform::kBytes;
     using Whole = Vector<Char, kBytes>;
-    const auto* const text = reinterpret_cast<const char*>(characters);
-    const std::size_t bytes = count * sizeof(Char);
-    if (bytes < kBytes)
-        return isAsciiShort<Platform, Char>(text, bytes);
     std::size_t at = 0;
     for (; bytes - at >= 4 * kBytes; at += 4 * kBytes) {
         const Whole two = load<Whole>(text + at) | load<Whole>(text + at + kBytes);
@@ -61,7 +58,10 @@ QZSTRING_KERNEL bool isAsciiRun(const Char* characters, std::size_t count) {
 
 template <class Platform, class Char>
 QZSTRING_TARGET bool isAscii(const Char* text, std::size_t count) noexcept {
-    const bool ascii = isAsciiRun<Platform>(text, count);
+    const auto* const bytes = reinterpret_cast<const char*>(text);
+    if (count * sizeof(Char) < Platform::kBytes)
+        return isAsciiShort<Platform, Char>(bytes, count * sizeof(Char));
+    const bool ascii = isAsciiLong<Platform, Char>(bytes, count * sizeof(Char));
     Platform::leave();
     return ascii;
 }
@@ -71,8 +71,7 @@ QZSTRING_TARGET bool isAscii(const Char* text, std::size_t count) noexcept {
 // The bits in which the mapped characters differ from these.
 template <class Case, class Char, std::size_t kBytes>
 QZSTRING_KERNEL Vector<Char, kBytes> changes(Vector<Char, kBytes> characters) {
-    using Element = std::make_unsigned_t<Char>;
-    return caseBits<Char, kBytes>(characters - static_cast<Element>(Case::kFirstLetter));
+    return caseBits<Char, kBytes, Case::kFirstLetter>(characters);
 }
 
 template <class Platform, class Case, class Word>
@@ -107,13 +106,12 @@ QZSTRING_KERNEL void mapShort(char* text, std::size_t count) {
     }
 }
 
-// The last vector is loaded before the one that it overlaps is stored, or it would wait for that.
+// Of narrow text a vector at least. The last one is loaded before the one that it overlaps is stored, or it
+// would wait for that.
 template <class Platform, class Case>
-QZSTRING_KERNEL void mapRun(char* text, std::size_t count) {
+QZSTRING_KERNEL void mapLong(char* text, std::size_t count) {
     constexpr std::size_t kBytes = Platform::kBytes;
     using Whole = Vector<char, kBytes>;
-    if (count < kBytes)
-        return mapShort<Platform, Case>(text, count);
     char* const last = text + count - kBytes;
     const auto end = load<Whole>(last);
     for (; text < last; text += kBytes) {
@@ -126,7 +124,7 @@ QZSTRING_KERNEL void mapRun(char* text, std::size_t count) {
 }
 
 template <class Platform, class Case>
-QZSTRING_KERNEL void mapRun(wchar_t* text, std::size_t count) {
+QZSTRING_KERNEL void mapLong(wchar_t* text, std::size_t count) {
     constexpr std::size_t kLength = Platform::kBytes / sizeof(wchar_t);
     using Whole = Vector<wchar_t, Platform::kBytes>;
     std::size_t at = portable::mapBlocks<Case>(text, count);
@@ -142,7 +140,11 @@ QZSTRING_KERNEL void mapRun(wchar_t* text, std::size_t count) {
 
 template <class Platform, class Case, class Char>
 QZSTRING_TARGET void toCase(Char* text, std::size_t count) noexcept {
-    mapRun<Platform, Case>(text, count);
+    if constexpr (sizeof(Char) == 1) {
+        if (count < Platform::kBytes)
+            return mapShort<Platform, Case>(text, count);
+    }
+    mapLong<Platform, Case>(text, count);
     Platform::leave();
 }
 

@@ -68,7 +68,8 @@ QZSTRING_KERNEL std::uint64_t shortDifferences(const char* a, const char* b, std
         const __m128i difference = _mm_xor_si128(first, _mm_maskz_loadu_epi8(lanes, b));
         const __m128i fromFirst = _mm_sub_epi8(_mm_or_si128(first, everywhere<repeat8(0x20), __m128i>()),
                                                everywhere<repeat8('a'), __m128i>());
-        const __mmask16 letters = _mm_cmplt_epu8_mask(fromFirst, everywhere<repeat8(26), __m128i>());
+        const __m128i letterCount = everywhere<repeat8(26), __m128i>();
+        const __mmask16 letters = _mm_cmplt_epu8_mask(fromFirst, letterCount);
         const __m128i inAny = everywhere<repeat8(0xFF), __m128i>();
         const __m128i inLetters = everywhere<repeat8(0xDF), __m128i>();
         return _mm_test_epi8_mask(difference, _mm_mask_mov_epi8(inAny, letters, inLetters));
@@ -78,7 +79,8 @@ QZSTRING_KERNEL std::uint64_t shortDifferences(const char* a, const char* b, std
     const __m256i difference = _mm256_xor_si256(first, _mm256_maskz_loadu_epi8(lanes, b));
     const __m256i fromFirst = _mm256_sub_epi8(_mm256_or_si256(first, everywhere<repeat8(0x20), __m256i>()),
                                               everywhere<repeat8('a'), __m256i>());
-    const __mmask32 letters = _mm256_cmplt_epu8_mask(fromFirst, everywhere<repeat8(26), __m256i>());
+    const __m256i letterCount = everywhere<repeat8(26), __m256i>();
+    const __mmask32 letters = _mm256_cmplt_epu8_mask(fromFirst, letterCount);
     const __m256i inAny = everywhere<repeat8(0xFF), __m256i>();
     const __m256i inLetters = everywhere<repeat8(0xDF), __m256i>();
     const std::uint64_t found =

@@ -9,7 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <type_traits>
+#include <initializer_list>
 
 #include "primitives/characterPortable.h"
 #include "primitives/characterVectors.h"
@@ -20,9 +20,7 @@ namespace qzString::kernels::characters {
 // characters are equal in that sense.
 template <class Char, std::size_t kBytes>
 QZSTRING_KERNEL Vector<Char, kBytes> differenceOf(Vector<Char, kBytes> a, Vector<Char, kBytes> b) {
-    using Element = std::make_unsigned_t<Char>;
-    const auto fromFirst = (a | static_cast<Element>(0x20)) - static_cast<Element>('a');
-    return (a ^ b) & ~caseBits<Char, kBytes>(fromFirst);
+    return (a ^ b) & ~caseBits<Char, kBytes, 'a'>(a | everywhere<Char, kBytes, 0x20>());
 }
 
 template <class Char, std::size_t kBytes>
@@ -97,30 +95,43 @@ QZSTRING_KERNEL std::size_t placeInShort(const Char* a, const Char* b, std::size
                             b, count);
 }
 
+// Whether anything differs in the two vectors from `at` on and the two up to `end`.
 template <class Platform, class Char>
-QZSTRING_KERNEL std::size_t placeOfDifference(const Char* a, const Char* b, std::size_t count) {
+QZSTRING_KERNEL bool anyInFour(const Char* a, const Char* b, std::size_t at, std::size_t end) {
     constexpr std::size_t kBytes = Platform::kBytes;
     constexpr std::size_t kLength = kBytes / sizeof(Char);
-    if (count < kLength)
-        return placeInShort<Platform>(a, b, count);
+    Vector<Char, kBytes> all{};
+    for (const std::size_t i : {at, at + kLength, end - 2 * kLength, end - kLength})
+        all |= differenceAt<Char, kBytes>(a + i, b + i);
+    return Platform::any(all);
+}
+
+// The same of at least one vector of characters.
+template <class Platform, class Char>
+QZSTRING_KERNEL std::size_t placeInLong(const Char* a, const Char* b, std::size_t count) {
+    constexpr std::size_t kBytes = Platform::kBytes;
+    constexpr std::size_t kLength = kBytes / sizeof(Char);
+    constexpr std::size_t kFour = 4 * kLength;
+    constexpr std::size_t kAhead = portable::kPrefetched / sizeof(Char);
     if (count <= 2 * kLength)
         return placeInTwo<Platform, kBytes>(a, b, count);
-    constexpr std::size_t kAhead = portable::kPrefetched / sizeof(Char);
     const bool isLong = count * sizeof(Char) >= portable::kBeyondFirstCache;
     std::size_t at = 0;
-    for (; count - at >= 4 * kLength; at += 4 * kLength) {
-        Vector<Char, kBytes> all{};
-        for (std::size_t i = 0; i < 4 * kLength; i += kLength)
-            all |= differenceAt<Char, kBytes>(a + at + i, b + at + i);
-        if (Platform::any(all))
-            break;
-        if (isLong && count - at >= kAhead + 4 * kLength) {
-            for (std::size_t i = kAhead; i < kAhead + 4 * kLength; i += 64 / sizeof(Char)) {
+    for (; count - at > kFour && !anyInFour<Platform>(a, b, at, at + kFour); at += kFour) {
+        if (isLong && count - at >= kAhead + kFour) {
+            for (std::size_t i = kAhead; i < kAhead + kFour; i += 64 / sizeof(Char)) {
                 __builtin_prefetch(a + at + i);
                 __builtin_prefetch(b + at + i);
             }
         }
     }
+    if (count - at <= 2 * kLength) {
+        const std::size_t last = count - 2 * kLength;
+        const std::size_t place = placeInTwo<Platform, kBytes>(a + last, b + last, 2 * kLength);
+        return place == kNowhere ? kNowhere : last + place;
+    }
+    if (count - at <= kFour && !anyInFour<Platform>(a, b, at, count))
+        return kNowhere;
     for (; count - at > kLength; at += kLength) {
         const std::size_t place = placeAt<Platform, kBytes>(at, a, b);
         if (place != kNowhere)
@@ -132,8 +143,12 @@ QZSTRING_KERNEL std::size_t placeOfDifference(const Char* a, const Char* b, std:
 template <class Platform, class Char>
 QZSTRING_TARGET int compareNoCase(const Char* a, std::size_t aCount, const Char* b,
                                   std::size_t bCount) noexcept {
-    const std::size_t place = placeOfDifference<Platform>(a, b, aCount < bCount ? aCount : bCount);
-    Platform::leave();
+    const std::size_t count = aCount < bCount ? aCount : bCount;
+    const bool isShort = count < Platform::kBytes / sizeof(Char);
+    const std::size_t place =
+        isShort ? placeInShort<Platform>(a, b, count) : placeInLong<Platform>(a, b, count);
+    if (!isShort)
+        Platform::leave();
     return place == kNowhere ? portable::compareLengths(aCount, bCount)
                              : portable::compareFolded(a + place, b + place);
 }

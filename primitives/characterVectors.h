@@ -9,7 +9,7 @@
 // functions, the first two of vectors of that size and of 16 bytes:
 //   bool any(vector)               whether any bit is set
 //   std::uint32_t places(vector)   a bit for every byte, of bytes that are zero or all ones
-//   void leave()                   before a kernel returns
+//   void leave()                   before a kernel returns that has used vectors of more than 16 bytes
 #ifndef QZSTRING_PRIMITIVES_CHARACTERVECTORS_H
 #define QZSTRING_PRIMITIVES_CHARACTERVECTORS_H
 
@@ -71,15 +71,24 @@ QZSTRING_KERNEL To loadThree(const void* text, std::size_t bytes) {
     return load<To>(&words);
 }
 
-// The bit that makes the case of ASCII letters, where elements are letters if their distance from the first
-// one says so. Compared as signed, which takes one instruction.
-template <class Char, std::size_t kBytes>
-QZSTRING_KERNEL Vector<Char, kBytes> caseBits(Vector<Char, kBytes> fromFirst) {
-    using Signed = std::make_signed_t<Char>;
-    constexpr auto kLeast = static_cast<std::make_unsigned_t<Char>>(std::numeric_limits<Signed>::min());
-    const auto moved = typename VectorOf<Signed, kBytes>::Type(fromFirst + kLeast);
-    const auto isLetter = moved < static_cast<Signed>(std::numeric_limits<Signed>::min() + 26);
-    return Vector<Char, kBytes>(isLetter) & static_cast<std::make_unsigned_t<Char>>(0x20);
+// A vector of this element.
+template <class Char, std::size_t kBytes, std::make_unsigned_t<Char> kValue>
+QZSTRING_KERNEL Vector<Char, kBytes> everywhere() {
+    constexpr std::uint32_t kOnes = sizeof(Char) == 1 ? 0x01010101 : sizeof(Char) == 2 ? 0x00010001 : 1;
+    return lanesOf<kOnes * kValue, Vector<Char, kBytes>>();
+}
+
+// The bit that makes the case of ASCII letters, where elements are those from kFirst on: moved to the lowest
+// values of signed elements, they take one comparison.
+template <class Char, std::size_t kBytes, char kFirst>
+QZSTRING_KERNEL Vector<Char, kBytes> caseBits(Vector<Char, kBytes> elements) {
+    using Element = std::make_unsigned_t<Char>;
+    using Signed = typename VectorOf<std::make_signed_t<Char>, kBytes>::Type;
+    constexpr auto kLowest = static_cast<Element>(std::numeric_limits<std::make_signed_t<Char>>::min());
+    const auto moved = elements + everywhere<Char, kBytes, static_cast<Element>(kLowest - kFirst)>();
+    const auto isLetter =
+        Signed(moved) < Signed(everywhere<Char, kBytes, static_cast<Element>(kLowest + 26)>());
+    return Vector<Char, kBytes>(isLetter) & everywhere<Char, kBytes, 0x20>();
 }
 
 }  // namespace qzString::kernels::characters

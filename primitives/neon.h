@@ -17,6 +17,12 @@ QZSTRING_KERNEL uint8x16_t load128(const void* at) {
     return vld1q_u8(static_cast<const unsigned char*>(at));
 }
 
+// A constant in every lane.
+template <std::uint32_t kValue, class Vector>
+QZSTRING_KERNEL Vector lanesOf() {
+    return Vector(vdupq_n_u32(kValue));
+}
+
 // The bits of 16 bytes that are all ones or all zeros each.
 QZSTRING_KERNEL std::uint32_t maskOf(uint8x16_t bytes) {
     const uint64x2_t places = vdupq_n_u64(0x8040201008040201);

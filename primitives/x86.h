@@ -23,6 +23,10 @@ QZSTRING_KERNEL static std::size_t leaveWith(std::size_t number) {
     return number;
 }
 
+// A constant that instructions read from memory. Internal linkage keeps its name out of the archive.
+template <class Word, Word kValue>
+static constexpr Word kInMemory = kValue;
+
 }  // namespace qzString::kernels
 
 #endif
