@@ -31,10 +31,10 @@ class Mapping<Case, char> {
     QZSTRING_KERNEL explicit Mapping(char) {}
 
     QZSTRING_KERNEL __m512i operator()(__m512i bytes) const {
-        const __m512i fromFirst = _mm512_sub_epi8(bytes, _mm512_set1_epi8(Case::kFirstLetter));
-        const __mmask64 letters = _mm512_cmplt_epu8_mask(fromFirst, _mm512_set1_epi8(26));
+        const __m512i fromFirst = _mm512_sub_epi8(bytes, everywhere<repeat8(Case::kFirstLetter)>());
+        const __mmask64 letters = _mm512_cmplt_epu8_mask(fromFirst, everywhere<repeat8(26)>());
         return _mm512_mask_add_epi8(bytes, letters, bytes,
-                                    _mm512_set1_epi8(Case::kFirstLetter == 'A' ? 32 : -32));
+                                    everywhere<repeat8(Case::kFirstLetter == 'A' ? 32 : 256 - 32)>());
     }
 };
 
