@@ -31,10 +31,29 @@ QZSTRING_KERNEL __mmask16 lowLanes(std::size_t count) {
     return static_cast<__mmask16>(_bzhi_u32(0xFFFF, static_cast<unsigned>(count)));
 }
 
+// A value of 8, 16 or 32 bits, repeated to fill 64.
+constexpr std::uint64_t repeat8(unsigned char byte) {
+    return 0x0101010101010101U * byte;
+}
+constexpr std::uint64_t repeat16(std::uint16_t unit) {
+    return 0x0001000100010001U * unit;
+}
+constexpr std::uint64_t repeat32(std::uint32_t lane) {
+    return 0x0000000100000001U * lane;
+}
+
+// A constant of 64 bits in every lane, from memory, which takes a load and no shuffle.
+template <std::uint64_t kValue, class Vector = __m512i>
+QZSTRING_KERNEL Vector everywhere() {
+    Vector lanes;
+    asm("vpbroadcastq %1, %0" : "=v"(lanes) : "m"(kInMemory<std::uint64_t, kValue>));
+    return lanes;
+}
+
 // Whether a vector has any of these bits in any lane of 32.
 template <int kBits>
 QZSTRING_KERNEL bool anyBits(__m512i vector) {
-    return _mm512_test_epi32_mask(vector, _mm512_set1_epi32(kBits)) != 0;
+    return _mm512_test_epi32_mask(vector, everywhere<repeat32(kBits)>()) != 0;
 }
 
 // The same for up to 64 bytes; up to 32 in 128-bit registers, which leave no upper halves in use. The second
@@ -44,14 +63,14 @@ QZSTRING_KERNEL bool anyBitsShort(const char* text, std::size_t bytes) {
     if (bytes > 32) {
         const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text));
         const __m256i last = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + bytes - 32));
-        return _mm256_test_epi32_mask(_mm256_or_si256(first, last), _mm256_set1_epi32(kBits)) != 0;
+        return _mm256_test_epi32_mask(_mm256_or_si256(first, last), everywhere<repeat32(kBits), __m256i>()) != 0;
     }
     if (bytes >= 16) {
         const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
         const __m128i last = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + bytes - 16));
-        return _mm_test_epi32_mask(_mm_or_si128(first, last), _mm_set1_epi32(kBits)) != 0;
+        return _mm_test_epi32_mask(_mm_or_si128(first, last), everywhere<repeat32(kBits), __m128i>()) != 0;
     }
-    return _mm_test_epi32_mask(_mm_maskz_loadu_epi8(lowLanes(bytes), text), _mm_set1_epi32(kBits)) != 0;
+    return _mm_test_epi32_mask(_mm_maskz_loadu_epi8(lowLanes(bytes), text), everywhere<repeat32(kBits), __m128i>()) != 0;
 }
 
 // The number of each place, to take from a vector what stands from one on.
@@ -135,25 +154,6 @@ QZSTRING_KERNEL __m512i kept(__m512i constant) {
 QZSTRING_KERNEL __mmask64 kept(__mmask64 constant) {
     asm("" : "+Yk"(constant));
     return constant;
-}
-
-// A constant of 64 bits in every lane, from memory, which takes a load and no shuffle.
-template <std::uint64_t kValue, class Vector = __m512i>
-QZSTRING_KERNEL Vector everywhere() {
-    Vector lanes;
-    asm("vpbroadcastq %1, %0" : "=v"(lanes) : "m"(kInMemory<std::uint64_t, kValue>));
-    return lanes;
-}
-
-// A value of 8, 16 or 32 bits, repeated to fill 64.
-constexpr std::uint64_t repeat8(unsigned char byte) {
-    return 0x0101010101010101U * byte;
-}
-constexpr std::uint64_t repeat16(std::uint16_t unit) {
-    return 0x0001000100010001U * unit;
-}
-constexpr std::uint64_t repeat32(std::uint32_t lane) {
-    return 0x0000000100000001U * lane;
 }
 
 }  // namespace qzString::kernels
