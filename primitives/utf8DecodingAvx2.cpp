@@ -38,8 +38,9 @@ QZSTRING_KERNEL __m256i nibbleTable(const unsigned char (&entries)[16]) {
     return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(entries)));
 }
 
-QZSTRING_KERNEL __m256i bytesOf(int value) {
-    return _mm256_set1_epi8(static_cast<char>(value));
+template <unsigned char kValue>
+QZSTRING_KERNEL __m256i bytesOf() {
+    return lanesOf<0x01010101U * kValue>();
 }
 
 // The constants of the loops. Their origin is hidden from the compiler, which would otherwise make them anew
@@ -57,15 +58,15 @@ struct DecodingConstants {
         : firstHigh(kept(nibbleTable(utf8::kFirstHigh))),
           firstLow(kept(nibbleTable(utf8::kFirstLow))),
           secondHigh(kept(nibbleTable(utf8::kSecondHigh))),
-          lowHalf(kept(bytesOf(0x0F))),
-          highHalf(kept(bytesOf(0xF0))),
-          third(kept(bytesOf(0xE0 - 0x80))),
-          fourth(kept(bytesOf(0xF0 - 0x80))),
-          topBit(kept(bytesOf(0x80))),
-          lastContinuation(kept(bytesOf(0xBF))),
-          highTwo(kept(bytesOf(0xC0))),
-          lowTwo(kept(bytesOf(0x03))),
-          middleThree(kept(bytesOf(0x1C))) {}
+          lowHalf(bytesOf<0x0F>()),
+          highHalf(bytesOf<0xF0>()),
+          third(bytesOf<0xE0 - 0x80>()),
+          fourth(bytesOf<0xF0 - 0x80>()),
+          topBit(bytesOf<0x80>()),
+          lastContinuation(bytesOf<0xBF>()),
+          highTwo(bytesOf<0xC0>()),
+          lowTwo(bytesOf<0x03>()),
+          middleThree(bytesOf<0x1C>()) {}
 };
 
 struct Views {
