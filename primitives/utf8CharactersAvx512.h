@@ -59,18 +59,19 @@ QZSTRING_KERNEL Characters loadPart(const wchar_t* source, std::size_t count) {
     return part;
 }
 
-// Whether any character is `limit`, a power of two, or above.
-QZSTRING_KERNEL bool anyFrom(__m512i characters, int limit) {
-    return _mm512_test_epi32_mask(characters, _mm512_set1_epi32(-limit)) != 0;
+// Whether any character is kLimit, a power of two, or above.
+template <unsigned kLimit>
+QZSTRING_KERNEL bool anyFrom(__m512i characters) {
+    return _mm512_test_epi32_mask(characters, _mm512_set1_epi32(static_cast<int>(0U - kLimit))) != 0;
 }
 
 // ---- Ill-formed characters: surrogates, and what is above U+10FFFF ----
 
 // Whether a vector has any.
 QZSTRING_KERNEL bool anyIllFormed(__m512i characters) {
-    const __m512i fromSurrogates = _mm512_xor_si512(characters, _mm512_set1_epi32(0xD800));
-    return (_mm512_cmpgt_epu32_mask(characters, _mm512_set1_epi32(0x10FFFF)) |
-            _mm512_cmplt_epu32_mask(fromSurrogates, _mm512_set1_epi32(0x800))) != 0;
+    const __m512i fromSurrogates = _mm512_xor_si512(characters, everywhere<repeat32(0xD800)>());
+    return (_mm512_cmpgt_epu32_mask(characters, everywhere<repeat32(0x10FFFF)>()) |
+            _mm512_cmplt_epu32_mask(fromSurrogates, everywhere<repeat32(0x800)>())) != 0;
 }
 
 }  // namespace qzString::kernels::avx512

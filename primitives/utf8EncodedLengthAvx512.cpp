@@ -28,13 +28,13 @@ alignas(64) constexpr char kExtra[64] = {
 
 QZSTRING_KERNEL std::size_t measureVector(const wchar_t* source, std::size_t length) {
     const __m512i characters = loadShort(source, sizeof(wchar_t) * length);
-    const __mmask16 two = _mm512_cmpge_epu32_mask(characters, _mm512_set1_epi32(0x80));
+    const __mmask16 two = _mm512_cmpge_epu32_mask(characters, everywhere<repeat32(0x80)>());
     if (two == 0) {
         _mm256_zeroupper();
         return length;
     }
-    const __mmask16 three = _mm512_cmpge_epu32_mask(characters, _mm512_set1_epi32(0x800));
-    const __mmask16 four = _mm512_cmpge_epu32_mask(characters, _mm512_set1_epi32(0x10000));
+    const __mmask16 three = _mm512_cmpge_epu32_mask(characters, everywhere<repeat32(0x800)>());
+    const __mmask16 four = _mm512_cmpge_epu32_mask(characters, everywhere<repeat32(0x10000)>());
     const bool faulty = anyIllFormed(characters);
     const std::size_t bytes =
         leaveWith(length + static_cast<std::size_t>(_mm_popcnt_u32(two) + _mm_popcnt_u32(three) +
@@ -69,7 +69,7 @@ struct Measure {
     QZSTRING_KERNEL void seeFaults(const Characters& block, __m512i all) {
         see(_mm512_packus_epi32(block.a, block.b));
         see(_mm512_packus_epi32(block.c, block.d));
-        if (anyFrom(all, 0x100000)) {
+        if (anyFrom<0x100000>(all)) {
             const __m512i largest =
                 upperHalves(_mm512_max_epu32(block.a, block.b), _mm512_max_epu32(block.c, block.d));
             largestUpper = _mm512_max_epu16(largestUpper, largest);
@@ -113,11 +113,11 @@ QZSTRING_KERNEL std::size_t measureOne(const Characters& part, std::size_t lengt
 QZSTRING_KERNEL std::size_t measurePart(const wchar_t* source, std::size_t length) {
     const Characters part = loadPart<false>(source, length);
     const __m512i all = part.all();
-    if (!anyFrom(all, 0x80)) {
+    if (!anyFrom<0x80>(all)) {
         _mm256_zeroupper();
         return length;
     }
-    return anyFrom(all, 0x10000) ? measureOne<true>(part, length) : measureOne<false>(part, length);
+    return anyFrom<0x10000>(all) ? measureOne<true>(part, length) : measureOne<false>(part, length);
 }
 
 // Of one to two blocks.
@@ -137,11 +137,11 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureTwoBlocks(const wchar_t* s
     const Characters first = loadWhole(source);
     const Characters last = loadPart<false>(source + kBlock, length - kBlock);
     const __m512i all = _mm512_or_si512(first.all(), last.all());
-    if (!anyFrom(all, 0x80)) {
+    if (!anyFrom<0x80>(all)) {
         _mm256_zeroupper();
         return output::report(length, ok);
     }
-    return output::report(anyFrom(all, 0x10000) ? measureTwo<true>(first, last, length)
+    return output::report(anyFrom<0x10000>(all) ? measureTwo<true>(first, last, length)
                                                 : measureTwo<false>(first, last, length),
                           ok);
 }
@@ -183,7 +183,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const wchar_t* sour
     if (length >= kWorthAligning) {
         const std::size_t part = toCacheLine(source);
         const __m512i first = _mm512_maskz_loadu_epi32(lowLanes(part), source);
-        if (anyFrom(first, 0x80))
+        if (anyFrom<0x80>(first))
             measure.add<true>(first, _mm512_setzero_si512());
         source += part;
         length -= part;
@@ -196,21 +196,21 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int measureBlocks(const wchar_t* sour
             const Characters block = loadWhole(source + at);
             const __m512i all = block.all();
             at += kBlock;
-            if (anyFrom(all, 0x10000)) {
+            if (anyFrom<0x10000>(all)) {
                 sums = addByZeros(sums, block);
                 hasSums = true;
                 measure.seeFaults(block, all);
-            } else if (anyFrom(all, 0x80)) {
+            } else if (anyFrom<0x80>(all)) {
                 measure.add<false>(block.a, block.b);
                 measure.add<false>(block.c, block.d);
             } else {
-                while (end - at >= kBlock && !anyFrom(loadWhole(source + at).all(), 0x80))
+                while (end - at >= kBlock && !anyFrom<0x80>(loadWhole(source + at).all()))
                     at += kBlock;
             }
         }
         if (at < end) {
             const Characters part = loadPart<false>(source + at, end - at);
-            if (anyFrom(part.all(), 0x80)) {
+            if (anyFrom<0x80>(part.all())) {
                 measure.add<true>(part.a, part.b);
                 measure.add<true>(part.c, part.d);
             }

@@ -69,8 +69,8 @@ struct Faults {
         nearestSurrogate = _mm512_min_epu32(nearestSurrogate, _mm512_xor_si512(characters, surrogate));
     }
     [[nodiscard]] QZSTRING_KERNEL bool any() const {
-        return (_mm512_cmpgt_epu32_mask(largest, _mm512_set1_epi32(0x10FFFF)) |
-                _mm512_cmplt_epu32_mask(nearestSurrogate, _mm512_set1_epi32(0x800))) != 0;
+        return (_mm512_cmpgt_epu32_mask(largest, everywhere<repeat32(0x10FFFF)>()) |
+                _mm512_cmplt_epu32_mask(nearestSurrogate, everywhere<repeat32(0x800)>())) != 0;
     }
 };
 
@@ -152,10 +152,10 @@ template <bool kWhole>
 QZSTRING_KERNEL bool encodeCharacters(const Characters& characters, std::size_t count, std::size_t later,
                                       Destination& destination, Faults& faults, const Constants* known) {
     const __m512i all = characters.all();
-    if (kWhole ? _mm512_test_epi32_mask(all, known->beyondAscii) == 0 : !anyFrom(all, 0x80))
+    if (kWhole ? _mm512_test_epi32_mask(all, known->beyondAscii) == 0 : !anyFrom<0x80>(all))
         return destination.putAscii(packAscii(characters.a, characters.b, characters.c, characters.d), count);
     const std::uint64_t valid = lowBits(count);
-    if (kWhole ? _mm512_test_epi32_mask(all, known->beyondTwo) == 0 : !anyFrom(all, 0x800)) {
+    if (kWhole ? _mm512_test_epi32_mask(all, known->beyondTwo) == 0 : !anyFrom<0x800>(all)) {
         const Constants constant = kWhole ? *known : Constants();
         return destination.put(
                    encodeTwoByte(characters.a, characters.b, static_cast<std::uint32_t>(valid), constant),
@@ -192,7 +192,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int encodeBlocks(const wchar_t* sourc
                                                             char* destination, std::size_t capacity,
                                                             std::size_t at, bool* ok) {
     Characters next = loadWhole(source + at);
-    if (at == 0 && capacity >= kBlock && !anyFrom(next.all(), 0x80))
+    if (at == 0 && capacity >= kBlock && !anyFrom<0x80>(next.all()))
         return encodeAsciiBlocks(source, length, destination, capacity, ok);
     const Constants constant;
     Destination to{destination, capacity, at};
@@ -232,7 +232,7 @@ QZSTRING_TARGET QZSTRING_NOINLINE unsigned int encodeAsciiBlocks(const wchar_t* 
             break;
         at = at + kBlock < last ? at + kBlock : last;
         block = loadWhole(source + at);
-        if (capacity - at < kBlock || anyFrom(block.all(), 0x80))
+        if (capacity - at < kBlock || anyFrom<0x80>(block.all()))
             return encodeBlocks(source, length, destination, capacity, at, ok);
     }
     _mm256_zeroupper();
@@ -244,7 +244,7 @@ QZSTRING_KERNEL std::size_t encodeShort(const wchar_t* source, std::size_t lengt
                                         std::size_t capacity) {
     Destination to{destination, capacity};
     const Characters part = loadPart<true>(source, length);
-    if (!anyFrom(part.all(), 0x80)) {  // apart to the end: there are no faults to look for
+    if (!anyFrom<0x80>(part.all())) {  // apart to the end: there are no faults to look for
         const bool fits = to.putAscii(packAscii(part.a, part.b, part.c, part.d), length);
         _mm256_zeroupper();
         return fits ? length : kFailure;
@@ -262,7 +262,7 @@ QZSTRING_KERNEL std::size_t encodeVector(const wchar_t* source, std::size_t leng
                                          std::size_t capacity) {
     const __m512i characters = loadShort(source, sizeof(wchar_t) * length);
     std::size_t written = kFailure;
-    if (!anyFrom(characters, 0x80)) {
+    if (!anyFrom<0x80>(characters)) {
         if (length <= capacity) {
             written = length;
             _mm_mask_storeu_epi8(destination, lowLanes(length), _mm512_cvtepi32_epi8(characters));
