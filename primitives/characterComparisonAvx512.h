@@ -32,10 +32,12 @@ QZSTRING_KERNEL std::uint64_t differences(__m512i a, __m512i b, const wchar_t* t
                                           bool& hasDiffered) {
     const __m512i difference = _mm512_xor_si512(a, b);
     const __m512i fromFirst =
-        _mm512_sub_epi32(_mm512_or_si512(a, _mm512_set1_epi32(0x20)), _mm512_set1_epi32('a'));
-    const __mmask16 letters = _mm512_cmplt_epu32_mask(fromFirst, _mm512_set1_epi32(26));
-    const __mmask16 differ = _mm512_test_epi32_mask(
-        difference, _mm512_mask_mov_epi32(_mm512_set1_epi32(-1), letters, _mm512_set1_epi32(~0x20)));
+        _mm512_sub_epi32(_mm512_or_si512(a, everywhere<repeat32(0x20)>()), everywhere<repeat32('a')>());
+    const __mmask16 letters = _mm512_cmplt_epu32_mask(fromFirst, everywhere<repeat32(26)>());
+    const __m512i inAny = everywhere<repeat32(0xFFFFFFFF)>();
+    const __m512i inLetters = everywhere<repeat32(0xFFFFFFDF)>();
+    const __mmask16 differ =
+        _mm512_test_epi32_mask(difference, _mm512_mask_mov_epi32(inAny, letters, inLetters));
     if (differ == 0)
         return 0;
     // The first such pair tells what texts are: mostly different there, or the same in another case
