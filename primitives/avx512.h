@@ -63,14 +63,16 @@ QZSTRING_KERNEL bool anyBitsShort(const char* text, std::size_t bytes) {
     if (bytes > 32) {
         const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text));
         const __m256i last = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + bytes - 32));
-        return _mm256_test_epi32_mask(_mm256_or_si256(first, last), everywhere<repeat32(kBits), __m256i>()) != 0;
+        return _mm256_test_epi32_mask(_mm256_or_si256(first, last), everywhere<repeat32(kBits), __m256i>()) !=
+               0;
     }
     if (bytes >= 16) {
         const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
         const __m128i last = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + bytes - 16));
         return _mm_test_epi32_mask(_mm_or_si128(first, last), everywhere<repeat32(kBits), __m128i>()) != 0;
     }
-    return _mm_test_epi32_mask(_mm_maskz_loadu_epi8(lowLanes(bytes), text), everywhere<repeat32(kBits), __m128i>()) != 0;
+    return _mm_test_epi32_mask(_mm_maskz_loadu_epi8(lowLanes(bytes), text),
+                               everywhere<repeat32(kBits), __m128i>()) != 0;
 }
 
 // The number of each place, to take from a vector what stands from one on.
