@@ -42,37 +42,13 @@ constexpr std::uint64_t repeat32(std::uint32_t lane) {
     return 0x0000000100000001U * lane;
 }
 
-// A constant of 64 bits in every lane, from memory, which takes a load and no shuffle.
+// A constant of 64 bits in every lane, from memory: a load, where compilers would go through a general
+// register and the port of shuffles and comparisons.
 template <std::uint64_t kValue, class Vector = __m512i>
 QZSTRING_KERNEL Vector everywhere() {
     Vector lanes;
     asm("vpbroadcastq %1, %0" : "=v"(lanes) : "m"(kInMemory<std::uint64_t, kValue>));
     return lanes;
-}
-
-// Whether a vector has any of these bits in any lane of 32.
-template <int kBits>
-QZSTRING_KERNEL bool anyBits(__m512i vector) {
-    return _mm512_test_epi32_mask(vector, everywhere<repeat32(kBits)>()) != 0;
-}
-
-// The same for up to 64 bytes; up to 32 in 128-bit registers, which leave no upper halves in use. The second
-// load may begin inside an element: kBits repeats for every element of the text.
-template <int kBits>
-QZSTRING_KERNEL bool anyBitsShort(const char* text, std::size_t bytes) {
-    if (bytes > 32) {
-        const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text));
-        const __m256i last = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + bytes - 32));
-        return _mm256_test_epi32_mask(_mm256_or_si256(first, last), everywhere<repeat32(kBits), __m256i>()) !=
-               0;
-    }
-    if (bytes >= 16) {
-        const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
-        const __m128i last = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + bytes - 16));
-        return _mm_test_epi32_mask(_mm_or_si128(first, last), everywhere<repeat32(kBits), __m128i>()) != 0;
-    }
-    return _mm_test_epi32_mask(_mm_maskz_loadu_epi8(lowLanes(bytes), text),
-                               everywhere<repeat32(kBits), __m128i>()) != 0;
 }
 
 // The number of each place, to take from a vector what stands from one on.

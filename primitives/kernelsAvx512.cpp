@@ -17,7 +17,32 @@ QZSTRING_DEFINE_USABLE(QZSTRING_FEATURES)
 
 // ---- ASCII ----
 
-template <int kBits>
+// Whether a vector has any of these bits in any lane of 32.
+template <std::uint32_t kBits>
+QZSTRING_KERNEL bool anyBits(__m512i vector) {
+    return _mm512_test_epi32_mask(vector, everywhere<repeat32(kBits)>()) != 0;
+}
+
+// The same for up to 64 bytes; up to 32 in 128-bit registers, which leave no upper halves in use. The second
+// load may begin inside an element: kBits repeats for every element of the text.
+template <std::uint32_t kBits>
+QZSTRING_KERNEL bool anyBitsShort(const char* text, std::size_t bytes) {
+    if (bytes > 32) {
+        const __m256i first = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text));
+        const __m256i last = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + bytes - 32));
+        const __m256i bits = everywhere<repeat32(kBits), __m256i>();
+        return _mm256_test_epi32_mask(_mm256_or_si256(first, last), bits) != 0;
+    }
+    const __m128i bits = everywhere<repeat32(kBits), __m128i>();
+    if (bytes >= 16) {
+        const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
+        const __m128i last = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + bytes - 16));
+        return _mm_test_epi32_mask(_mm_or_si128(first, last), bits) != 0;
+    }
+    return _mm_test_epi32_mask(_mm_maskz_loadu_epi8(lowLanes(bytes), text), bits) != 0;
+}
+
+template <std::uint32_t kBits>
 QZSTRING_KERNEL bool isAsciiBytes(const char* text, std::size_t length) {
     if (length <= 64) {
         const bool ascii = !anyBitsShort<kBits>(text, length);
@@ -49,11 +74,11 @@ QZSTRING_KERNEL bool isAsciiBytes(const char* text, std::size_t length) {
 }
 
 QZSTRING_TARGET bool isAsciiNarrow(const char* text, std::size_t count) noexcept {
-    return isAsciiBytes<static_cast<int>(0x80808080)>(text, count);
+    return isAsciiBytes<0x80808080>(text, count);
 }
 
 QZSTRING_TARGET bool isAsciiWide(const wchar_t* text, std::size_t count) noexcept {
-    return isAsciiBytes<-0x80>(reinterpret_cast<const char*>(text), count * sizeof(wchar_t));
+    return isAsciiBytes<~0x7FU>(reinterpret_cast<const char*>(text), count * sizeof(wchar_t));
 }
 
 // ---- Hash ----
