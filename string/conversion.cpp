@@ -23,7 +23,7 @@ constexpr std::size_t kBytesOnStack = 1048576;
 
 // Up to this many elements are converted in a buffer on the stack and copied: storage of a string's own
 // would be zeroed first.
-constexpr std::size_t kShort = 1024;
+constexpr std::size_t kShort = 256;
 // Bytes of a cache line of the processor: where stores go across two, reading back what was just stored
 // waits.
 constexpr std::size_t kCacheLine = 64;
